@@ -1,0 +1,39 @@
+#pragma once
+
+#include "base/hv_types.h"
+
+namespace hv {
+
+/// All text for a person goes to standard error, so that standard output holds nothing
+/// but results. A progress line is one line that overwrites itself.
+
+/// Erases the progress line, with room for its longest text.
+inline constexpr const char *line_clear_long = "\x1b[2K\r                           \r";
+/// Erases the progress line before a new text.
+inline constexpr const char *line_clear_short = "\x1b[2K\r    \r";
+/// Puts the cursor back to the start of the line.
+inline constexpr const char *line_end_cr = "\r";
+
+/// Says whether `print_error` may erase a progress line before its text. Off for a run
+/// that draws none, so that no terminal control goes to its standard error.
+void allow_line_control(bool allowed);
+
+/// Draws a printf-style text of at most 60 characters as the progress line.
+[[gnu::format(printf, 1, 2)]] void status_line(const char *format, ...);
+/// The same with a limit of `width` characters, at most 70.
+[[gnu::format(printf, 2, 3)]] void status_line_width(unsigned width, const char *format,
+                                                     ...);
+
+/// Draws "percent done: " and the share of `position` in `total` each time it has grown
+/// by `step_percent`; cut to `width` characters. The marks live for the process: a second
+/// pass stays silent until it passes the mark of the first.
+void progress_line(unsigned width, u64 position, u64 total, unsigned step_percent);
+
+/// Erases the progress line, if progress is shown.
+void end_progress(bool show_progress);
+
+/// Prints a printf-style message on standard error, behind an erased progress line. A
+/// text of more than 4096 characters isn't printed. Returns its length.
+[[gnu::format(printf, 1, 2)]] int print_error(const char *format, ...);
+
+} // namespace hv
