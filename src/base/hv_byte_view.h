@@ -44,7 +44,8 @@ private:
 };
 
 /// Bytes of unknown honesty: read only, little endian, every access checked. All input
-/// that comes from a disk or a file is read through this class. It doesn't own the bytes.
+/// that comes from a disk or a file is read through this class. It doesn't own the
+/// bytes.
 class byte_view {
 public:
     constexpr byte_view() = default;

@@ -41,7 +41,10 @@ void draw_formatted(unsigned width, const char *format, std::va_list args)
 
 } // namespace
 
-void allow_line_control(bool allowed) { line_control_allowed = allowed; }
+void allow_line_control(bool allowed)
+{
+    line_control_allowed = allowed;
+}
 
 void status_line(const char *format, ...)
 {

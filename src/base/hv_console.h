@@ -25,8 +25,8 @@ void allow_line_control(bool allowed);
                                                      ...);
 
 /// Draws "percent done: " and the share of `position` in `total` each time it has grown
-/// by `step_percent`; cut to `width` characters. The marks live for the process: a second
-/// pass stays silent until it passes the mark of the first.
+/// by `step_percent`; cut to `width` characters. The marks live for the process: a
+/// second pass stays silent until it passes the mark of the first.
 void progress_line(unsigned width, u64 position, u64 total, unsigned step_percent);
 
 /// Erases the progress line, if progress is shown.

@@ -40,7 +40,8 @@ int open_for_reading(const char *path)
 int open_for_writing(const char *path, bool truncate)
 {
     const int flags = O_RDWR | O_NONBLOCK | O_CLOEXEC | O_NOCTTY;
-    return ::open(path, truncate ? flags | O_CREAT | O_TRUNC : flags, created_file_mode);
+    return ::open(path, truncate ? flags | O_CREAT | O_TRUNC : flags,
+                  created_file_mode);
 }
 
 // A pipe that somebody else made non-blocking may be full for a while. False, with
@@ -55,7 +56,8 @@ bool wait_until_writable(int descriptor)
 class fileio_ostream : public streambuf_generic_output {
 public:
     explicit fileio_ostream(fileio &file)
-        : streambuf_generic_output(output_buffer_size), m_file(file)
+        : streambuf_generic_output(output_buffer_size),
+          m_file(file)
     {
     }
 
@@ -72,7 +74,8 @@ private:
 class stdout_streambuf : public streambuf_generic_output {
 public:
     explicit stdout_streambuf(int descriptor)
-        : streambuf_generic_output(output_buffer_size), m_stream(descriptor)
+        : streambuf_generic_output(output_buffer_size),
+          m_stream(descriptor)
     {
     }
 
@@ -99,7 +102,8 @@ bool streambuf_generic_output::hand_on()
     const char *data = pbase();
     while (data < pptr()) {
         errno = 0;
-        const ssize_t taken = write_block(data, static_cast<std::size_t>(pptr() - data));
+        const ssize_t taken =
+            write_block(data, static_cast<std::size_t>(pptr() - data));
         if (taken <= 0) {
             if (m_error == 0) m_error = errno != 0 ? errno : EIO;
             return false;
@@ -120,10 +124,14 @@ streambuf_generic_output::int_type streambuf_generic_output::overflow(int_type c
     return traits_type::not_eof(c);
 }
 
-int streambuf_generic_output::sync() { return hand_on() ? 0 : -1; }
+int streambuf_generic_output::sync()
+{
+    return hand_on() ? 0 : -1;
+}
 
 result_output::result_output(std::unique_ptr<streambuf_generic_output> buffer)
-    : std::ostream(buffer.get()), m_buffer(std::move(buffer))
+    : std::ostream(buffer.get()),
+      m_buffer(std::move(buffer))
 {
 }
 
@@ -143,7 +151,8 @@ bool stdout_stream::write(const char *data, std::size_t length) const
     if (data == nullptr || length == 0) return false;
     while (length > 0) {
         const ssize_t taken = ::write(m_descriptor, data, length);
-        if (taken < 0 && (errno == EINTR || wait_until_writable(m_descriptor))) continue;
+        if (taken < 0 && (errno == EINTR || wait_until_writable(m_descriptor)))
+            continue;
         if (taken < 0) return false;
         data += taken;
         length -= static_cast<std::size_t>(taken);
@@ -162,9 +171,10 @@ bool fileio::open(std::string_view path, open_mode mode)
     m_path = path;
     m_path.erase(m_path.find_last_not_of("/\\") + 1);
     if (m_path.empty()) return false;
-    m_descriptor = mode == open_mode::read
-                       ? open_for_reading(m_path.c_str())
-                       : open_for_writing(m_path.c_str(), mode == open_mode::write_truncate);
+    m_descriptor =
+        mode == open_mode::read
+            ? open_for_reading(m_path.c_str())
+            : open_for_writing(m_path.c_str(), mode == open_mode::write_truncate);
     if (m_descriptor < 0) return false;
     struct stat status {};
     if (fstat(m_descriptor, &status) != 0 || S_ISFIFO(status.st_mode) ||
@@ -172,7 +182,9 @@ bool fileio::open(std::string_view path, open_mode mode)
         close();
         return false;
     }
-    if (S_ISREG(status.st_mode)) {
+    // A regular file that states no length may be one that the system makes up as it is
+    // read, and is then measured like a device.
+    if (S_ISREG(status.st_mode) && status.st_size > 0) {
         m_size = static_cast<u64>(status.st_size);
     } else {
         // Not to wait was for the open alone; a terminal is written to in full.
@@ -240,7 +252,8 @@ ssize_t fileio::append(const char *data, std::size_t length)
     ssize_t taken = 0;
     do taken = ::write(m_descriptor, data, length);
     while (taken < 0 && errno == EINTR);
-    if (taken > 0) m_size = static_cast<u64>(end > 0 ? end : 0) + static_cast<u64>(taken);
+    if (taken > 0)
+        m_size = static_cast<u64>(end > 0 ? end : 0) + static_cast<u64>(taken);
     return taken;
 }
 
@@ -269,7 +282,8 @@ bool fileio::read_head(std::vector<u8> &result, std::string_view path, u64 max_l
 bool stdin_stream::read_line(std::string &line, bool strip_line_end)
 {
     line.clear();
-    if (std::fgets(m_buffer.data(), static_cast<int>(m_buffer.size()), m_stream) == nullptr)
+    if (std::fgets(m_buffer.data(), static_cast<int>(m_buffer.size()), m_stream) ==
+        nullptr)
         return false;
     line = m_buffer.data();
     if (strip_line_end) hv::trim_line_end(line);

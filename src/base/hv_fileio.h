@@ -87,9 +87,9 @@ public:
     fileio(const fileio &) = delete;
     fileio &operator=(const fileio &) = delete;
 
-    /// Opens a path in UTF-8. A pipe or a socket is refused, and never waited for. An open
-    /// file is closed first. Reading leaves the file's access time alone where the system
-    /// lets it.
+    /// Opens a path in UTF-8. A pipe or a socket is refused, and never waited for. An
+    /// open file is closed first. Reading leaves the file's access time alone where the
+    /// system lets it.
     bool open(std::string_view path, open_mode mode);
     bool open(std::wstring_view path, open_mode mode);
     bool is_open() const { return m_descriptor >= 0; }
@@ -99,12 +99,13 @@ public:
     /// Asks the system for the size again and keeps it.
     hv::u64 measure_size();
 
-    /// Reads once, at `offset`, into a caller's buffer. False at or behind the end and on
-    /// a failed read; `length` then stays as it was, and is else the count of bytes read.
+    /// Reads once, at `offset`, into a caller's buffer. False at or behind the end and
+    /// on a failed read; `length` then stays as it was, and is else the count of bytes
+    /// read.
     bool read_at(hv::u8 *buffer, std::size_t &length, hv::u64 offset) const;
-    /// Reads up to `length` bytes at `offset`; fewer come where the file ends or a later
-    /// read fails. False at or behind the end and if nothing could be read. Memory grows
-    /// with what arrives, whatever size the file claims.
+    /// Reads up to `length` bytes at `offset`; fewer come where the file ends or a
+    /// later read fails. False at or behind the end and if nothing could be read.
+    /// Memory grows with what arrives, whatever size the file claims.
     bool read_vector(std::vector<hv::u8> &result, hv::u64 length, hv::u64 offset) const;
 
     /// Writes behind the end. Returns the count of bytes taken, or -1.
@@ -112,8 +113,8 @@ public:
     /// The stream on this file; made at the first call.
     fileio_output &get_stream();
 
-    /// Flushes the stream, if one was made, and closes. Returns 0, or the error number of
-    /// the first write that failed.
+    /// Flushes the stream, if one was made, and closes. Returns 0, or the error number
+    /// of the first write that failed.
     int close();
 
     /// Opens a path and reads up to `max_length` bytes from its start. False if nothing
@@ -131,13 +132,16 @@ private:
 /// Reads standard input, or another open stream, line by line.
 class stdin_stream {
 public:
-    explicit stdin_stream(std::FILE *stream = stdin) : m_stream(stream), m_buffer(4096) {}
+    explicit stdin_stream(std::FILE *stream = stdin) : m_stream(stream), m_buffer(4096)
+    {
+    }
     virtual ~stdin_stream() = default;
     stdin_stream(const stdin_stream &) = delete;
     stdin_stream &operator=(const stdin_stream &) = delete;
 
     /// Reads one line; one of more than 4095 bytes comes in pieces. With
-    /// `strip_line_end`, all CR and LF at its end are removed. False at the end of input.
+    /// `strip_line_end`, all CR and LF at its end are removed. False at the end of
+    /// input.
     virtual bool read_line(std::string &line, bool strip_line_end);
     /// The same as wide text, empty for a line that isn't UTF-8.
     virtual bool read_line(std::wstring &line, bool strip_line_end);

@@ -58,7 +58,8 @@ bool parse_hex_bytes(const std::string &text, std::vector<u8> &bytes)
     for (std::size_t i = 0; i < text.size(); i += 2) {
         const std::size_t high = digits.find(lower_char(text[i]));
         const std::size_t low = digits.find(lower_char(text[i + 1]));
-        if (high == std::string_view::npos || low == std::string_view::npos) return false;
+        if (high == std::string_view::npos || low == std::string_view::npos)
+            return false;
         bytes.push_back(static_cast<u8>(high << 4 | low));
     }
     return true;
@@ -95,7 +96,8 @@ bool hits_name(std::wstring_view name, const filter_item &item)
 {
     if (item.match_all) return true;
     const std::wstring_view text = item.name_text;
-    if (item.star_front && item.star_back) return name.find(text) != std::wstring_view::npos;
+    if (item.star_front && item.star_back)
+        return name.find(text) != std::wstring_view::npos;
     if (item.star_front) return name.ends_with(text);
     if (item.star_back) return name.starts_with(text);
     return name == text;
@@ -147,7 +149,8 @@ bool filter_passes_wide(std::wstring_view path, const std::vector<filter_item> &
     std::wstring lower(path);
     to_lower(lower);
     const std::size_t backslash = lower.rfind(L'\\');
-    const std::size_t cut = backslash != std::wstring::npos ? backslash : lower.rfind(L'/');
+    const std::size_t cut =
+        backslash != std::wstring::npos ? backslash : lower.rfind(L'/');
     const std::wstring_view name = std::wstring_view(lower).substr(cut + 1);
     return std::any_of(list.begin(), list.end(), [&](const filter_item &item) {
         return (item.is_path && hits_path(lower, item)) || hits_name(name, item) ||

@@ -31,8 +31,9 @@ struct filter_item {
 /// A lone "*" passes everything and drops the other patterns.
 void parse_filter(std::vector<filter_item> &list, std::string_view text);
 
-/// The item of a `-filter_sig` value: hexadecimal bytes and, behind "|" or else ",", the
-/// offset in the file at which they are to stand. Bytes that can't be read match nothing.
+/// The item of a `-filter_sig` value: hexadecimal bytes and, behind "|" or else ",",
+/// the offset in the file at which they are to stand. Bytes that can't be read match
+/// nothing.
 filter_item parse_signature_filter(std::string_view text);
 
 /// The times of a file that a time window looks at, as FILETIMEs.

@@ -14,8 +14,8 @@
 /// Directories of the running system: status, listings and walks.
 namespace hvportdir {
 
-/// True if the path names anything that can be looked at: a file, a directory, a device.
-/// Links are followed; an empty path is false.
+/// True if the path names anything that can be looked at: a file, a directory, a
+/// device. Links are followed; an empty path is false.
 bool path_exists(std::string_view path);
 
 /// The status of a path in the form that filters want. Times are in seconds since 1970.
@@ -40,8 +40,9 @@ struct dir_item {
     bool is_link = false;
 };
 
-/// Fills `items` with what stands in a directory, "." and ".." left out, in the order in
-/// which the system names it. A directory that can't be opened gives an empty listing.
+/// Fills `items` with what stands in a directory, "." and ".." left out, in the order
+/// in which the system names it. A directory that can't be opened gives an empty
+/// listing.
 void list_dir(std::string_view directory, std::vector<dir_item> &items);
 
 /// Keeps a walk from going around in circles: a directory is entered through links only
@@ -57,7 +58,8 @@ private:
 /// Takes the prefix "\\?\" off a path, unless it leads to the global root.
 std::wstring strip_long_path_prefix(std::wstring_view path);
 
-/// What a walk calls for each directory and file: the path and whether it is a directory.
+/// What a walk calls for each directory and file: the path and whether it is a
+/// directory.
 using walk_callback = std::function<void(std::wstring_view path, bool is_directory)>;
 
 /// Walks a tree level by level, `depth` levels deep, and calls `callback` for all that

@@ -16,10 +16,12 @@ constexpr int most_replacements = 512;
 
 constexpr std::string_view blank_characters = " \t\r\n";
 
-bool is_digit(char c) { return c >= '0' && c <= '9'; }
+bool is_digit(char c)
+{
+    return c >= '0' && c <= '9';
+}
 
-template <class String>
-void trim_both_ends(String &text, typename String::value_type c)
+template <class String> void trim_both_ends(String &text, typename String::value_type c)
 {
     const std::size_t first = text.find_first_not_of(c);
     if (first == String::npos) {
@@ -38,7 +40,10 @@ template <class String> void trim_end(String &text, typename String::value_type 
 
 } // namespace
 
-char lower_char(char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c + 32) : c; }
+char lower_char(char c)
+{
+    return c >= 'A' && c <= 'Z' ? static_cast<char>(c + 32) : c;
+}
 
 void to_lower(std::string &text)
 {
@@ -98,7 +103,10 @@ std::size_t trim_line_end(std::string &text)
     return before - text.size();
 }
 
-void trim_nuls(std::string &text) { trim_end(text, '\0'); }
+void trim_nuls(std::string &text)
+{
+    trim_end(text, '\0');
+}
 
 bool replace_first(std::string &text, std::string &what, std::string_view with,
                    bool ignore_case)
@@ -117,7 +125,10 @@ void replace_char(std::string &text, char from, char to, bool ignore_case)
         if (c == from || (ignore_case && lower_char(c) == lower_char(from))) c = to;
 }
 
-void remove_char(std::string &text, char c) { std::erase(text, c); }
+void remove_char(std::string &text, char c)
+{
+    std::erase(text, c);
+}
 
 void escape_line_breaks(std::string &text)
 {
@@ -159,7 +170,8 @@ bool split_lines(std::string_view bytes, std::vector<std::string> &lines)
     return !lines.empty();
 }
 
-std::string join_args(const std::vector<std::string> &args, std::size_t first, char quote)
+std::string join_args(const std::vector<std::string> &args, std::size_t first,
+                      char quote)
 {
     std::string text;
     for (std::size_t i = first; i < args.size(); ++i) {
@@ -281,7 +293,8 @@ bool parse_u64(std::string_view source, u64 &value)
     constexpr std::size_t octal_digits = 22;
     constexpr std::size_t decimal_digits = 20;
     value = 0;
-    const std::string text(source.substr(std::min(source.find_first_not_of(' '), source.size())));
+    const std::string text(
+        source.substr(std::min(source.find_first_not_of(' '), source.size())));
     if (text.empty() || source.size() > longest_text) return false;
     if (text.find(' ') != std::string::npos) return false;
     int base = 10;
@@ -308,7 +321,8 @@ bool parse_u64(std::string_view source, u64 &value)
 std::string number_text(u64 value, bool hex, unsigned width)
 {
     if (!hex) return std::to_string(value);
-    if (width == 0) width = value < 0xFF ? 2 : value < 0xFFFF ? 4 : value < 0xFFFFFF ? 6 : 8;
+    if (width == 0)
+        width = value < 0xFF ? 2 : value < 0xFFFF ? 4 : value < 0xFFFFFF ? 6 : 8;
     std::string digits;
     for (u64 rest = value; rest != 0; rest >>= 4)
         digits.push_back("0123456789abcdef"[rest & 0xF]);
@@ -320,8 +334,10 @@ std::string number_text(u64 value, bool hex, unsigned width)
 
 bool guid_text(std::string &result, byte_view guid)
 {
-    // Four bytes, two and two are little-endian numbers; the last eight stand as they lie.
-    static constexpr u8 order[16] = {3, 2, 1, 0, 5, 4, 7, 6, 8, 9, 10, 11, 12, 13, 14, 15};
+    // Four bytes, two and two are little-endian numbers; the last eight stand as they
+    // lie.
+    static constexpr u8 order[16] = {3, 2, 1,  0,  5,  4,  7,  6,
+                                     8, 9, 10, 11, 12, 13, 14, 15};
     result.clear();
     fixed_view<16> all;
     if (!guid.fixed(0, all)) return false;

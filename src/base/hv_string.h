@@ -106,8 +106,8 @@ std::string expand_variables(std::string_view text, bool allow_vss);
 // ---- Numbers
 
 /// Reads "0x10", "x10" (hexadecimal), "o20" (octal), "16", "+16", or a character in
-/// single quotes. What follows the digits is ignored and no range is checked. False, and
-/// 0, for anything else.
+/// single quotes. What follows the digits is ignored and no range is checked. False,
+/// and 0, for anything else.
 bool parse_u32(std::string_view text, u32 &value);
 /// Reads "0x10", "x10", "o20" and "16" behind leading blanks. False, and 0, for text
 /// without a number, with a blank behind it, or with more digits than 64 bits can need.

@@ -11,7 +11,9 @@ namespace {
 
 void append_utf8(std::string &text, u32 c)
 {
-    const auto put = [&text](u32 byte) { text.push_back(static_cast<char>(byte & 0xFF)); };
+    const auto put = [&text](u32 byte) {
+        text.push_back(static_cast<char>(byte & 0xFF));
+    };
     if (c < 0x80) {
         put(c);
     } else if (c < 0x800) {
@@ -29,11 +31,18 @@ void append_utf8(std::string &text, u32 c)
     }
 }
 
-bool is_high_surrogate(u32 unit) { return unit >= 0xD800 && unit <= 0xDBFF; }
-bool is_low_surrogate(u32 unit) { return unit >= 0xDC00 && unit <= 0xDFFF; }
+bool is_high_surrogate(u32 unit)
+{
+    return unit >= 0xD800 && unit <= 0xDBFF;
+}
+bool is_low_surrogate(u32 unit)
+{
+    return unit >= 0xDC00 && unit <= 0xDFFF;
+}
 
 // Walks `count` units through `unit_at` and calls `put` with each code point.
-template <class UnitAt, class Put> bool decode_utf16(std::size_t count, UnitAt unit_at, Put put)
+template <class UnitAt, class Put>
+bool decode_utf16(std::size_t count, UnitAt unit_at, Put put)
 {
     for (std::size_t i = 0; i < count; ++i) {
         const u32 unit = unit_at(i);
@@ -152,7 +161,8 @@ std::string to_utf8(std::wstring_view text)
     return result;
 }
 
-std::size_t utf16_name_to_utf8(byte_view units, std::string &result, bool skip_terminator)
+std::size_t utf16_name_to_utf8(byte_view units, std::string &result,
+                               bool skip_terminator)
 {
     std::wstring wide;
     const std::size_t taken = utf16_to_wide(units, wide);

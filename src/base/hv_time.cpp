@@ -21,8 +21,9 @@ constexpr i64 unix_year_3001 = 32'535'216'000;
 using std::chrono::days;
 using std::chrono::sys_days;
 
-// The difference between local time and UTC in hours, as it is now. It is measured once:
-// the C library takes microseconds for it, and nothing that is printed depends on it.
+// The difference between local time and UTC in hours, as it is now. It is measured
+// once: the C library takes microseconds for it, and nothing that is printed depends on
+// it.
 float local_offset_hours()
 {
     static const float hours = [] {
@@ -36,11 +37,12 @@ float local_offset_hours()
     return hours;
 }
 
-// The conversions that differ between the signed and the unsigned constructor come in as
-// signed arithmetic here: a value is one of the two, never both.
+// The conversions that differ between the signed and the unsigned constructor come in
+// as signed arithmetic here: a value is one of the two, never both.
 u64 firefox_ticks(i64 value)
 {
-    return unix_to_filetime(value / 1'000'000) + static_cast<u64>(value % 1'000'000 * 10);
+    return unix_to_filetime(value / 1'000'000) +
+           static_cast<u64>(value % 1'000'000 * 10);
 }
 
 u64 safari_ticks(u64 value, bool nanoseconds)
@@ -60,8 +62,10 @@ bool common_ticks(u64 value, type_time type, u64 &ticks)
     switch (type) {
     case type_time::filetime: ticks = value; return true;
     case type_time::chrome: ticks = value * 10; return true;
-    case type_time::firefox3: ticks = firefox_ticks(static_cast<i64>(value)); return true;
-    // Seven hours early on purpose: existing values were read with this constant.
+    case type_time::firefox3:
+        ticks = firefox_ticks(static_cast<i64>(value));
+        return true;
+    // Not midnight, on purpose: existing values were read with this constant.
     case type_time::vhd_time:
         ticks = value * ticks_per_second + 125'912'196'000'000'000;
         return true;
@@ -146,7 +150,8 @@ time::time(i64 value, type_time type)
         set_unix(*this, value, unix_to_filetime(value));
     } else if (type == type_time::unix_millisec) {
         set_unix(*this, value / 1000,
-                 unix_to_filetime(value / 1000) + static_cast<u64>(value % 1000) * 10000);
+                 unix_to_filetime(value / 1000) +
+                     static_cast<u64>(value % 1000) * 10000);
     } else if (type == type_time::ole) {
         set_filetime((raw * seconds_per_day + 9'435'312'000) * ticks_per_second);
     } else if (type == type_time::safari_time) {
@@ -228,16 +233,19 @@ bool filetime_to_dos(u64 value, u16 &dos_date, u16 &dos_time)
     if (!filetime_to_systemtime(value, utc)) return false;
     if (utc.year < 1980 || utc.year > 2037) return false;
     dos_date = static_cast<u16>((utc.year - 1980) * 512 + utc.month * 32 + utc.day);
-    dos_time = static_cast<u16>(utc.hour * 2048 + utc.minute * 32 + (utc.second + 1) / 2);
+    dos_time =
+        static_cast<u16>(utc.hour * 2048 + utc.minute * 32 + (utc.second + 1) / 2);
     return true;
 }
 
 u64 tm_to_filetime(const std::tm &fields, u32 milliseconds)
 {
     // Whole years out of the month, towards the past for a negative one.
-    const int carry = fields.tm_mon >= 0 ? fields.tm_mon / 12 : (fields.tm_mon - 11) / 12;
+    const int carry =
+        fields.tm_mon >= 0 ? fields.tm_mon / 12 : (fields.tm_mon - 11) / 12;
     const std::chrono::year year(fields.tm_year + 1900 + carry);
-    const std::chrono::month month(static_cast<unsigned>(fields.tm_mon - carry * 12 + 1));
+    const std::chrono::month month(
+        static_cast<unsigned>(fields.tm_mon - carry * 12 + 1));
     const i64 month_start = sys_days(year / month / 1).time_since_epoch().count();
     const i64 day_number = month_start + fields.tm_mday - 1 + days_1601_to_1970;
     const i64 seconds =
@@ -274,11 +282,16 @@ ntp_stamp ntp_from_filetime(u64 filetime)
     // Normalised: the top hexadecimal digit of a fraction is never 0.
     while (fraction != 0 && fraction >> 28 == 0) fraction <<= 4;
     const auto big_endian = [](u32 word) {
-        return std::endian::native == std::endian::little ? __builtin_bswap32(word) : word;
+        return std::endian::native == std::endian::little ? __builtin_bswap32(word)
+                                                          : word;
     };
-    return {big_endian(static_cast<u32>(ticks / ticks_per_second)), big_endian(fraction)};
+    return {big_endian(static_cast<u32>(ticks / ticks_per_second)),
+            big_endian(fraction)};
 }
 
-ntp_stamp ntp_now() { return ntp_from_filetime(time::now().filetime); }
+ntp_stamp ntp_now()
+{
+    return ntp_from_filetime(time::now().filetime);
+}
 
 } // namespace hv

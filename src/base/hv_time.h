@@ -9,20 +9,20 @@ namespace hv {
 
 /// How a raw 64-bit time value is to be read.
 enum class type_time : u32 {
-    filetime = 1,         ///< 100 ns ticks since 1601-01-01 UTC
-    chrome = 2,           ///< microseconds since 1601-01-01 UTC
-    firefox3 = 4,         ///< microseconds since 1970-01-01 UTC, signed
-    unix_time = 8,        ///< seconds since 1970-01-01 UTC
-    unix_millisec = 16,   ///< milliseconds since 1970-01-01 UTC
-    dos_time = 32,        ///< display only
-    ntp = 64,             ///< display only
-    guid = 128,           ///< display only
-    ole = 256,            ///< whole days since 1899-12-30; signed values only
-    system_time = 512,    ///< display only
-    system_time_2 = 1024, ///< display only
-    vhd_time = 2048,      ///< seconds since 1999-12-31 17:00:00 UTC
-    qpc_time = 4096,      ///< display only
-    csharp_time = 32768,  ///< 100 ns ticks since 0001-01-01; unsigned values only
+    filetime = 1,            ///< 100 ns ticks since 1601-01-01 UTC
+    chrome = 2,              ///< microseconds since 1601-01-01 UTC
+    firefox3 = 4,            ///< microseconds since 1970-01-01 UTC, signed
+    unix_time = 8,           ///< seconds since 1970-01-01 UTC
+    unix_millisec = 16,      ///< milliseconds since 1970-01-01 UTC
+    dos_time = 32,           ///< display only
+    ntp = 64,                ///< display only
+    guid = 128,              ///< display only
+    ole = 256,               ///< whole days since 1899-12-30; signed values only
+    system_time = 512,       ///< display only
+    system_time_2 = 1024,    ///< display only
+    vhd_time = 2048,         ///< seconds since 2000-01-01 17:00:00 UTC
+    qpc_time = 4096,         ///< display only
+    csharp_time = 32768,     ///< 100 ns ticks since 0001-01-01; unsigned values only
     snowflake_time = 131072, ///< bits from 22 up: milliseconds since 2015-01-01 UTC
     safari_time = 262144,    ///< seconds since 2001-01-01 UTC, or nanoseconds if large
     hfs_plus_time = 524288,  ///< seconds since 1904-01-01
@@ -35,8 +35,8 @@ inline constexpr u64 ticks_per_second = 10'000'000;
 /// The FILETIME of 1970-01-01 00:00:00 UTC.
 inline constexpr u64 unix_epoch_filetime = 116'444'736'000'000'000;
 
-/// A calendar breakdown in UTC. The three wide fractions are the same part of the second
-/// at three scales, not parts of each other.
+/// A calendar breakdown in UTC. The three wide fractions are the same part of the
+/// second at three scales, not parts of each other.
 struct _windows_systemtime {
     u16 year = 0;
     u16 month = 0;       ///< 1 to 12
@@ -51,18 +51,19 @@ struct _windows_systemtime {
     u64 picoseconds = 0;
 };
 
-/// One timestamp with all its derived forms. Whoever prints or compares one tests `valid`
-/// first: it holds for the years 1900 to 3000, except for the first second of 1970,
-/// which counts as "no time".
+/// One timestamp with all its derived forms. Whoever prints or compares one tests
+/// `valid` first: it holds for the years 1900 to 3000, except for the first second of
+/// 1970, which counts as "no time".
 class time {
 public:
     time() = default;
-    /// Reads a raw value; a type outside the constructor's set leaves the object invalid.
+    /// Reads a raw value; a type outside the constructor's set leaves the object
+    /// invalid.
     time(u64 value, type_time type);
     time(i64 value, type_time type);
     /// Reads a date and an optional time of day, such as "01/31/1986 12:30"; see
-    /// `parse_date` and `parse_time_ms`. With `use_own_calendar` the fields are converted
-    /// by this class, otherwise by the C library.
+    /// `parse_date` and `parse_time_ms`. With `use_own_calendar` the fields are
+    /// converted by this class, otherwise by the C library.
     time(const char *text, bool use_own_calendar);
 
     /// The present moment.
@@ -89,12 +90,13 @@ bool is_plausible_filetime(u64 filetime);
 
 /// False, with a zeroed result, for a value with the top bit set.
 bool filetime_to_systemtime(u64 value, _windows_systemtime &result);
-/// The FAT form; an odd second rounds up. False outside 1980 to 2037, results untouched.
+/// The FAT form; an odd second rounds up. False outside 1980 to 2037, results
+/// untouched.
 bool filetime_to_dos(u64 value, u16 &dos_date, u16 &dos_time);
 /// The FILETIME of a broken-down time in UTC. A month outside 0 to 11 carries over.
 u64 tm_to_filetime(const std::tm &fields, u32 milliseconds);
-/// Breaks down seconds since 1970, shifted by `hours_offset`. False before 1970 and from
-/// the year 3001 on.
+/// Breaks down seconds since 1970, shifted by `hours_offset`. False before 1970 and
+/// from the year 3001 on.
 bool unix_to_tm(i64 seconds, std::tm &result, float hours_offset);
 /// The FILETIME of a count of seconds since 1970.
 constexpr u64 unix_to_filetime(i64 seconds)

@@ -21,7 +21,8 @@ constexpr std::array<std::string_view, 13> month_names = {
 int month_by_name(std::string_view text)
 {
     for (int month = 1; month <= 12; ++month)
-        if (equal_ignoring_case(text.substr(0, 3), month_names[static_cast<unsigned>(month)]))
+        if (equal_ignoring_case(text.substr(0, 3),
+                                month_names[static_cast<unsigned>(month)]))
             return month;
     return 0;
 }
@@ -33,7 +34,10 @@ std::string zero_filled(u64 value, std::size_t width)
     return digits;
 }
 
-bool holds(std::string_view text, std::string_view what) { return text.find(what) != npos; }
+bool holds(std::string_view text, std::string_view what)
+{
+    return text.find(what) != npos;
+}
 
 // Where the longer form of a field stands or, failing that, the shorter one.
 std::size_t find_field(std::string_view text, std::string_view longer,
@@ -73,7 +77,8 @@ u8 order_flag(std::size_t day, std::size_t month, std::size_t year)
     return 0;
 }
 
-std::string date_by_format(const _windows_systemtime &utc, const date_time_format &format)
+std::string date_by_format(const _windows_systemtime &utc,
+                           const date_time_format &format)
 {
     const u8 flags = format.date_flags;
     const bool number = (flags & date_time_format::month_number) != 0;
@@ -86,8 +91,10 @@ std::string date_by_format(const _windows_systemtime &utc, const date_time_forma
                                   const std::string &c) {
         return a + format.separator + b + format.separator + c;
     };
-    if ((flags & date_time_format::month_day_year) != 0) return joined(month, day, year);
-    if ((flags & date_time_format::day_month_year) != 0) return joined(day, month, year);
+    if ((flags & date_time_format::month_day_year) != 0)
+        return joined(month, day, year);
+    if ((flags & date_time_format::day_month_year) != 0)
+        return joined(day, month, year);
     // A month's name behind the year is a form that nobody writes: no date.
     if ((flags & date_time_format::year_month_day) != 0 && number)
         return joined(year, month, day);
@@ -101,7 +108,8 @@ char template_separator(std::string_view date_template)
     return '/';
 }
 
-std::string date_by_template(const _windows_systemtime &utc, std::string_view date_template)
+std::string date_by_template(const _windows_systemtime &utc,
+                             std::string_view date_template)
 {
     const std::size_t month_at = find_field(date_template, "mmm", "mm");
     const std::size_t day_at = date_template.find("dd");
@@ -112,13 +120,14 @@ std::string date_by_template(const _windows_systemtime &utc, std::string_view da
                                   : zero_filled(utc.month, 2);
     std::string day = zero_filled(utc.day, 2);
     std::string year = zero_filled(utc.year, 4);
-    if (year_at != npos && !holds(date_template, "yyyy")) year.erase(0, year.size() - 2);
+    if (year_at != npos && !holds(date_template, "yyyy"))
+        year.erase(0, year.size() - 2);
     if (month_at == npos || day_at == npos || year_at == npos)
         return month + "/" + day + "/" + year;
 
     const std::size_t comma_at = date_template.rfind(',');
-    const bool comma = separator == ' ' && month_at < day_at && comma_at != npos &&
-                       comma_at >= day_at;
+    const bool comma =
+        separator == ' ' && month_at < day_at && comma_at != npos && comma_at >= day_at;
     if (comma) day += ',';
     const std::string month_and_day =
         month_at < day_at ? month + separator + day : day + separator + month;
@@ -126,7 +135,8 @@ std::string date_by_template(const _windows_systemtime &utc, std::string_view da
                         : year + separator + month_and_day;
 }
 
-std::string time_by_template(const _windows_systemtime &utc, std::string_view time_template)
+std::string time_by_template(const _windows_systemtime &utc,
+                             std::string_view time_template)
 {
     std::string text;
     if (holds(time_template, "hh:mm")) text = hour_minute_text(utc);
@@ -168,7 +178,8 @@ bool read_time_fields(std::string_view source, time_fields &fields)
     if (!read_field(all.substr(colon + 1, minutes_end - colon - 1), fields.minutes))
         return false;
     if (second_colon == npos || second_colon >= end) return true;
-    return read_field(all.substr(second_colon + 1, end - second_colon - 1), fields.seconds);
+    return read_field(all.substr(second_colon + 1, end - second_colon - 1),
+                      fields.seconds);
 }
 
 int leading_number(std::string_view text)
@@ -205,8 +216,9 @@ bool parse_date_time_format(date_time_format &result, std::string_view date_temp
             if (date_template.find(c) != npos) result.separator = c;
         const std::size_t month = find_field(date_template, "mmm", "mm");
         if (month == npos) return false;
-        result.date_flags |= holds(date_template, "mmm") ? date_time_format::month_name
-                                                         : date_time_format::month_number;
+        result.date_flags |= holds(date_template, "mmm")
+                                 ? date_time_format::month_name
+                                 : date_time_format::month_number;
         const std::size_t year = find_field(date_template, "yyyy", "yy");
         if (year == npos) return false;
         result.date_flags |= holds(date_template, "yyyy") ? date_time_format::year_four
@@ -218,8 +230,8 @@ bool parse_date_time_format(date_time_format &result, std::string_view date_temp
         if (order == 0) return false;
         result.date_flags |= order;
     }
-    result.fraction_digits =
-        static_cast<unsigned>(std::min<std::size_t>(count_fraction_digits(time_template), 9));
+    result.fraction_digits = static_cast<unsigned>(
+        std::min<std::size_t>(count_fraction_digits(time_template), 9));
     return true;
 }
 
@@ -247,8 +259,10 @@ bool format_date_time(std::string &date_text, std::string &time_text, const time
     date_text.clear();
     time_text.clear();
     if (!when.valid) return false;
-    if (!date_template.empty()) date_text = date_by_template(when.system_time, date_template);
-    if (!time_template.empty()) time_text = time_by_template(when.system_time, time_template);
+    if (!date_template.empty())
+        date_text = date_by_template(when.system_time, date_template);
+    if (!time_template.empty())
+        time_text = time_by_template(when.system_time, time_template);
     return true;
 }
 
@@ -260,7 +274,8 @@ time::time(const char *text, bool use_own_calendar)
     std::tm fields{};
     u32 milliseconds = 0;
     int month = 0;
-    if (!parse_date(all.substr(0, blank), fields.tm_mday, month, fields.tm_year)) return;
+    if (!parse_date(all.substr(0, blank), fields.tm_mday, month, fields.tm_year))
+        return;
     if (!parse_time_ms(clock, milliseconds)) return;
     fields.tm_mon = month - 1;
     fields.tm_year -= 1900;
@@ -364,7 +379,7 @@ bool parse_date_time_ordered(std::string_view date, std::string_view time_text,
     result.hour = static_cast<u16>(hours);
     result.minute = static_cast<u16>(minutes);
     result.second = static_cast<u16>(whole);
-    result.milliseconds = static_cast<u16>((seconds - whole) * 1000 + 0.5);
+    result.milliseconds = static_cast<u16>(std::lround((seconds - whole) * 1000));
     return true;
 }
 

@@ -30,7 +30,7 @@ struct date_time_format {
 
     char separator = 0; ///< written as it stands, also when there is none
     u8 date_flags = 0;
-    bool pair = false; ///< date and time share one column
+    bool pair = false;            ///< date and time share one column
     unsigned fraction_digits = 0; ///< 0 to 9
 
     /// False for a format that no template has filled.
@@ -42,9 +42,9 @@ struct date_time_format {
 bool parse_date_time_format(date_time_format &result, std::string_view date_template,
                             std::string_view time_template, bool pair);
 
-/// Writes the date and the time of day, in UTC. True if the format was built and the time
-/// is valid. An invalid time gives two empty texts; a format that was never built gives
-/// the default form, and false. A two-digit year is only a minimum width here.
+/// Writes the date and the time of day, in UTC. True if the format was built and the
+/// time is valid. An invalid time gives two empty texts; a format that was never built
+/// gives the default form, and false. A two-digit year is only a minimum width here.
 bool format_date_time(std::string &date_text, std::string &time_text, const time &when,
                       const date_time_format &format);
 
@@ -54,14 +54,14 @@ bool format_date_time(std::string &date_text, std::string &time_text, const time
 bool format_date_time(std::string &date_text, std::string &time_text, const time &when,
                       std::string_view date_template, std::string_view time_template);
 
-/// Reads "01/31/1986", "31-Jan-86" and the like: month first, unless the second field is
-/// a name. Two-digit years below 31 are of this century.
+/// Reads "01/31/1986", "31-Jan-86" and the like: month first, unless the second field
+/// is a name. Two-digit years below 31 are of this century.
 bool parse_date(std::string_view text, int &day, int &month, int &year);
-/// Reads "12:30", "1:02:03.5 pm" and the like as milliseconds. "pm" adds twelve hours to
-/// any hour.
+/// Reads "12:30", "1:02:03.5 pm" and the like as milliseconds. "pm" adds twelve hours
+/// to any hour.
 bool parse_time_ms(std::string_view text, u32 &milliseconds);
-/// Reads a date whose fields stand in the order of `order`, such as "YMD"; with "Mon" for
-/// "M", the month is a name. Pieces that are empty are skipped.
+/// Reads a date whose fields stand in the order of `order`, such as "YMD"; with "Mon"
+/// for "M", the month is a name. Pieces that are empty are skipped.
 bool parse_date_ordered(std::string_view text, std::string_view order, char separator,
                         int &day, int &month, int &year);
 /// Reads a time of day as whole hours, whole minutes and seconds with a fraction.

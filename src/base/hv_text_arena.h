@@ -1,0 +1,58 @@
+#pragma once
+
+#include "base/hv_types.h"
+
+#include <algorithm>
+#include <cstring>
+#include <memory>
+#include <string_view>
+#include <vector>
+
+namespace hv {
+
+/// A place in a `text_arena`, 8 bytes wide.
+struct text_ref {
+    u64 offset : 40 = 0;
+    u64 length : 24 = 0;
+};
+
+/// Keeps many short texts that live as long as the run, without an allocation for each.
+/// Texts never move.
+class text_arena {
+public:
+    /// No path or name comes near this; a longer text would be cut to it.
+    static constexpr std::size_t block_size = std::size_t{1} << 20;
+
+    text_ref add(std::string_view text)
+    {
+        text = text.substr(0, block_size);
+        text_ref ref;
+        if (text.empty()) return ref;
+        if (m_blocks.empty() || text.size() > block_size - m_used) {
+            m_blocks.push_back(std::make_unique_for_overwrite<char[]>(block_size));
+            m_used = 0;
+        }
+        std::memcpy(m_blocks.back().get() + m_used, text.data(), text.size());
+        const u64 offset = (m_blocks.size() - 1) * block_size + m_used;
+        ref.offset = offset & offset_mask;
+        ref.length = text.size() & length_mask;
+        m_used += text.size();
+        return ref;
+    }
+
+    std::string_view get(text_ref ref) const
+    {
+        if (ref.length == 0) return {};
+        return {m_blocks[ref.offset / block_size].get() + ref.offset % block_size,
+                ref.length};
+    }
+
+private:
+    static constexpr u64 offset_mask = (u64{1} << 40) - 1;
+    static constexpr u64 length_mask = (u64{1} << 24) - 1;
+
+    std::vector<std::unique_ptr<char[]>> m_blocks;
+    std::size_t m_used = 0; ///< bytes taken in the last block
+};
+
+} // namespace hv

@@ -1,0 +1,114 @@
+#include "base/hv_console.h"
+#include "base/hv_fileio.h"
+#include "run/run_modes.h"
+#include "run/trash_options.h"
+#include "run/usage.h"
+
+#include <csignal>
+#include <cstring>
+#include <fcntl.h>
+#include <unistd.h>
+
+namespace {
+
+using namespace hv;
+
+constexpr int failed_status = -1;
+
+// `-signal` names something that a caller may wait for; this program has nothing to
+// tell.
+void ignore_signal_name(const std::string &) {}
+
+// A closed standard descriptor would be given to the next file that is opened, and
+// results or messages would be written into it. A standard stream that was closed is
+// made to refuse instead.
+void claim_standard_descriptors()
+{
+    for (int descriptor = 0; descriptor <= 2; ++descriptor) {
+        if (fcntl(descriptor, F_GETFD) != -1) continue;
+        const int refusing = descriptor == 0 ? O_WRONLY : O_RDONLY;
+        if (open("/dev/null", refusing) != descriptor) _exit(failed_status);
+    }
+    // A reader that goes away shows as a failed write.
+    std::signal(SIGPIPE, SIG_IGN);
+}
+
+arg_list collect_args(int argc, char **argv)
+{
+    arg_list args;
+    for (int i = 0; i < argc; ++i) args.emplace_back(argv[i] == nullptr ? "" : argv[i]);
+    return args;
+}
+
+bool wants_help(arg_list &args)
+{
+    for (const char *name : {"-h", "-help", "/?", "--help"})
+        if (take_flag(args, name, true)) return true;
+    return args.size() == 1;
+}
+
+void report_write_error(int error)
+{
+    if (error != 0) print_error("prob writing results: %s\n", std::strerror(error));
+}
+
+void show_header_and_usage(const std::string &header)
+{
+    uni::stdout_output out;
+    out << header << '\n';
+    report_write_error(out.finish());
+    usage();
+}
+
+// Runs the chosen mode with results going to `stream`, the header ahead of them.
+void run_to(uni::result_output &stream, const std::string &header,
+            trash_options &options, arg_list &args)
+{
+    options.results_stream = &stream;
+    stream << header;
+    std::string file;
+    const run_mode mode = choose_run_mode(options, args, file);
+    execute_run_mode(mode, file, options);
+}
+
+void run(const std::string &header, trash_options &options, arg_list &args)
+{
+    if (options.out_path.empty()) {
+        uni::stdout_output out;
+        run_to(out, header, options, args);
+        report_write_error(out.finish());
+        return;
+    }
+    uni::fileio results_file;
+    if (!results_file.open(options.out_path, uni::open_mode::write_truncate)) {
+        print_error("prob opening results file: %s for writing\n",
+                    options.out_path.c_str());
+        return;
+    }
+    run_to(results_file.get_stream(), header, options, args);
+    report_write_error(results_file.close());
+}
+
+} // namespace
+
+int main(int argc, char **argv)
+{
+    claim_standard_descriptors();
+    arg_list args = collect_args(argc, argv);
+    if (args.empty()) args.emplace_back();
+    cmdline_ctx context;
+    if (wants_help(args)) {
+        usage();
+        return 0;
+    }
+    const std::string header = run_header(args);
+    trash_options options;
+    switch (parse_trash_options(options, args, version_literal)) {
+    case parse_result::good: break;
+    case parse_result::show_usage: show_header_and_usage(header); return 0;
+    case parse_result::end_process: return failed_status;
+    }
+    context.attach(options, ignore_signal_name);
+    run(header, options, args);
+    return 0;
+}

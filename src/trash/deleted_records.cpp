@@ -1,0 +1,192 @@
+#include "trash/deleted_records.h"
+
+#include "base/hv_string.h"
+#include "base/hv_text_convert.h"
+#include "base/hv_time.h"
+
+#include <algorithm>
+#include <limits>
+
+namespace hv {
+
+namespace {
+
+// The path field holds 520 bytes, of which the last two units have always been left
+// out: a path that uses them is cut.
+constexpr u64 longest_path_bytes = 516;
+
+// A torn record that is shorter can't hold a path worth reporting.
+constexpr std::size_t least_torn_size = 289;
+
+enum dollar_i_version : u32 { version_1 = 1, version_2 = 2 };
+
+std::string read_wide_path(byte_view bytes, u64 limit)
+{
+    std::string path;
+    uni::utf16_name_to_utf8(bytes.clip(0, limit), path, false);
+    return path;
+}
+
+void fill_from_source(trash_entry &entry, const metadata_source &source)
+{
+    entry.source_offset = source.position;
+    entry.metadata_name = source.name;
+    entry.other_info = source.target_name;
+    entry.meta_record = source.record;
+}
+
+trash_entry read_dollar_i(byte_view file, const metadata_source &source)
+{
+    trash_entry entry;
+    entry.version = file.read_padded<u32>(dollar_i::version.offset);
+    entry.deleted_time = file.read_padded<u64>(dollar_i::deleted_time.offset);
+    entry.file_size = file.read_padded<u64>(dollar_i::file_size.offset);
+    fill_from_source(entry, source);
+    return entry;
+}
+
+// The 8-bit path stands as it lies: which code page it is in isn't known.
+std::string read_ansi_path(byte_view from_cursor)
+{
+    const auto bytes =
+        from_cursor.clip(info2_record::ansi_path, info2_record::ansi_path_size).bytes();
+    return {bytes.begin(), std::find(bytes.begin(), bytes.end(), u8{0})};
+}
+
+trash_entry read_info2_record(byte_view from_cursor, u64 path_limit,
+                              const metadata_source &source, bool carved)
+{
+    trash_entry entry;
+    entry.deleted_path =
+        read_wide_path(from_cursor.from(info2_record::wide_path), path_limit);
+    if (entry.deleted_path.empty()) entry.deleted_path = read_ansi_path(from_cursor);
+    entry.version = 0;
+    entry.record_number = from_cursor.read_padded<u32>(info2_record::record_number);
+    entry.drive_number = from_cursor.read_padded<u32>(info2_record::drive_number);
+    entry.deleted_time = from_cursor.read_padded<u64>(info2_record::deleted_time);
+    entry.file_size = from_cursor.read_padded<u32>(info2_record::file_size);
+    entry.carved = carved;
+    fill_from_source(entry, source);
+    return entry;
+}
+
+// Letter, zero, colon, zero. A path on a network doesn't begin like this.
+bool begins_with_drive(byte_view from_cursor)
+{
+    const auto unit = [from_cursor](std::size_t at) {
+        return from_cursor.read_padded<u16>(info2_record::wide_path + at);
+    };
+    return (unit(0) | 0x20) >= 'a' && (unit(0) | 0x20) <= 'z' && unit(2) == ':';
+}
+
+bool has_plausible_fields(byte_view from_cursor)
+{
+    if (from_cursor.read_padded<u8>(info2_record::ansi_path) == 0 &&
+        from_cursor.read_padded<u16>(info2_record::wide_path) == 0)
+        return false;
+    // Zeroed regions would pass otherwise; drive A was almost never a bin's home.
+    if (from_cursor.read_padded<u32>(info2_record::drive_number) == 0) return false;
+    return is_plausible_filetime(
+        from_cursor.read_padded<u64>(info2_record::deleted_time));
+}
+
+} // namespace
+
+bool check_i1(byte_view file)
+{
+    return file.read_padded<u32>(dollar_i::version.offset) == version_1 &&
+           file.size() >= dollar_i::size_1 &&
+           file.read_padded<u16>(dollar_i::path_1) != 0 &&
+           is_plausible_filetime(file.read_padded<u64>(dollar_i::deleted_time.offset));
+}
+
+bool check_i2(byte_view file)
+{
+    const u32 units = file.read_padded<u32>(dollar_i::path_units.offset);
+    return file.read_padded<u32>(dollar_i::version.offset) == version_2 &&
+           file.size() >= dollar_i::least_size_2 &&
+           file.read_padded<u32>(dollar_i::path_2) != 0 && units >= 2 &&
+           units <= dollar_i::most_units &&
+           is_plausible_filetime(file.read_padded<u64>(dollar_i::deleted_time.offset));
+}
+
+bool looks_like_info2(byte_view from_cursor, bool strict)
+{
+    return from_cursor.size() >= info2::record_size &&
+           has_plausible_fields(from_cursor) &&
+           (!strict || begins_with_drive(from_cursor));
+}
+
+bool has_info2_header(byte_view file)
+{
+    u32 record_size = 0;
+    return file.read(info2::record_size_field, record_size) &&
+           record_size == info2::record_size;
+}
+
+bool parse_i1(std::vector<trash_entry> &parsed, byte_view file, bool keep_parsed,
+              const metadata_source &source)
+{
+    if (!keep_parsed) parsed.clear();
+    if (!check_i1(file)) return false;
+    trash_entry entry = read_dollar_i(file, source);
+    entry.deleted_path =
+        read_wide_path(file.from(dollar_i::path_1), longest_path_bytes);
+    parsed.push_back(std::move(entry));
+    return true;
+}
+
+bool parse_i2(std::vector<trash_entry> &parsed, byte_view file, bool keep_parsed,
+              const metadata_source &source)
+{
+    if (!keep_parsed) parsed.clear();
+    if (!check_i2(file)) return false;
+    trash_entry entry = read_dollar_i(file, source);
+    const u64 units = file.read_padded<u32>(dollar_i::path_units.offset);
+    // The stored length isn't held against the file: a cut record still gives the front
+    // of its path.
+    entry.deleted_path = read_wide_path(file.from(dollar_i::path_2), 2 * units);
+    parsed.push_back(std::move(entry));
+    return true;
+}
+
+bool parse_info2(std::vector<trash_entry> &parsed, byte_view file, bool keep_parsed,
+                 const metadata_source &source, bool carved)
+{
+    if (!keep_parsed) parsed.clear();
+    if (file.size() < info2::least_size || !has_info2_header(file)) return false;
+    bool found = false;
+    byte_view rest = file.from(info2::first_cursor);
+    for (; rest.size() >= info2::record_size; rest = rest.from(info2::record_size)) {
+        if (!looks_like_info2(rest, true)) continue;
+        parsed.push_back(read_info2_record(rest, longest_path_bytes, source, carved));
+        found = true;
+    }
+    // What is left is shorter than a record. Without one good record ahead of it, it
+    // isn't believed.
+    if (!found) return false;
+    if (rest.size() < least_torn_size || !has_plausible_fields(rest) ||
+        !begins_with_drive(rest))
+        return true;
+    const u64 limit =
+        std::min<u64>(longest_path_bytes, rest.size() - info2_record::wide_path);
+    parsed.push_back(read_info2_record(rest, limit, source, carved));
+    return true;
+}
+
+bool parse_metadata(std::vector<trash_entry> &parsed, byte_view file, bool keep_parsed,
+                    const metadata_source &source)
+{
+    if (has_info2_header(file))
+        return parse_info2(parsed, file, keep_parsed, source, false);
+    if (check_i1(file)) return parse_i1(parsed, file, keep_parsed, source);
+    return parse_i2(parsed, file, keep_parsed, source);
+}
+
+u64 useful_metadata_size(byte_view head)
+{
+    if (has_info2_header(head)) return std::numeric_limits<u64>::max();
+    return dollar_i::path_2 + u64{2} * dollar_i::most_units;
+}
+
+} // namespace hv
