@@ -5,12 +5,21 @@
 #include <algorithm>
 #include <chrono>
 #include <fcntl.h>
+#include <fstream>
+#include <iterator>
 #include <string>
 #include <sys/wait.h>
 #include <unistd.h>
 #include <vector>
 
 namespace test_support {
+
+/// All bytes of a file.
+inline std::string file_bytes(const std::string &path)
+{
+    std::ifstream file(path, std::ios::binary);
+    return {std::istreambuf_iterator<char>(file), {}};
+}
 
 struct run_result {
     int status = -1; ///< exit status, or 1000 and the signal that ended it
@@ -48,7 +57,7 @@ struct run_result {
 
 /// Where the streams of a run lead to, if not to files of the test.
 struct run_streams {
-    std::string in;            ///< bytes on standard input
+    std::string in = {};            ///< bytes on standard input
     const char *out = nullptr; ///< a path to open for standard output
     bool out_closed = false;   ///< start with standard output closed
 };

@@ -251,7 +251,7 @@ TEST(RegisterFile, ReadsNoMoreOfAFileThanItCanUse)
     const std::string sparse = dir.write_file("$ISPARSE", "");
     std::filesystem::resize_file(sparse, std::uintmax_t{1} << 40);
     EXPECT_EQ(read_metadata_file(sparse).size(), 28u + 2 * 2048);
-    EXPECT_TRUE(read_metadata_file(dir.path()).empty());
+    EXPECT_TRUE(read_metadata_file(dir.path).empty());
     EXPECT_TRUE(read_metadata_file(dir / "missing").empty());
 }
 

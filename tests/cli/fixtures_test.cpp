@@ -1,0 +1,163 @@
+// Real metadata from public data sets, whose facts were read from the bytes by hand.
+// The files don't come along: VESKIT_FIXTURES names the folder that holds them.
+
+#include "support/run_veskit.h"
+
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+
+namespace {
+
+using namespace test_support;
+
+class Fixtures : public testing::Test {
+protected:
+    void SetUp() override
+    {
+        const char *folder = std::getenv("VESKIT_FIXTURES");
+        if (folder == nullptr) GTEST_SKIP() << "VESKIT_FIXTURES names no folder";
+        root = folder;
+    }
+
+    // The rows of one file, with "|" between cells and decimal numbers.
+    std::vector<std::string> rows(const std::string &name)
+    {
+        return run_veskit(
+                   {"-quiet", "-no_whitespace", "-base10", "-file", root + "/" + name})
+            .rows();
+    }
+
+    std::string root;
+};
+
+struct dollar_i_fact {
+    const char *file;
+    const char *row; ///< up to the user's folder
+};
+
+TEST_F(Fixtures, DollarIFiles)
+{
+    const std::vector<dollar_i_fact> facts = {
+        {"i_v1/$I0JGHX7", "2007-09-21 06:47:49.064|||||0|Win7 or 8|"
+                          "C:\\Users\\student\\Desktop\\New Folder 1|"},
+        {"i_v1/$I1IS2OK.txt",
+         "2007-09-21 06:48:13.478|||||0|Win7 or 8|"
+         "C:\\Users\\student\\Desktop\\New Text Document blah.txt|"},
+        {"i_v1/$I6SODDB", "2012-04-06 18:42:04.143|||||102742|Win7 or "
+                          "8|C:\\Windows\\System32\\dllhost|"},
+        {"i_v1/$I7FV8IY.exe", "2007-09-21 08:23:18.845|||||153478296|Win7 or "
+                              "8|C:\\Users\\student\\Downloads\\"
+                              "VMware-server-installer-1.0.4-56528.exe|"},
+        {"i_v1/$ID5HSV3.exe", "2012-04-06 18:43:07.406|||||3943584|Win7 or 8|"
+                              "C:\\Windows\\System32\\hythonize.exe|"},
+        {"i_v1/$IEMAANA", "2013-10-21 19:59:21.145|||||1399035|Win7 or 8|"
+                          "C:\\Users\\Donald\\SkyDrive\\Documents\\Articles|"},
+        {"i_v1/$IG1VEXX.xls", "2013-10-21 18:32:52.532|||||16384|Win7 or 8|"
+                              "C:\\Users\\Donald\\SkyDrive\\Documents\\"
+                              "WACC Calc Spreadsheet -SECRET.xls|"},
+        {"i_v1/$II3DF3L.zip",
+         "2012-03-12 20:49:58.633|||||724919|Win7 or 8|"
+         "C:\\Users\\nfury\\Documents\\Alloy Research\\StarFury.zip|"},
+        {"i_v1/$IUVFB0M.rtf",
+         "2007-09-21 06:32:46.732|||||155|Win7 or 8|"
+         "C:\\Users\\student\\Desktop\\New Rich Text Document.rtf|"},
+        {"i_v1/$IZUFRX4.vmdk",
+         "2007-09-21 09:22:25.878|||||10737418240|Win7 or 8|C:\\Virtual Machines\\"
+         "Windows XP Professional\\Windows XP Professional-flat.vmdk|"},
+        {"i_v2/$I103S5F.jpg", "2016-06-29 21:37:45.618|||||222255|Win10|"
+                              "C:\\Users\\random\\Downloads\\bunnies.jpg|"},
+        {"i_v2/$I7R52EG.txt",
+         "2015-04-04 17:24:09.614|||||14|Win10|C:\\Temp\\foobat.txt.txt|"},
+        {"i_v2/$IBBFODN", "2015-04-07 23:19:35.866|||||7|Win10|"
+                          "C:"
+                          "\\Temp\\\xF0\xA8\xB3\x8A\xF0\xA8\xB6\x99\xE9\x96\xAA\xE9\x82"
+                          "\xA8\xE9\xB0\x82|"},
+        {"i_v2/$IHO61YT",
+         "2015-04-07 23:32:07.135|||||12884901888|Win10|C:\\Temp\\largesparsefile|"},
+    };
+    for (const dollar_i_fact &fact : facts) {
+        const auto found = rows(fact.file);
+        ASSERT_EQ(found.size(), 1u) << fact.file;
+        EXPECT_TRUE(found[0].starts_with(fact.row)) << found[0];
+    }
+    // It lost one byte of its size field.
+    EXPECT_TRUE(rows("i_v1/$IYAR1YY.exe").empty());
+}
+
+TEST_F(Fixtures, Info2Files)
+{
+    const std::string desktop =
+        "|WinXP|C:\\Documents and Settings\\Mr. Evil\\Desktop\\";
+    const std::vector<std::string> facts = {
+        "2004-08-25 16:18:25.237|||||2160128" + desktop + "lalsetup250.exe|",
+        "2004-08-27 15:12:30.799|||||1325056" + desktop +
+            "netstumblerinstaller_0_4_0.exe|",
+        "2004-08-27 15:15:26.742|||||442880" + desktop + "WinPcap_3_01_a.exe|",
+        "2004-08-27 15:29:58.161|||||8460800" + desktop + "ethereal-setup-0.10.6.exe|",
+    };
+    const auto found = rows("info2/INFO2");
+    ASSERT_EQ(found.size(), facts.size());
+    for (std::size_t i = 0; i < facts.size(); ++i) {
+        EXPECT_TRUE(found[i].starts_with(facts[i])) << found[i];
+        EXPECT_NE(
+            found[i].find("\"rec#\":\"" + std::to_string(i + 1) + "\";\"vol#\":\"2\""),
+            std::string::npos)
+            << found[i];
+    }
+    EXPECT_TRUE(rows("info2/INFO2-empty").empty());
+    EXPECT_TRUE(rows("info2/INFO2-sample2").empty()) << "of an older Windows";
+}
+
+TEST_F(Fixtures, Info2AsAnotherReaderSawIt)
+{
+    // "index, tab, date and time, tab, gone, tab, size, tab, path" behind five lines.
+    const std::string listing = file_bytes(root + "/info2/INFO2-sample1.txt");
+    std::vector<std::string> expected;
+    for (std::size_t at = 0; at < listing.size();) {
+        std::size_t end = std::min(listing.find('\n', at), listing.size());
+        std::string line = listing.substr(at, end - at);
+        at = end + 1;
+        while (line.ends_with('\r')) line.pop_back();
+        std::vector<std::string> parts(1);
+        for (const char c : line)
+            if (c == '\t')
+                parts.emplace_back();
+            else
+                parts.back() += c;
+        if (parts.size() == 5 && parts[0] != "Index")
+            expected.push_back(parts[1] + "|" + parts[3] + "|" + parts[4] + "|" +
+                               parts[0]);
+    }
+    ASSERT_EQ(expected.size(), 16u);
+    std::vector<std::string> found;
+    for (const std::string &row : rows("info2/INFO2-sample1")) {
+        const std::size_t size_at = row.find("|||||") + 5;
+        const std::size_t version_at = row.find("|WinXP|");
+        const std::size_t path_at = version_at + 7;
+        const std::size_t number_at = row.find("\"rec#\":\"") + 8;
+        found.push_back(row.substr(0, 19) +
+                        row.substr(size_at - 1, version_at - size_at + 1) + "|" +
+                        row.substr(path_at, row.find('|', path_at) - path_at) + "|" +
+                        row.substr(number_at, row.find('"', number_at) - number_at));
+    }
+    EXPECT_EQ(found, expected);
+}
+
+TEST_F(Fixtures, DataFilesPairWithTheirNamesakes)
+{
+    const temp_dir dir;
+    const std::string user = dir / "S-1-5-21-7";
+    std::filesystem::create_directories(user);
+    for (const char *name : {"i_v1/$IUVFB0M.rtf", "i_v1/$RUVFB0M.rtf",
+                             "i_v2/$I7R52EG.txt", "i_v2/$R7R52EG.txt"})
+        std::filesystem::copy(root + "/" + name, user);
+    const auto found = run_veskit({"-quiet", "-no_whitespace", "-base10", "-enumdir",
+                                   dir.path, "-num_subdirs", "1"})
+                           .rows();
+    ASSERT_EQ(found.size(), 2u);
+    EXPECT_NE(found[0].find("|14|Win10|C:\\Temp\\foobat.txt.txt|"), std::string::npos);
+    EXPECT_NE(found[1].find("|152|Win7 or 8|"), std::string::npos) << found[1];
+}
+
+} // namespace
