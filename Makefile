@@ -1,0 +1,61 @@
+# The commands of README.md and CONTRIBUTING.md; the build itself is CMake's.
+
+JOBS ?= $(shell nproc)
+# What `make run` runs the program on, unless ARGS says otherwise.
+ARGS ?= -enumdir examples/bin -num_subdirs 9
+PREFIX ?= /usr/local
+# Seconds that each fuzz target runs.
+FUZZ_SECONDS ?= 60
+
+MAKEFLAGS += --no-print-directory
+.DEFAULT_GOAL := build
+.PHONY: build run test asan bench fuzz lint format install clean
+
+# Builds one preset; its output goes to standard error, so that what follows has standard
+# output for itself.
+define build_preset
+	@{ cmake --preset $(1) && cmake --build --preset $(1) -j $(JOBS) $(2); } >&2
+endef
+
+build:
+	@tools/install_deps build >&2
+	$(call build_preset,release,--target veskit)
+
+run: build
+	@build/release/src/veskit $(ARGS)
+
+test:
+	@tools/install_deps build test >&2
+	$(call build_preset,release)
+	@ctest --preset release -j $(JOBS)
+
+asan:
+	@tools/install_deps build test >&2
+	$(call build_preset,asan)
+	@ctest --preset asan -j $(JOBS)
+
+bench:
+	@tools/install_deps build bench >&2
+	$(call build_preset,bench)
+	@bench/run build/bench
+
+fuzz:
+	@tools/install_deps build fuzz >&2
+	$(call build_preset,fuzz)
+	@fuzz/run build/fuzz $(FUZZ_SECONDS)
+
+lint:
+	@tools/install_deps build test lint >&2
+	$(call build_preset,release)
+	@tools/check_format
+	@tools/lint build/release
+
+format:
+	@tools/install_deps lint >&2
+	@clang-format -i $$(git ls-files '*.cpp' '*.h')
+
+install: build
+	@cmake --install build/release --prefix $(PREFIX)
+
+clean:
+	@rm -rf build
