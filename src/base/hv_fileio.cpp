@@ -135,6 +135,12 @@ result_output::result_output(std::unique_ptr<streambuf_generic_output> buffer)
 {
 }
 
+result_output::~result_output()
+{
+    // After a failed write, what remains could be a repetition.
+    if (m_buffer->error() == 0) flush();
+}
+
 int result_output::finish()
 {
     flush();

@@ -37,6 +37,7 @@ private:
 /// A stream whose bytes go to a file or to standard output through one large put area.
 class result_output : public std::ostream {
 public:
+    ~result_output() override;
     /// Flushes what remains. Returns 0, or the error number of the first failed write.
     int finish();
 

@@ -57,7 +57,7 @@ struct run_result {
 
 /// Where the streams of a run lead to, if not to files of the test.
 struct run_streams {
-    std::string in = {};            ///< bytes on standard input
+    std::string in = {};       ///< bytes on standard input
     const char *out = nullptr; ///< a path to open for standard output
     bool out_closed = false;   ///< start with standard output closed
 };

@@ -165,7 +165,7 @@ TEST_F(VolumeRows, CarvedDataGoesBackToTheRecordThatOwnsItsClusters)
     options.records.extras(index).data_runs = {{.lcn = 3, .delta = 3, .clusters = 1},
                                                {.lcn = 9, .delta = 6, .clusters = 1}};
     options.carved_entries.resize(1);
-    options.carved_entries[0].source_offset = 9 * 4096;
+    options.carved_entries[0].source_offset = 0x9000;
     options.carved_entries[0].raw_data =
         info2_file({{.path = u"C:\\big.txt", .number = 7}});
     EXPECT_EQ(rows(), (row_list{"C:\\big.txt | S-1-5-21-7 | 0"}));
