@@ -161,12 +161,19 @@ std::string to_utf8(std::wstring_view text)
     return result;
 }
 
-std::size_t utf16_name_to_utf8(byte_view units, std::string &result,
-                               bool skip_terminator)
+std::size_t utf16_name_to_utf8(byte_view units, std::string &result, bool skip_terminator)
 {
-    std::wstring wide;
-    const std::size_t taken = utf16_to_wide(units, wide);
-    wide_to_utf8(result, wide);
+    // The wide text in between would cost more than all the rest: names go straight over.
+    const byte_view name = before_nul(units);
+    const std::size_t count = name.size() / 2;
+    const auto unit_at = [name](std::size_t i) { return unit_in(name, i); };
+    const auto put = [&result](u32 c) { append_utf8(result, c); };
+    result.clear();
+    if (!decode_utf16(count, unit_at, put)) {
+        result.clear();
+        for (std::size_t i = 0; i < count; ++i) put(unit_at(i));
+    }
+    const std::size_t taken = name.size();
     if (skip_terminator && taken != 0 && units.fits(taken, 2)) return taken + 2;
     return taken;
 }

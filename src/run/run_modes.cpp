@@ -3,6 +3,7 @@
 #include "base/hv_portable_dir.h"
 #include "base/hv_text_convert.h"
 #include "run/file_list.h"
+#include "run/volume_modes.h"
 #include "trash/classify.h"
 #include "trash/register_file.h"
 #include "trash/resolve.h"
@@ -71,12 +72,11 @@ void execute_run_mode(run_mode mode, const std::string &file, trash_options &opt
     case run_mode::mounted_bin: run_mounted_bin(options); break;
     case run_mode::single_file: run_single_file(file, options); break;
     case run_mode::file_list: run_file_list(options); break;
-    // The engine that reads a volume isn't part of the program yet: these end like a
-    // volume that isn't NTFS.
-    case run_mode::mft_file:
+    case run_mode::mft_file: run_mft_file(options); break;
+    case run_mode::volume_partition: run_volume(options, false); break;
+    case run_mode::volume_image: run_volume(options, true); break;
+    // The raw scan isn't part of the program yet: it ends without a row.
     case run_mode::raw_image:
-    case run_mode::volume_partition:
-    case run_mode::volume_image:
     case run_mode::nothing: break;
     }
 }

@@ -28,7 +28,9 @@ struct inode_record {
     text_ref name;        ///< "." for a directory registered by its path
     text_ref path;        ///< as far as it is known
     u32 extras = ~u32{0}; ///< place in the store's side table; all ones for none
+    u16 sequence = 0;
     bool is_directory = false;
+    bool in_use = false;
     bool path_resolved = false;
     bool path_complete = false;
 

@@ -1,0 +1,103 @@
+#pragma once
+
+#include "base/hv_types.h"
+#include "disk/hv_run_index.h"
+
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace hv {
+
+/// How a target is reached.
+enum class disk_access : u32 {
+    file = 0,             ///< plain file or image
+    drive = 3,            ///< physical drive, read in whole sectors
+    vmdk = 4,             ///< chain of virtual disk files
+    device_namespace = 6, ///< refused on this platform
+    closed = 8,
+};
+
+/// The one object through which bytes of a file, a device or a virtual disk are read.
+/// The target is only ever opened for reading. A run list can be attached: a mapped
+/// read then takes positions inside that file, and gathers its clusters from all over
+/// the disk.
+class RAW_DISK_IO {
+public:
+    /// By path. An empty path leaves `is_open` false, and so does an access above
+    /// `drive`; up to that a path is a plain file. One that can't be opened, or that
+    /// names a folder, a FIFO or a socket, shows only in the first read.
+    explicit RAW_DISK_IO(std::string_view path, disk_access access = disk_access::file);
+    /// By drive number: "/dev/sda" is 0. Numbers from 20 up fail. A device that can't
+    /// be opened is told on standard error. With another access than `drive` nothing
+    /// is opened.
+    explicit RAW_DISK_IO(u32 drive_number, disk_access access = disk_access::drive);
+    virtual ~RAW_DISK_IO();
+    RAW_DISK_IO(const RAW_DISK_IO &) = delete;
+    RAW_DISK_IO &operator=(const RAW_DISK_IO &) = delete;
+
+    /// The arguments were acceptable; see the constructors for what that says.
+    bool is_open() const { return m_open; }
+    u64 get_size() const;
+    u32 bytes_per_sector() const { return m_bytes_per_sector; }
+
+    /// Reads `length` bytes at `offset` of the target or, with `mapped` and an attached
+    /// run list, of the mapped file. `length` comes back as the bytes delivered, which
+    /// may be fewer: up to the end of the target, or of what the runs cover. Of bytes
+    /// ahead of the end that the system doesn't deliver, zeros stand in the buffer.
+    /// False for no buffer, nothing to read, an offset at or behind the end of the
+    /// target, or a plain file of which the system delivers no byte for an error; a
+    /// drive reads as zeros then.
+    bool read(u8 *buffer, u32 &length, u64 offset, bool mapped = false) const;
+    /// `read` without mapping.
+    bool read_checked(u8 *buffer, u32 &length, u64 offset) const;
+    /// `read` without mapping; with `ignore_size` the target's end isn't looked at
+    /// first, and `length` comes back as what the system delivered, be it 0.
+    bool read_unbounded(u8 *buffer, u32 &length, u64 offset, bool ignore_size) const;
+    /// All of `length` bytes at `offset`, read in one go and without mapping, or false
+    /// with an undefined buffer. For reads that gather several smaller ones: where it
+    /// fails, the smaller ones decide what is delivered. On a drive it fails for what
+    /// isn't made of whole sectors.
+    bool read_exact(u8 *buffer, u64 length, u64 offset) const;
+    /// Reads whole clusters at a byte position relative to the volume of the attached
+    /// run list. False for a length that isn't a multiple of its cluster size, which
+    /// stays as it was.
+    bool read_run_cluster(u64 position, u8 *buffer, u32 &length) const;
+    /// Reads through any run list, as if cluster by cluster: each is read whole into
+    /// one scratch buffer of zeros, and its share is copied from there. A cluster that
+    /// can't be read gives what the scratch buffer held, and counts. Of a cluster that
+    /// is cut by the end of the target, the range's first and last one give their whole
+    /// share, another only what was read. A sparse cluster gives zeros or, with
+    /// `leave_out_sparse`, nothing. The clusters end with the first that no run holds;
+    /// then the last one gives as much as the range wanted of its own last cluster.
+    /// `status` goes in and comes out as `mapped_status`. False, with `length` as it
+    /// was, for no buffer, no length, no runs, a cluster size of 0, a closed target, a
+    /// read that succeeds without a byte, or a lack of memory.
+    bool read_mapped(const run_index &runs, u32 cluster_size, u64 offset, u8 *buffer,
+                     u32 &length, u64 &status) const;
+
+    /// Attaches the run list of a file of `mapped_size` bytes on the volume that begins
+    /// at `volume_offset`. An empty list, or a size of 0, ends the mapping.
+    void attach_runs(u32 cluster_size, const std::vector<disk_run> &runs,
+                     u64 mapped_size, u64 volume_offset);
+    bool uses_runs() const { return m_use_runs; }
+    u64 map_base() const { return m_map_base; }
+
+private:
+    bool open_target(const std::string &path);
+    bool read_clipped(u8 *buffer, u32 &length, u64 offset) const;
+    bool read_sectors(u8 *buffer, u32 &length, u64 offset) const;
+
+    int m_fd = -1;
+    u64 m_size = 0;
+    u32 m_bytes_per_sector = 0;
+    disk_access m_type = disk_access::closed;
+    bool m_open = false;
+
+    u32 m_cluster_size = 0;
+    run_index m_runs;
+    u64 m_map_base = 0;
+    bool m_use_runs = false;
+};
+
+} // namespace hv

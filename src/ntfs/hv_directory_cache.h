@@ -1,0 +1,18 @@
+#pragma once
+
+#include "base/hv_types.h"
+
+#include <map>
+#include <set>
+#include <string>
+
+namespace hv {
+
+/// What is known of a directory that a path led through.
+struct directory_cache_entry {
+    std::set<u64> children;           ///< entry numbers
+    std::map<std::string, u64> names; ///< lower-case UTF-8 name to entry number
+};
+using directory_cache = std::map<u64, directory_cache_entry>;
+
+} // namespace hv

@@ -1,0 +1,94 @@
+#pragma once
+
+#include "base/hv_byte_view.h"
+#include "ntfs/hv_ntfs_layout.h"
+
+#include <span>
+#include <string>
+#include <string_view>
+
+/// The "FILE" record: its test, its update sequence, and the walk over its attributes.
+namespace hv {
+
+enum class block_type : u32 { unknown = 0, file = 1, index = 2, bad = 3 };
+
+/// The test that every reader applies to a record ahead of anything else.
+bool passes_record_test(byte_view record);
+/// The signature of a block, without any further test.
+bool has_signature(byte_view block, u32 signature);
+
+/// Puts the sector tails of a block back from its update sequence array at
+/// `array_offset`. The check value isn't compared: a record torn by a crash still
+/// yields its names. Tails and array entries outside the block are passed over.
+void restore_sector_tails(std::span<u8> block, std::size_t array_offset, u16 count,
+                          u32 sector_size);
+/// The step between sector tails: 512 where that is what the array covers, whatever the
+/// boot sector says; volumes with sectors of 4096 bytes are written like this.
+u32 fixup_step(u16 count, std::size_t block_size, u32 sector_size);
+
+/// Applies the update sequence of a "FILE" record that passes the record test, or of
+/// any "INDX" block. False for anything else.
+bool apply_fixup(std::span<u8> block, u32 sector_size);
+/// The same, telling what the block is; "BAAD" is recognised and left as it is. Blocks
+/// of fewer than 1024 bytes, or shorter than their array says, are unknown.
+block_type apply_fixup_typed(std::span<u8> block, u32 sector_size);
+
+/// One attribute of a record, cut to its own length.
+class attribute_ref {
+public:
+    attribute_ref() = default;
+    explicit attribute_ref(byte_view bytes) : m_bytes(bytes) {}
+
+    byte_view bytes() const { return m_bytes; }
+    u32 type() const { return m_bytes.read_padded<u32>(attribute::type); }
+    bool is(attribute_type wanted) const { return type() == static_cast<u32>(wanted); }
+    bool non_resident() const
+    {
+        return m_bytes.read_padded<u8>(attribute::non_resident) != 0;
+    }
+    u16 flags() const { return m_bytes.read_padded<u16>(attribute::flags); }
+    u16 id() const { return m_bytes.read_padded<u16>(attribute::id); }
+    bool has_name() const
+    {
+        return m_bytes.read_padded<u8>(attribute::name_length) != 0;
+    }
+    /// The name in UTF-8, cut at the attribute's end.
+    std::string name() const;
+    /// The resident content, cut at the attribute's end; empty if non-resident.
+    byte_view content() const;
+    /// Sizes of the non-resident form, in bytes.
+    u64 allocated_size() const
+    {
+        return m_bytes.read_padded<u64>(attribute::allocated_size);
+    }
+    u64 real_size() const { return m_bytes.read_padded<u64>(attribute::real_size); }
+    u64 valid_size() const { return m_bytes.read_padded<u64>(attribute::valid_size); }
+    /// The encoded run list of the non-resident form, to the attribute's end.
+    byte_view run_list() const;
+
+private:
+    byte_view m_bytes;
+};
+
+/// Calls `visit` for each attribute of a record, from its first on, until it returns
+/// false. The walk ends at the end marker, at a length of zero, or at one that leaves
+/// the record; every step shrinks what is left.
+template <class Visit> void for_each_attribute(byte_view record, Visit visit)
+{
+    byte_view rest =
+        record.from(record.read_padded<u16>(file_record::first_attribute.offset));
+    u32 type = 0;
+    u32 length = 0;
+    while (rest.read(attribute::type, type) && type != attribute::end_marker &&
+           rest.read(attribute::length, length)) {
+        byte_view one;
+        if (length == 0 || !rest.sub(0, length, one)) return;
+        if (!visit(attribute_ref(one))) return;
+        rest = rest.from(length);
+    }
+}
+
+/// The short or the long name of an attribute type; "unk" for an unknown one.
+std::string_view attribute_type_name(u32 type, bool long_name);
+
+} // namespace hv

@@ -1,0 +1,282 @@
+#include "ntfs/hv_stream_reader.h"
+
+#include "ntfs/hv_lznt1.h"
+#include "ntfs/hv_mft_entries_ctx.h"
+#include "ntfs/ntfs.h"
+
+#include <algorithm>
+#include <new>
+#include <span>
+
+namespace hv {
+
+namespace {
+
+constexpr u16 attribute_is_compressed = 1;
+constexpr u64 clusters_per_unit = 16;
+// A unit of the largest clusters there are, 2 MiB. A boot sector may claim any size.
+constexpr u64 largest_unit = u64{32} << 20;
+// Small clusters make small units; reading several at once changes nothing but the
+// time.
+constexpr u64 least_plain_step = 0x40000;
+
+// Delivers the clusters of a plan one after the other, until one can't be read.
+class range_delivery {
+public:
+    range_delivery(const RAW_DISK_IO &disk, u64 volume_offset, const cluster_plan &plan,
+                   std::span<u8> out)
+        : m_disk(disk),
+          m_volume_offset(volume_offset),
+          m_plan(plan),
+          m_out(out)
+    {
+    }
+
+    void deliver()
+    {
+        for (const disk_piece &piece : m_plan.pieces)
+            if (left() == 0 || !deliver_piece(piece)) return;
+    }
+    u32 copied() const { return static_cast<u32>(m_copied); }
+    bool filled_sparse() const { return m_filled_sparse; }
+
+private:
+    u64 left() const { return m_out.size() - m_copied; }
+    bool deliver_piece(const disk_piece &piece);
+    bool deliver_stretch(const disk_piece &piece, u64 count);
+    bool deliver_cluster(const disk_piece &piece, u64 index);
+
+    const RAW_DISK_IO &m_disk;
+    u64 m_volume_offset;
+    const cluster_plan &m_plan;
+    std::span<u8> m_out;
+    u64 m_copied = 0;
+    u64 m_cluster = 0; ///< clusters of the plan that are done
+    bool m_filled_sparse = false;
+};
+
+bool range_delivery::deliver_piece(const disk_piece &piece)
+{
+    if (piece.is_sparse) {
+        const u64 bytes =
+            std::min(m_plan.share_of(m_cluster, piece.clusters).bytes, left());
+        std::ranges::fill(m_out.subspan(m_copied, bytes), u8{0});
+        m_copied += bytes;
+        m_cluster += piece.clusters;
+        m_filled_sparse = true;
+        return true;
+    }
+    const u64 inside = clusters_on_medium(piece, m_plan.cluster_size, m_volume_offset,
+                                          m_disk.get_size());
+    u64 i = inside != 0 && deliver_stretch(piece, inside) ? inside : 0;
+    for (; i < piece.clusters && left() != 0; ++i)
+        if (!deliver_cluster(piece, i)) return false;
+    return true;
+}
+
+// Reads the first clusters of a piece in one go: all of them, or none.
+bool range_delivery::deliver_stretch(const disk_piece &piece, u64 count)
+{
+    u64 position = 0;
+    const cluster_plan::share share = m_plan.share_of(m_cluster, count);
+    const u64 bytes = std::min(share.bytes, left());
+    if (!cluster_position(piece, 0, m_plan.cluster_size, m_volume_offset, position) ||
+        !m_disk.read_exact(m_out.data() + m_copied, bytes, position + share.begin))
+        return false;
+    m_copied += bytes;
+    m_cluster += count;
+    return true;
+}
+
+bool range_delivery::deliver_cluster(const disk_piece &piece, u64 index)
+{
+    u64 position = 0;
+    const cluster_plan::share share = m_plan.share_of(m_cluster, 1);
+    const u32 bytes = static_cast<u32>(std::min(share.bytes, left()));
+    u32 got = bytes;
+    if (!cluster_position(piece, index, m_plan.cluster_size, m_volume_offset,
+                          position) ||
+        __builtin_add_overflow(position, share.begin, &position) ||
+        !m_disk.read_checked(m_out.data() + m_copied, got, position))
+        return false;
+    m_copied += got;
+    ++m_cluster;
+    return got == bytes;
+}
+
+// How much of a non-resident attribute is read, in bytes.
+struct stream_extent {
+    u64 size = 0;
+    u64 slack = 0;
+    u64 readable = 0;
+};
+
+stream_extent measure(const attrib_info &attribute, u32 cluster_size,
+                      bool whole_allocation)
+{
+    stream_extent extent;
+    extent.size = attribute.allocated_size;
+    if (!whole_allocation) {
+        extent.size = std::max(attribute.real_size, attribute.valid_size);
+        if (attribute.allocated_size > extent.size)
+            extent.slack = attribute.allocated_size - extent.size;
+    }
+    extent.readable = std::min(
+        extent.size, runs_total_bytes(attribute.cluster_runs, cluster_size, false));
+    return extent;
+}
+
+bool write_bytes(std::ostream &out, std::span<const u8> bytes)
+{
+    const void *data = bytes.data();
+    out.write(static_cast<const char *>(data),
+              static_cast<std::streamsize>(bytes.size()));
+    return out.good();
+}
+
+// Index blocks are always taken as 4096 bytes, and by their place: no signature is
+// tested.
+void restore_index_blocks(std::span<u8> bytes, u32 sector_size)
+{
+    while (!bytes.empty()) {
+        const auto block = bytes.first(std::min(bytes.size(), index_block::size));
+        const byte_view view{block};
+        const u16 count = view.read_padded<u16>(index_block::fixup_count);
+        restore_sector_tails(block, view.read_padded<u16>(index_block::fixup_offset),
+                             count, fixup_step(count, block.size(), sector_size));
+        bytes = bytes.subspan(block.size());
+    }
+}
+
+// Reads a stream as it lies on the volume. True if anything was written.
+bool copy_plain_stream(const CNtfs &volume, const attrib_info &attribute,
+                       const run_index &runs, u64 total, std::ostream &out,
+                       bool restore_blocks)
+{
+    const u64 unit = clusters_per_unit * volume.get_cluster_size();
+    const u64 step = std::min(largest_unit, std::max(unit, least_plain_step));
+    std::vector<u8> buffer(std::min(step, total));
+    u64 done = 0;
+    while (done < total) {
+        u32 got = static_cast<u32>(std::min<u64>(buffer.size(), total - done));
+        u64 flags = 0;
+        if (!read_stream_range(volume, runs, done, buffer.data(), got, flags)) break;
+        const auto bytes = std::span(buffer).first(got);
+        const bool is_index =
+            attribute.type == static_cast<u32>(attribute_type::index_allocation);
+        if (is_index && restore_blocks)
+            restore_index_blocks(bytes, volume.get_bytes_per_sector());
+        if (!write_bytes(out, bytes)) return false;
+        done += got;
+    }
+    return done != 0;
+}
+
+// Reads and expands a compressed stream, unit by unit. True if any unit was read.
+bool expand_stream(const CNtfs &volume, const run_index &runs,
+                   const stream_extent &extent, std::ostream &out)
+{
+    const u64 unit = clusters_per_unit * volume.get_cluster_size();
+    if (unit == 0 || unit > largest_unit) return false;
+    u64 remaining = extent.readable;
+    u64 step = std::min(unit, remaining);
+    std::vector<u8> raw(unit);
+    std::vector<u8> plain(unit);
+    u64 offset = 0;
+    while (remaining != 0) {
+        u32 got = static_cast<u32>(step);
+        u64 flags = 0;
+        std::size_t count = 0;
+        if (!read_stream_range(volume, runs, offset, raw.data(), got, flags)) break;
+        const auto wanted = std::span(plain).first(std::min(unit, remaining));
+        if (!expand_unit(wanted, count, {raw.data(), got},
+                         (flags & mapped_status::filled_sparse) != 0) ||
+            count == 0)
+            break;
+        if (!write_bytes(out, wanted.first(count))) return false;
+        offset += step;
+        remaining -= std::min(step, remaining);
+        // The last unit is read to the end of its allocation: the compressed bytes of
+        // a short rest needn't be fewer than the rest itself.
+        step = remaining > unit ? unit : std::min(unit, remaining + extent.slack);
+    }
+    return offset != 0;
+}
+
+} // namespace
+
+bool read_stream_range(const CNtfs &volume, const run_index &runs, u64 offset,
+                       u8 *buffer, u32 &size, u64 &flags)
+try {
+    const bool leave_out = (flags & mapped_status::leave_out_sparse) != 0;
+    const RAW_DISK_IO *disk = volume.get_disk();
+    const u32 cluster_size = volume.get_cluster_size();
+    if (disk == nullptr || buffer == nullptr || size == 0 || cluster_size == 0)
+        return false;
+    const cluster_plan plan = plan_range(runs, cluster_size, offset, size, leave_out);
+    flags = plan.status;
+    range_delivery delivery(*disk, volume.get_volume_offset(), plan, {buffer, size});
+    delivery.deliver();
+    if (delivery.filled_sparse()) flags |= mapped_status::filled_sparse;
+    if (delivery.copied() == 0) return false;
+    size = delivery.copied();
+    return true;
+} catch (const std::bad_alloc &) {
+    return false;
+}
+
+bool read_attribute_stream(const CNtfs &volume, const attrib_info &attribute,
+                           std::ostream &out, const stream_options &options)
+try {
+    out.clear();
+    if (attribute.cluster_runs.empty() && attribute.content.empty()) {
+        debug_log(options.log, "err: no data");
+        return false;
+    }
+    if (!attribute.non_resident) {
+        debug_log(options.log, "info: data size 0x%llx",
+                  static_cast<unsigned long long>(attribute.content.size()));
+        return !attribute.content.empty() && write_bytes(out, attribute.content);
+    }
+    stream_extent extent =
+        measure(attribute, volume.get_cluster_size(), options.whole_allocation);
+    debug_log(options.log, "info: data size 0x%llx",
+              static_cast<unsigned long long>(extent.size));
+    const RAW_DISK_IO *disk = volume.get_disk();
+    if (disk == nullptr || volume.get_cluster_size() == 0) return false;
+    extent.readable = std::min(extent.readable, options.most_bytes);
+    if (!options.whole_allocation &&
+        attribute.attribute_flags == attribute_is_compressed &&
+        attribute.compression_unit != 0 && attribute.compressed_size != 0)
+        return expand_stream(volume, attribute.cluster_runs, extent, out);
+
+    u64 total = extent.readable;
+    if (options.follow_slack)
+        total += std::min(extent.slack, options.most_bytes - total);
+    std::vector<cluster_run> runs = attribute.cluster_runs;
+    if (options.compact) {
+        compact_runs(runs);
+        // Runs that name the same clusters over and over could fill any memory.
+        total = std::min(total, disk->get_size());
+    }
+    return copy_plain_stream(volume, attribute, runs, total, out,
+                             !options.whole_allocation);
+} catch (const std::bad_alloc &) {
+    return false;
+}
+
+bool read_inode_data(const CNtfs &volume, u64 entry, std::ostream &out,
+                     const stream_options &options)
+{
+    std::vector<attrib_info> attributes;
+    if (!get_attribute_list(volume, entry, attributes, false)) return false;
+    const auto found =
+        std::ranges::find_if(attributes, [](const attrib_info &attribute) {
+            return attribute.type == static_cast<u32>(attribute_type::data) &&
+                   attribute.stream_name.empty();
+        });
+    return found != attributes.end() &&
+           read_attribute_stream(volume, *found, out, options);
+}
+
+} // namespace hv

@@ -1,0 +1,447 @@
+#include "ntfs/ntfs.h"
+
+#include "ntfs/hv_data_run.h"
+
+#include <algorithm>
+#include <bit>
+#include <set>
+
+namespace hv {
+
+namespace {
+
+constexpr u8 most_sectors_per_cluster = 128;
+constexpr u32 largest_exponent = 31;
+
+// Clusters of up to 2 MiB are real; a boot sector that says more is damaged.
+constexpr u64 largest_cluster = u64{2} << 20;
+
+// No record is larger. A boot sector that says more costs no more memory than this.
+constexpr u32 largest_record = 65536;
+
+// The most that an attribute list may hold on a real volume. It bounds what a hostile
+// list can cost: each of its entries may ask for a record.
+constexpr u64 largest_attribute_list = 256 * 1024;
+
+constexpr std::string_view boot_signature = "NTFS    ";
+
+u64 multiplied(u64 a, u64 b)
+{
+    u64 product = 0;
+    return __builtin_mul_overflow(a, b, &product) ? 0 : product;
+}
+
+// The size of a record that entry 0 states, if it can be one.
+bool is_record_size(u32 size)
+{
+    return size >= 512 && size <= largest_record && std::has_single_bit(size);
+}
+
+// The attribute of a record that has a list entry's type and id.
+bool find_attribute(byte_view record, byte_view entry, attribute_ref &found)
+{
+    const u32 type = entry.read_padded<u32>(list_entry::type);
+    const u16 id = entry.read_padded<u16>(list_entry::id);
+    bool any = false;
+    for_each_attribute(record, [&](attribute_ref one) {
+        any = one.type() == type && one.id() == id;
+        if (any) found = one;
+        return !any;
+    });
+    return any;
+}
+
+// Calls `visit` with each entry of an attribute list. Fewer than 27 bytes at the end
+// are never looked at: an entry that ends the list exactly has always been lost.
+template <class Visit> void for_each_list_entry(byte_view list, Visit visit)
+{
+    while (list.size() > list_entry::size) {
+        const u16 length = list.read_padded<u16>(list_entry::length);
+        if (length == 0 || length > list.size()) return;
+        visit(list);
+        list = list.from(length);
+    }
+}
+
+// Appends the decoded runs of a non-resident attribute. An attribute that was never
+// initialised has to hold its run list; then there is nothing to decode, which is fine.
+bool append_runs(data_run_list &runs, attribute_ref attribute)
+{
+    const byte_view list = attribute.run_list();
+    if (list.empty() && attribute.valid_size() == 0) return true;
+    return decode_run_list(list, runs, attribute.type(), false);
+}
+
+// The pseudo-run that stands for resident content.
+data_run resident_run(attribute_ref attribute)
+{
+    data_run run;
+    const auto content = attribute.content().bytes();
+    run.resident = true;
+    run.content_length = static_cast<u32>(content.size());
+    run.attribute_type = attribute.type();
+    run.tail.assign(content.begin(), content.end());
+    return run;
+}
+
+bool add_stream(data_run_list &runs, u64 &size, attribute_ref attribute)
+{
+    if (attribute.non_resident()) {
+        if (!append_runs(runs, attribute)) return false;
+        if (size == 0) size = attribute.real_size();
+    } else if (!attribute.content().empty()) {
+        runs.push_back(resident_run(attribute));
+        if (size == 0) size = attribute.content().size();
+    }
+    return true;
+}
+
+bool add_index(INODE_STATS &stats, attribute_ref attribute)
+{
+    if (!attribute.non_resident()) return true;
+    stats.index_runs.emplace_back();
+    stats.index_names.push_back(attribute.name());
+    return append_runs(stats.index_runs.back(), attribute);
+}
+
+// The name isn't taken from the content here; callers use its fixed part.
+void add_file_name(INODE_STATS &stats, attribute_ref attribute)
+{
+    if (attribute.has_name()) {
+        stats.name = attribute.name();
+        return;
+    }
+    const byte_view content = attribute.content();
+    if (content.empty()) return;
+    const auto fixed = content.clip(0, file_name::fixed_size).bytes();
+    stats.file_name.fill(0);
+    std::copy(fixed.begin(), fixed.end(), stats.file_name.begin());
+    stats.data_size = content.read_padded<u64>(file_name::real_size);
+}
+
+// Numbers the runs by the clusters ahead of them and maps each start to its run.
+void number_runs(INODE_STATS &stats)
+{
+    u64 vcn = 0;
+    stats.run_map.clear();
+    for (std::size_t i = 0; i < stats.data_runs.size(); ++i) {
+        stats.data_runs[i].vcn = vcn;
+        stats.run_map.emplace(vcn, i);
+        vcn += stats.data_runs[i].clusters;
+    }
+}
+
+std::vector<cluster_run> cluster_runs_of(const data_run_list &runs)
+{
+    std::vector<cluster_run> result;
+    u64 vcn = 0;
+    for (const data_run &run : runs) {
+        if (run.resident) continue;
+        const bool sparse = run.lcn == sparse_lcn;
+        result.push_back({sparse ? 0 : run.lcn, vcn, sparse, run.clusters});
+        vcn += run.clusters;
+    }
+    return result;
+}
+
+} // namespace
+
+bool NTFS_BOOT::has_signature() const
+{
+    const auto stored =
+        byte_view{bytes}.clip(ntfs_boot::signature, boot_signature.size()).bytes();
+    return std::equal(stored.begin(), stored.end(), boot_signature.begin(),
+                      boot_signature.end());
+}
+
+CNtfs::CNtfs(std::string_view path, u64 offset, volume_kind kind)
+    : m_kind(kind),
+      m_volume_offset(offset)
+{
+    const bool known = kind == volume_kind::letter_path || kind == volume_kind::path ||
+                       kind == volume_kind::image;
+    if (known && !path.empty())
+        m_disk = std::make_unique<RAW_DISK_IO>(path);
+    else
+        m_kind = volume_kind::bad;
+}
+
+CNtfs::CNtfs(u32 drive_number, u64 offset)
+    : m_disk(std::make_unique<RAW_DISK_IO>(drive_number)),
+      m_kind(volume_kind::drive),
+      m_volume_offset(offset)
+{
+}
+
+CNtfs::~CNtfs() = default;
+
+RAW_DISK_IO *CNtfs::get_disk() const
+{
+    return m_disk && m_disk->is_open() ? m_disk.get() : nullptr;
+}
+
+bool CNtfs::read_bytes(u64 position, u8 *buffer, u32 &length) const
+{
+    u64 on_disk = 0;
+    if (!m_disk || __builtin_add_overflow(position, m_volume_offset, &on_disk))
+        return false;
+    return m_disk->read(buffer, length, on_disk) && length > 0;
+}
+
+bool CNtfs::read_boot_sector()
+{
+    u32 length = ntfs_boot::size;
+    return read_bytes(0, m_boot.bytes.data(), length) && length == ntfs_boot::size &&
+           m_boot.has_signature();
+}
+
+void CNtfs::compute_geometry()
+{
+    const u8 sectors = m_boot.get(ntfs_boot::sectors_per_cluster);
+    const u32 exponent = std::min<u32>(256u - sectors, largest_exponent);
+    m_sectors_per_cluster =
+        sectors > most_sectors_per_cluster ? 1u << exponent : sectors;
+    const u64 cluster = u64{get_bytes_per_sector()} * m_sectors_per_cluster;
+    m_cluster_size = cluster <= largest_cluster ? static_cast<u32>(cluster) : 0;
+    if (m_cluster_size == 0) return;
+
+    const u8 per_record = m_boot.get(ntfs_boot::clusters_per_record);
+    u64 record = 0;
+    if (per_record >= 128) {
+        record = u64{1} << (256u - per_record) % 32;
+        m_mft_cluster_per_record_fixed = static_cast<u32>(record / m_cluster_size);
+    } else {
+        record = u64{m_cluster_size} * per_record;
+        m_mft_cluster_per_record_fixed = per_record;
+    }
+    m_mft_record_size = static_cast<u32>(std::min<u64>(record, largest_record));
+    m_total_clusters = m_boot.get(ntfs_boot::total_sectors) / m_sectors_per_cluster;
+    m_mft_file_pos = multiplied(m_cluster_size, get_mft_start_lcn());
+}
+
+bool CNtfs::read_first_entry()
+{
+    // A second reading if the record says that the boot sector understated its size.
+    for (int tries = 0; tries < 2; ++tries) {
+        m_first_entry.assign(m_mft_record_size, 0);
+        u32 length = m_mft_record_size;
+        if (!read_bytes(m_mft_file_pos, m_first_entry.data(), length)) return false;
+        m_first_entry.resize(length);
+        if (!apply_fixup(m_first_entry, get_bytes_per_sector())) return false;
+        const byte_view record{m_first_entry};
+        if (!passes_record_test(record)) return false;
+        const u32 count = record.read_padded<u16>(file_record::fixup_count.offset);
+        if (count * 512 <= m_mft_record_size + 512) break;
+        m_mft_record_size = count * 512 - 512;
+    }
+    m_allocated_record_size =
+        byte_view{m_first_entry}.read_padded<u32>(file_record::bytes_allocated.offset);
+    if (!is_record_size(m_allocated_record_size))
+        m_allocated_record_size = m_mft_record_size;
+    return m_allocated_record_size != 0;
+}
+
+// The $MFT's own runs. Its attribute list leads to records that lie in the runs known
+// so far, so each piece counts as soon as it is there.
+void CNtfs::count_entries()
+{
+    const byte_view record{m_first_entry};
+    std::vector<u8> outside;
+    byte_view list;
+    m_mft_stats = {};
+    for_each_attribute(record, [&](attribute_ref one) {
+        if (one.is(attribute_type::attribute_list)) {
+            outside = read_attribute_clusters(one, largest_attribute_list);
+            list = one.non_resident() ? byte_view{outside} : one.content();
+        }
+        return parse_attribute(m_mft_stats, one);
+    });
+    m_mft_runs = cluster_runs_of(m_mft_stats.data_runs);
+    for_each_list_entry(list, [&](byte_view entry) {
+        follow_list(m_mft_stats,
+                    entry.clip(0, entry.read_padded<u16>(list_entry::length)),
+                    mft_entry_number);
+        if (m_mft_stats.data_runs.size() != m_mft_runs.size())
+            m_mft_runs = cluster_runs_of(m_mft_stats.data_runs);
+    });
+    number_runs(m_mft_stats);
+    const bool resident =
+        !m_mft_stats.data_runs.empty() && m_mft_stats.data_runs[0].resident;
+    u64 clusters = resident ? 1 : 0;
+    for (const cluster_run &run : m_mft_runs) clusters += run.clusters;
+    m_entry_count = multiplied(clusters, m_cluster_size) / m_allocated_record_size;
+}
+
+bool CNtfs::validate_volume()
+{
+    if (!m_disk) m_Validated = false;
+    if (!m_disk || m_Validated) return m_Validated;
+    if (!read_boot_sector()) return false;
+    compute_geometry();
+    if (m_cluster_size == 0 || !read_first_entry()) return false;
+    count_entries();
+    m_Validated = true;
+
+    // Without it the volume is still good; only its free clusters stay unknown.
+    std::vector<u8> record;
+    INODE_STATS stats;
+    if (read_filerecord(bitmap_entry_number, record) &&
+        collect_inode_stats(byte_view{record}, stats, bitmap_entry_number))
+        m_bitmap_runs = stats.data_runs;
+    return true;
+}
+
+bool CNtfs::get_lcn_for_inode(u64 entry, u64 &lcn, u32 &offset_in_cluster) const
+{
+    u64 offset = 0;
+    std::size_t index = 0;
+    if (m_cluster_size == 0 ||
+        __builtin_mul_overflow(entry, m_allocated_record_size, &offset))
+        return false;
+    offset_in_cluster = static_cast<u32>(offset % m_cluster_size);
+    return find_vcn(m_mft_runs, offset / m_cluster_size, index, lcn) &&
+           !m_mft_runs[index].is_sparse;
+}
+
+u64 CNtfs::get_entry_position(u64 entry) const
+{
+    u64 lcn = 0;
+    u64 position = 0;
+    u32 offset = 0;
+    if (!get_lcn_for_inode(entry, lcn, offset)) return 0;
+    if (__builtin_mul_overflow(lcn, m_cluster_size, &position)) return 0;
+    return __builtin_add_overflow(position, offset, &position) ? 0 : position;
+}
+
+u64 CNtfs::get_last_allocated_indo_per_mftbitmap() const
+{
+    constexpr std::size_t least_bitmap = 512;
+    if (!m_disk || m_cluster_size < least_bitmap) return 0;
+    const std::vector<u8> bitmap = read_runs(m_mft_stats.bitmap_runs, m_disk->get_size());
+    if (bitmap.size() < least_bitmap) return 0;
+    for (u64 i = bitmap.size(); i-- > 0;)
+        if (bitmap[i] != 0) return i * 8 + static_cast<u64>(std::bit_width(bitmap[i])) - 1;
+    return 0;
+}
+
+bool CNtfs::read_clusters(u64 lcn, u8 *buffer, u32 &length) const
+{
+    u64 position = 0;
+    if (m_cluster_size == 0 || length % m_cluster_size != 0) return false;
+    return !__builtin_mul_overflow(lcn, m_cluster_size, &position) &&
+           read_bytes(position, buffer, length);
+}
+
+bool CNtfs::read_filerecord(u64 entry, std::vector<u8> &record, u64 &position) const
+{
+    position = get_entry_position(entry);
+    u32 length = get_mft_record_size();
+    record.assign(length, 0);
+    if (position == 0 || !read_bytes(position, record.data(), length)) return false;
+    record.resize(length);
+    return apply_fixup(record, get_bytes_per_sector());
+}
+
+bool CNtfs::read_filerecord(u64 entry, std::vector<u8> &record) const
+{
+    u64 position = 0;
+    return read_filerecord(entry, record, position);
+}
+
+bool CNtfs::read_record_checked(u64 entry, std::vector<u8> &record,
+                                block_type &type) const
+{
+    const u64 position = get_entry_position(entry);
+    u32 length = get_mft_record_size();
+    type = block_type::unknown;
+    record.assign(length, 0);
+    if (position == 0 || !read_bytes(position, record.data(), length)) return false;
+    record.resize(length);
+    type = apply_fixup_typed(record, get_bytes_per_sector());
+    return type != block_type::unknown;
+}
+
+std::vector<u8> CNtfs::read_runs(const data_run_list &runs, u64 most) const
+{
+    std::vector<u8> bytes;
+    for (const data_run &run : runs) {
+        for (u32 i = 0; i < run.clusters; ++i) {
+            const std::size_t had = bytes.size();
+            if (had + m_cluster_size > std::max<u64>(most, m_cluster_size)) return bytes;
+            bytes.resize(had + m_cluster_size);
+            u32 length = m_cluster_size;
+            const bool good =
+                run.lcn != sparse_lcn && read_clusters(run.lcn + i, bytes.data() + had, length);
+            bytes.resize(had + (good ? length : 0));
+            if (!good) return bytes;
+        }
+    }
+    return bytes;
+}
+
+std::vector<u8> CNtfs::read_attribute_clusters(attribute_ref attribute, u64 most) const
+{
+    data_run_list runs;
+    if (m_cluster_size == 0 || !attribute.non_resident() ||
+        !decode_run_list(attribute.run_list(), runs, attribute.type(), true))
+        return {};
+    return read_runs(runs, most);
+}
+
+bool CNtfs::parse_attribute(INODE_STATS &stats, attribute_ref attribute) const
+{
+    switch (static_cast<attribute_type>(attribute.type())) {
+    case attribute_type::file_name: add_file_name(stats, attribute); return true;
+    case attribute_type::index_allocation: return add_index(stats, attribute);
+    case attribute_type::data:
+        if (attribute.has_name()) return true;
+        return add_stream(stats.data_runs, stats.data_size, attribute);
+    case attribute_type::bitmap:
+        return add_stream(stats.bitmap_runs, stats.bitmap_size, attribute);
+    default: return true;
+    }
+}
+
+void CNtfs::follow_list(INODE_STATS &stats, byte_view entry_bytes, u64 entry) const
+{
+    const u64 reference = entry_bytes.read_padded<u64>(list_entry::reference);
+    if (reference_entry(reference) == entry) return;
+    std::vector<u8> bytes;
+    block_type type = block_type::unknown;
+    if (!read_record_checked(reference_entry(reference), bytes, type)) return;
+    const byte_view record{bytes};
+    const bool belongs =
+        type == block_type::file &&
+        record.read_padded<u16>(file_record::first_attribute.offset) != 0 &&
+        record.read_padded<u16>(file_record::sequence.offset) ==
+            reference_sequence(reference);
+    attribute_ref found;
+    if (belongs && find_attribute(record, entry_bytes, found))
+        parse_attribute(stats, found);
+}
+
+bool CNtfs::collect_inode_stats(byte_view record, INODE_STATS &stats, u64 entry) const
+{
+    std::vector<u8> outside;
+    byte_view list;
+    bool good = true;
+    stats = {};
+    for_each_attribute(record, [&](attribute_ref one) {
+        if (one.is(attribute_type::attribute_list)) {
+            outside = read_attribute_clusters(one, largest_attribute_list);
+            list = one.non_resident() ? byte_view{outside} : one.content();
+        }
+        good = parse_attribute(stats, one);
+        return good;
+    });
+    for_each_list_entry(list, [&](byte_view one) { follow_list(stats, one, entry); });
+    number_runs(stats);
+    return good;
+}
+
+bool test_bitmap_bit(byte_view bitmap, u64 bit)
+{
+    return (bitmap.read_padded<u8>(bit / 8) >> (bit % 8) & 1) != 0;
+}
+
+} // namespace hv

@@ -1,0 +1,128 @@
+#pragma once
+
+#include "base/hv_byte_view.h"
+#include "disk/hv_raw_disk_io.h"
+#include "ntfs/hv_directory_cache.h"
+#include "ntfs/hv_file_record.h"
+#include "ntfs/hv_inode_stats.h"
+#include "ntfs/hv_ntfs_layout.h"
+
+#include <array>
+#include <memory>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace hv {
+
+/// The boot sector of a volume, as read.
+struct NTFS_BOOT {
+    std::array<u8, ntfs_boot::size> bytes{};
+
+    template <std::unsigned_integral T> T get(le_field<T> field) const
+    {
+        return byte_view{bytes}.read_padded<T>(field.offset);
+    }
+    bool has_signature() const;
+};
+
+/// What a `CNtfs` opens.
+enum class volume_kind : i32 {
+    letter_path = 32, ///< the same as `path`
+    path = 33,
+    drive = 34,
+    image = 35,
+    bad = 255,
+};
+
+/// One NTFS volume on a disk. Opening only makes the object; `validate_volume` reads
+/// the boot sector and entry 0, once, and everything else needs it to have succeeded.
+class CNtfs {
+public:
+    CNtfs(std::string_view path, u64 offset, volume_kind kind);
+    CNtfs(u32 drive_number, u64 offset);
+    ~CNtfs();
+    CNtfs(const CNtfs &) = delete;
+    CNtfs &operator=(const CNtfs &) = delete;
+
+    bool validate_volume();
+    bool is_validated() const { return m_disk != nullptr && m_Validated; }
+
+    const NTFS_BOOT &get_boot_sector() const { return m_boot; }
+    const INODE_STATS &get_mft_inode_stats() const { return m_mft_stats; }
+    /// The runs of the $MFT, in ascending order of their VCNs.
+    const std::vector<cluster_run> &get_mft_runs() const { return m_mft_runs; }
+    const data_run_list &get_bitmap_inode_runlist() const { return m_bitmap_runs; }
+    u64 get_mft_entry_count() const { return m_Validated ? m_entry_count : 0; }
+    u32 get_bytes_per_sector() const { return m_boot.get(ntfs_boot::bytes_per_sector); }
+    u32 get_sectors_per_cluster() const { return m_sectors_per_cluster; }
+    u32 get_cluster_size() const { return m_cluster_size; }
+    u64 get_total_clusters() const { return m_total_clusters; }
+    u32 get_mft_record_size() const
+    {
+        return m_mft_record_size == 0 ? 1024 : m_mft_record_size;
+    }
+    u64 get_mft_start_lcn() const { return m_boot.get(ntfs_boot::mft_start_lcn); }
+    u64 get_volume_offset() const { return m_volume_offset; }
+    RAW_DISK_IO *get_disk() const;
+
+    /// The byte position of an entry relative to the volume; 0 if it has none.
+    u64 get_entry_position(u64 entry) const;
+    bool get_lcn_for_inode(u64 entry, u64 &lcn, u32 &offset_in_cluster) const;
+    /// The number of the last entry that the $MFT's own bitmap calls allocated.
+    u64 get_last_allocated_indo_per_mftbitmap() const;
+
+    /// Reads whole clusters. `length` must be a multiple of the cluster size and comes
+    /// back as the bytes read.
+    bool read_clusters(u64 lcn, u8 *buffer, u32 &length) const;
+    /// Reads an entry and applies its update sequence; an "INDX" block passes as well.
+    /// `record` gets what was delivered, at most one record. False for an unreadable
+    /// entry or another signature.
+    bool read_filerecord(u64 entry, std::vector<u8> &record, u64 &position) const;
+    bool read_filerecord(u64 entry, std::vector<u8> &record) const;
+    /// The same for a reader that wants to know what the block is.
+    bool read_record_checked(u64 entry, std::vector<u8> &record,
+                             block_type &type) const;
+    /// Fills `stats` from a record that was read, its attribute list included.
+    bool collect_inode_stats(byte_view record, INODE_STATS &stats, u64 entry) const;
+    /// Reads a non-resident attribute's clusters one by one, up to the first that
+    /// fails. Never more than `most` bytes.
+    std::vector<u8> read_attribute_clusters(attribute_ref attribute, u64 most) const;
+
+    directory_cache &path_cache() { return m_path_cache; }
+
+private:
+    bool read_boot_sector();
+    void compute_geometry();
+    bool read_first_entry();
+    void count_entries();
+    bool parse_attribute(INODE_STATS &stats, attribute_ref attribute) const;
+    std::vector<u8> read_runs(const data_run_list &runs, u64 most) const;
+    void follow_list(INODE_STATS &stats, byte_view list, u64 entry) const;
+    bool read_bytes(u64 position, u8 *buffer, u32 &length) const;
+
+    NTFS_BOOT m_boot;
+    std::unique_ptr<RAW_DISK_IO> m_disk;
+    volume_kind m_kind = volume_kind::bad;
+    bool m_Validated = false;
+    std::vector<u8> m_first_entry;
+    INODE_STATS m_mft_stats;
+    std::vector<cluster_run> m_mft_runs; ///< of the $MFT, by ascending VCN
+    data_run_list m_bitmap_runs;
+    u32 m_allocated_record_size = 0; ///< as entry 0 states it; steers walks
+    u64 m_entry_count = 0;
+    u32 m_cluster_size = 0;
+    u64 m_total_clusters = 0;
+    u32 m_mft_cluster_per_record_fixed = 0;
+    u64 m_mft_file_pos = 0; ///< byte offset of the $MFT relative to the volume
+    u32 m_sectors_per_cluster = 0;
+    u64 m_volume_offset = 0;
+    u32 m_mft_record_size = 0;
+    directory_cache m_path_cache;
+};
+
+/// A bit of a bitmap, the least significant first. An index just behind the bytes reads
+/// the spare byte there, as zero; one further on is 0.
+bool test_bitmap_bit(byte_view bitmap, u64 bit);
+
+} // namespace hv

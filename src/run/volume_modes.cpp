@@ -1,0 +1,81 @@
+#include "run/volume_modes.h"
+
+#include "base/hv_console.h"
+#include "ntfs/ntfs.h"
+#include "scan/mft_scan.h"
+#include "trash/classify.h"
+#include "trash/find_bins.h"
+#include "trash/resolve.h"
+
+namespace hv {
+
+namespace {
+
+void report_failed_pull(const trash_options &options)
+{
+    print_error("prob calling pull_mft_data from %s\n", options.mft_file.c_str());
+}
+
+void classify_if_bins(trash_options &options)
+{
+    if (mark_bin_dirs(options) != 0) classify_records(options);
+}
+
+void write_rows(trash_options &options)
+{
+    process_entries(*options.results_stream, options.volume_offset, options);
+}
+
+void log_store_count(const trash_options &options, const char *pass)
+{
+    debug_log(options.log(), "%s parse finished: store_count: 0x%08llx", pass,
+              static_cast<unsigned long long>(options.records.size()));
+}
+
+// Lets the disk read the $MFT as one flat range. Returns the range's length.
+u64 attach_mft(const CNtfs &volume, RAW_DISK_IO &disk)
+{
+    const u64 length = volume.get_mft_entry_count() * volume.get_mft_record_size();
+    disk.attach_runs(volume.get_cluster_size(), volume.get_mft_runs(), length,
+                     volume.get_volume_offset());
+    return length;
+}
+
+} // namespace
+
+void run_mft_file(trash_options &options)
+{
+    if (!pull_mft_data(options, options.mft_file)) {
+        report_failed_pull(options);
+        return;
+    }
+    classify_if_bins(options);
+    write_rows(options);
+}
+
+void run_volume(trash_options &options, bool is_image)
+{
+    CNtfs volume(is_image ? options.image_path : options.partition_root,
+                 is_image ? options.volume_offset : 0,
+                 is_image ? volume_kind::path : volume_kind::letter_path);
+    if (!volume.validate_volume()) return;
+    options.cluster_size = volume.get_cluster_size();
+    if (RAW_DISK_IO *disk = volume.get_disk()) {
+        const u64 mft_size = attach_mft(volume, *disk);
+        if (options.bins_known) find_recycle_bins(options, volume);
+        if (!scan_mft_store(options, *disk, mft_size, volume.get_mft_record_size())) {
+            report_failed_pull(options);
+            return;
+        }
+        log_store_count(options, "MFT");
+        options.mftscan = false;
+        options.keep_parsed = true;
+    }
+    classify_if_bins(options);
+    if (is_image)
+        debug_log(options.log(), "# of m_r_indexes: %d",
+                  static_cast<int>(options.m_r_indexes.size()));
+    write_rows(options);
+}
+
+} // namespace hv

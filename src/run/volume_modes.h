@@ -1,0 +1,16 @@
+#pragma once
+
+#include "run/trash_options.h"
+
+/// The run modes that take their records from an `$MFT` or a volume. Each writes its
+/// results to the options' stream.
+namespace hv {
+
+/// A copy of an `$MFT`.
+void run_mft_file(trash_options &options);
+
+/// The volume of a partition, or in an image at the `-offset`. A volume that doesn't
+/// validate ends the mode without a word.
+void run_volume(trash_options &options, bool is_image);
+
+} // namespace hv

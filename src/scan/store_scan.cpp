@@ -1,0 +1,247 @@
+#include "scan/store_scan.h"
+
+#include "base/hv_console.h"
+
+#include <algorithm>
+#include <new>
+
+namespace hv {
+
+namespace {
+
+constexpr u64 block_records = 16;
+constexpr u32 default_record_size = 1024;
+constexpr u32 largest_record_size = 4096;
+constexpr u32 default_first_read = 4096;
+constexpr u32 sector_size = 512;
+
+// One request for many blocks: the cost of a scan is in the requests.
+constexpr u64 large_read = 512 * 1024;
+
+// What all attribute lists of a scan together may cost. Real ones name each record
+// about once; hostile ones may lose attributes, but not our time.
+constexpr u64 spare_extension_reads = 4096;
+constexpr u64 largest_attribute_list = 256 * 1024;
+
+constexpr unsigned progress_width = 40;
+constexpr unsigned progress_step = 5;
+
+// Only these names can be metadata, so only their content is worth keeping.
+bool may_be_metadata(std::string_view name)
+{
+    return name.starts_with("$I") || name == "INFO2";
+}
+
+class store_scanner {
+public:
+    store_scanner(_inode_collection &collection, const store_source &source,
+                  const parse_options &options, const record_filter &filter,
+                  bool progress)
+        : m_collection(collection),
+          m_source(source),
+          m_options(options),
+          m_filter(filter),
+          m_progress(progress)
+    {
+        m_reader.read_record = [this](u64 entry, std::vector<u8> &record) {
+            return read_extension(entry, record);
+        };
+        m_reader.read_clusters = [this](const std::vector<flat_run> &runs) {
+            return read_list_clusters(runs);
+        };
+    }
+
+    bool set_up()
+    {
+        const u32 wanted = m_source.cluster_size >= default_record_size
+                               ? m_source.cluster_size
+                               : default_first_read;
+        std::vector<u8> first(wanted);
+        u32 length = wanted;
+        if (m_source.total_size < wanted || !read(first.data(), length, 0))
+            return false;
+        const byte_view record = byte_view{first}.clip(0, length);
+        if (!passes_record_test(record)) return false;
+        const u32 count = record.read_padded<u16>(file_record::fixup_count.offset);
+        m_record_size = count > 2 ? count * sector_size - sector_size : 0;
+        // A first record whose count is damaged must not cost the others.
+        if (m_record_size == 0)
+            m_record_size =
+                m_source.record_size != 0 ? m_source.record_size : default_record_size;
+        m_record_size = std::min(m_record_size, largest_record_size);
+        m_extension_reads = m_source.total_size / m_record_size + spare_extension_reads;
+        m_list_bytes = m_source.total_size + 64 * largest_attribute_list;
+        return true;
+    }
+
+    void scan()
+    {
+        const u64 block = block_records * m_record_size;
+        const u64 chunk = std::max(large_read / block, u64{1}) * block;
+        std::vector<u8> buffer(std::min(chunk, m_source.total_size + block));
+        for (u64 at = 0; at < m_source.total_size; at += chunk)
+            if (!scan_chunk(at, std::min(chunk, m_source.total_size - at), block,
+                            buffer))
+                return;
+    }
+
+private:
+    bool read(u8 *buffer, u32 &length, u64 position) const
+    {
+        u64 on_disk = 0;
+        return !__builtin_add_overflow(position, m_source.base_offset, &on_disk) &&
+               m_source.disk.read(buffer, length, on_disk, m_source.mapped);
+    }
+
+    // One large read or, if that doesn't deliver everything, the blocks one by one,
+    // whose failure decides.
+    bool scan_chunk(u64 at, u64 size, u64 block, std::vector<u8> &buffer)
+    {
+        u32 length = static_cast<u32>(size);
+        if (read(buffer.data(), length, at) && length == size) {
+            for (u64 offset = 0; offset < size; offset += block)
+                scan_block(at + offset, std::span(buffer).subspan(
+                                            offset, std::min(block, size - offset)));
+            return true;
+        }
+        for (u64 offset = 0; offset < size; offset += block) {
+            length = static_cast<u32>(block);
+            if (!read(buffer.data(), length, at + offset)) return false;
+            scan_block(at + offset, std::span(buffer).first(length));
+        }
+        return true;
+    }
+
+    void scan_block(u64 position, std::span<u8> block)
+    {
+        if (m_progress)
+            progress_line(progress_width, position, m_source.total_size, progress_step);
+        for (u64 at = 0; at + m_record_size <= block.size(); at += m_record_size) {
+            try {
+                scan_slot(position + at, block.subspan(at, m_record_size));
+            } catch (const std::bad_alloc &) {
+                print_error("exception caught: %llu\n",
+                            static_cast<unsigned long long>(m_record.entry));
+            }
+        }
+    }
+
+    void scan_slot(u64 position, std::span<u8> slot)
+    {
+        const byte_view record{slot};
+        if (!has_signature(record, file_record::signature) ||
+            !passes_record_test(record) ||
+            record.read_padded<u16>(file_record::first_attribute.offset) >
+                m_record_size)
+            return;
+        if (!parse_record(m_record, slot, m_options, m_reader)) return;
+        const u64 index = m_collection.records.size();
+        if (m_filter && m_filter(m_record, index) == filter_answer::refuse) return;
+        keep(position);
+    }
+
+    void keep(u64 position)
+    {
+        inode_store &records = m_collection.records;
+        const u64 index = records.add();
+        inode_record &record = records[index];
+        record.entry = m_record.entry;
+        record.sequence = m_record.sequence;
+        record.first_parent = m_record.first_parent;
+        record.si_modified = m_record.si_modified;
+        record.si_accessed = m_record.si_accessed;
+        record.si_mft_changed = m_record.si_mft_changed;
+        record.si_created = m_record.si_created;
+        record.real_size = m_record.real_size;
+        record.is_directory = m_record.is_directory();
+        record.in_use = m_record.in_use();
+        record.position = position;
+        records.set_name(index, m_record.name);
+        keep_extras(index);
+        if (!record.is_directory) return;
+        const auto [known, added] =
+            m_collection.directories.emplace(record.entry, index);
+        if (!added && record.in_use) known->second = index;
+    }
+
+    void keep_extras(u64 index)
+    {
+        if (may_be_metadata(m_record.name)) {
+            record_extras &extras = m_collection.records.extras(index);
+            extras.data = m_record.data;
+            extras.data_runs = m_record.data_runs;
+        }
+        if (!m_record.zone_data.empty())
+            m_collection.records.extras(index).zone_data = m_record.zone_data;
+    }
+
+    bool read_extension(u64 entry, std::vector<u8> &record)
+    {
+        u64 position = 0;
+        if (m_extension_reads == 0 ||
+            __builtin_mul_overflow(entry, m_record_size, &position))
+            return false;
+        --m_extension_reads;
+        record.resize(m_record_size);
+        u32 length = m_record_size;
+        return read(record.data(), length, position) && length == m_record_size;
+    }
+
+    std::vector<u8> read_list_clusters(const std::vector<flat_run> &runs)
+    {
+        const u32 cluster =
+            m_source.cluster_size != 0 ? m_source.cluster_size : default_first_read;
+        std::vector<u8> bytes;
+        for (const flat_run &run : runs) {
+            for (u32 i = 0; i < run.clusters; ++i) {
+                u64 position = 0;
+                if (bytes.size() + cluster >
+                        std::max<u64>(largest_attribute_list, cluster) ||
+                    m_list_bytes < cluster || run.delta == 0 ||
+                    __builtin_mul_overflow(run.lcn + i, cluster, &position) ||
+                    __builtin_add_overflow(position, m_source.disk.map_base(),
+                                           &position))
+                    return bytes;
+                m_list_bytes -= cluster;
+                const std::size_t had = bytes.size();
+                bytes.resize(had + cluster);
+                u32 length = cluster;
+                if (!m_source.disk.read(bytes.data() + had, length, position))
+                    length = 0;
+                bytes.resize(had + length);
+                if (length == 0) return bytes;
+            }
+        }
+        return bytes;
+    }
+
+    _inode_collection &m_collection;
+    const store_source &m_source;
+    const parse_options &m_options;
+    const record_filter &m_filter;
+    record_source m_reader;
+    parsed_record m_record;
+    u32 m_record_size = default_record_size;
+    u64 m_extension_reads = 0; ///< how many more may be made
+    u64 m_list_bytes = 0;      ///< how many more may be read for non-resident lists
+    bool m_progress;
+};
+
+} // namespace
+
+bool scan_records(_inode_collection &collection, const store_source &source,
+                  const parse_options &options, const record_filter &filter,
+                  bool show_progress)
+{
+    constexpr u64 least_path_budget = u64{16} << 20;
+    store_scanner scanner(collection, source, options, filter, show_progress);
+    if (!scanner.set_up()) return false;
+    collection.directories.clear();
+    scanner.scan();
+    end_progress(show_progress);
+    if (collection.directories.empty()) return false;
+    build_directory_paths(collection, std::max(source.total_size, least_path_budget));
+    return true;
+}
+
+} // namespace hv

@@ -1,0 +1,43 @@
+#pragma once
+
+#include "base/hv_types.h"
+#include "disk/hv_raw_disk_io.h"
+#include "scan/inode_store.h"
+#include "scan/record_parse.h"
+
+#include <functional>
+
+/// The walk over all records of an `$MFT`, from a file or through a disk that has its
+/// run list attached.
+namespace hv {
+
+/// What a filter says of a parsed record.
+enum class filter_answer { keep, refuse };
+
+/// Looks at a record ahead of its place in the store, and may load its content.
+using record_filter =
+    std::function<filter_answer(parsed_record &record, u64 store_index)>;
+
+/// Where the records of a scan lie.
+struct store_source {
+    const RAW_DISK_IO &disk;
+    bool mapped = false;  ///< positions are inside the file whose runs are attached
+    u64 total_size = 0;   ///< bytes to scan
+    u64 base_offset = 0;  ///< added to each position
+    u32 cluster_size = 0; ///< bytes; 0 if there are none
+    u32 record_size = 0;  ///< bytes, if the first record doesn't say; 0 for 1024
+};
+
+/// Parses every record and adds those that the filter keeps to the store; then gives
+/// each directory its path. `directories` is made anew. False if the source is too
+/// short, if its first record fails the record test, or if no directory was found.
+bool scan_records(_inode_collection &collection, const store_source &source,
+                  const parse_options &options, const record_filter &filter,
+                  bool show_progress);
+
+/// Gives each directory of the store that has none its path: the names from the root
+/// down, each with a "\" behind it. What hangs in the air begins with
+/// "[unk_inode_0x...]". `most_text` bounds the bytes of all paths together.
+void build_directory_paths(_inode_collection &collection, u64 most_text);
+
+} // namespace hv
