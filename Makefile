@@ -2,14 +2,14 @@
 
 JOBS ?= $(shell nproc)
 # What `make run` runs the program on, unless ARGS says otherwise.
-ARGS ?= -enumdir examples/bin -num_subdirs 9
+ARGS ?= -image build/release/examples/sample.ntfs
 PREFIX ?= /usr/local
 # Seconds that each fuzz target runs.
 FUZZ_SECONDS ?= 60
 
 MAKEFLAGS += --no-print-directory
 .DEFAULT_GOAL := build
-.PHONY: build run test asan bench fuzz lint format install clean
+.PHONY: build run test asan bench bench-volumes fuzz lint format install clean
 
 # Builds one preset; its output goes to standard error, so that what follows has standard
 # output for itself.
@@ -19,7 +19,7 @@ endef
 
 build:
 	@tools/install_deps build >&2
-	$(call build_preset,release,--target veskit)
+	$(call build_preset,release,--target veskit sample_volume)
 
 run: build
 	@build/release/src/veskit $(ARGS)
@@ -38,6 +38,12 @@ bench:
 	@tools/install_deps build bench >&2
 	$(call build_preset,bench)
 	@bench/run build/bench
+
+# Makes volumes with mkntfs and the ntfs-3g driver first, which takes some minutes.
+bench-volumes:
+	@tools/install_deps build bench volumes >&2
+	$(call build_preset,bench,--target veskit)
+	@bench/volumes build/bench
 
 fuzz:
 	@tools/install_deps build fuzz >&2

@@ -58,9 +58,10 @@ bool decode_utf16(std::size_t count, UnitAt unit_at, Put put)
     return true;
 }
 
+// The caller has counted the whole units.
 u32 unit_in(byte_view units, std::size_t index)
 {
-    return units.read_padded<u16>(index * 2);
+    return hv::little_endian<u16>(units.bytes().data() + index * 2);
 }
 
 // The part of `units` before the first NUL unit, cut to whole units.
@@ -70,6 +71,19 @@ byte_view before_nul(byte_view units)
     std::size_t length = 0;
     while (length < count && unit_in(units, length) != 0) ++length;
     return units.clip(0, length * 2);
+}
+
+// Most names are plain ASCII, and a scan decodes millions. Fills `result` and returns
+// true if all units are; a unit is then one byte.
+bool decode_ascii(byte_view units, std::string &result)
+{
+    const auto bytes = units.bytes();
+    result.resize(units.size() / 2);
+    for (std::size_t i = 0; i < result.size(); ++i) {
+        if (bytes[2 * i] >= 0x80 || bytes[2 * i + 1] != 0) return false;
+        result[i] = static_cast<char>(bytes[2 * i]);
+    }
+    return true;
 }
 
 // The number of bytes that follow a lead byte, or -1 if it can't lead.
@@ -161,17 +175,21 @@ std::string to_utf8(std::wstring_view text)
     return result;
 }
 
-std::size_t utf16_name_to_utf8(byte_view units, std::string &result, bool skip_terminator)
+std::size_t utf16_name_to_utf8(byte_view units, std::string &result,
+                               bool skip_terminator)
 {
-    // The wide text in between would cost more than all the rest: names go straight over.
+    // The wide text in between would cost more than all the rest: names go straight
+    // over.
     const byte_view name = before_nul(units);
-    const std::size_t count = name.size() / 2;
-    const auto unit_at = [name](std::size_t i) { return unit_in(name, i); };
-    const auto put = [&result](u32 c) { append_utf8(result, c); };
-    result.clear();
-    if (!decode_utf16(count, unit_at, put)) {
+    if (!decode_ascii(name, result)) {
+        const std::size_t count = name.size() / 2;
+        const auto unit_at = [name](std::size_t i) { return unit_in(name, i); };
+        const auto put = [&result](u32 c) { append_utf8(result, c); };
         result.clear();
-        for (std::size_t i = 0; i < count; ++i) put(unit_at(i));
+        if (!decode_utf16(count, unit_at, put)) {
+            result.clear();
+            for (std::size_t i = 0; i < count; ++i) put(unit_at(i));
+        }
     }
     const std::size_t taken = name.size();
     if (skip_terminator && taken != 0 && units.fits(taken, 2)) return taken + 2;

@@ -68,8 +68,7 @@ public:
     /// can't be read gives what the scratch buffer held, and counts. Of a cluster that
     /// is cut by the end of the target, the range's first and last one give their whole
     /// share, another only what was read. A sparse cluster gives zeros or, with
-    /// `leave_out_sparse`, nothing. The clusters end with the first that no run holds;
-    /// then the last one gives as much as the range wanted of its own last cluster.
+    /// `leave_out_sparse`, nothing. The clusters end with the first that no run holds.
     /// `status` goes in and comes out as `mapped_status`. False, with `length` as it
     /// was, for no buffer, no length, no runs, a cluster size of 0, a closed target, a
     /// read that succeeds without a byte, or a lack of memory.

@@ -199,8 +199,10 @@ void compact_runs(std::vector<cluster_run> &runs)
 {
     std::erase_if(runs, [](const cluster_run &run) { return run.is_sparse; });
     std::ranges::stable_sort(runs, {}, &cluster_run::vcn);
-    const auto same = std::ranges::unique(runs, {}, &cluster_run::vcn);
-    runs.erase(same.begin(), same.end());
+    const auto same_vcn = [](const cluster_run &a, const cluster_run &b) {
+        return a.vcn == b.vcn;
+    };
+    runs.erase(std::unique(runs.begin(), runs.end(), same_vcn), runs.end());
     u64 vcn = 0;
     for (cluster_run &run : runs) {
         run.vcn = vcn;

@@ -297,15 +297,17 @@ bool read_index_blocks(std::vector<u8> &out_bytes, u64 &count, const CNtfs &volu
 }
 
 void for_each_index_block(const CNtfs &volume, const std::vector<cluster_run> &runs,
-                          const std::function<void(byte_view, u64)> &visit)
+                          u64 &budget, const std::function<void(byte_view, u64)> &visit)
 {
     const std::vector<cluster_run> readable = runs_on_medium(volume, runs);
     std::vector<u8> bytes;
     u64 position = 0;
     for (u64 start = 0;; start += batch_blocks) {
-        u64 count = batch_blocks;
-        if (!read_index_blocks(bytes, count, volume, readable, start) || count == 0)
+        u64 count = std::min(batch_blocks, budget / index_block::size);
+        if (count == 0 || !read_index_blocks(bytes, count, volume, readable, start) ||
+            count == 0)
             return;
+        budget -= count * index_block::size;
         for (u64 i = 0; i < count; ++i) {
             // The block's offset inside its batch is added to the sum so far. Positions
             // have always been reported like this.
@@ -447,7 +449,7 @@ bool parse_index_entries(index_live_map &live, index_slack_map &slack,
 }
 
 bool list_directory(const CNtfs &volume, index_live_map &live, index_slack_map &slack,
-                    u64 entry, slack_mode mode)
+                    u64 entry, slack_mode mode, u64 &budget)
 {
     live.clear();
     slack.clear();
@@ -464,7 +466,7 @@ bool list_directory(const CNtfs &volume, index_live_map &live, index_slack_map &
                 continue;
             }
             for_each_index_block(
-                volume, one.cluster_runs, [&](byte_view block, u64 position) {
+                volume, one.cluster_runs, budget, [&](byte_view block, u64 position) {
                     parse_index_entries(live, slack, parent_reference,
                                         block.from(index_block::header),
                                         position + index_block::header, mode);

@@ -56,8 +56,9 @@ bool read_index_blocks(std::vector<u8> &out_bytes, u64 &count, const CNtfs &volu
 
 /// Calls `visit` with each block of an allocation, in batches that bound the memory,
 /// and with its running position. Runs that leave the medium are cut, and no more is
-/// read than the medium has.
+/// read than the medium has, nor more bytes than `budget`, which shrinks.
 void for_each_index_block(const CNtfs &volume, const std::vector<cluster_run> &runs,
+                          u64 &budget,
                           const std::function<void(byte_view, u64)> &visit);
 
 /// Parses one block or root from its index header on. `position_base` is the position
@@ -69,9 +70,10 @@ bool parse_index_entries(index_live_map &live, index_slack_map &slack,
                          u64 position_base, slack_mode mode);
 
 /// Lists a directory's whole index. The maps are cleared first. True if either ends up
-/// with an entry. Blocks that don't parse are passed over.
+/// with an entry. Blocks that don't parse are passed over. `budget` is how many bytes
+/// of blocks may still be read; a walk over many directories hands on what is left.
 bool list_directory(const CNtfs &volume, index_live_map &live, index_slack_map &slack,
-                    u64 entry, slack_mode mode);
+                    u64 entry, slack_mode mode, u64 &budget);
 
 /// How `read_index_names` takes entries that look wrong.
 enum class name_walk { strict, tolerant };

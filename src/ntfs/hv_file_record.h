@@ -75,8 +75,8 @@ private:
 /// the record; every step shrinks what is left.
 template <class Visit> void for_each_attribute(byte_view record, Visit visit)
 {
-    byte_view rest =
-        record.from(record.read_padded<u16>(file_record::first_attribute.offset));
+    const u16 first = record.read_padded<u16>(file_record::first_attribute.offset);
+    byte_view rest = first == 0 ? byte_view{} : record.from(first);
     u32 type = 0;
     u32 length = 0;
     while (rest.read(attribute::type, type) && type != attribute::end_marker &&

@@ -7,6 +7,7 @@
 #include "ntfs/ntfs.h"
 
 #include <algorithm>
+#include <limits>
 #include <utility>
 
 namespace hv {
@@ -62,7 +63,9 @@ void read_index_part(std::set<u64> &children, bool &result, const CNtfs &volume,
     std::vector<cluster_run> clusters;
     if (!part.non_resident() || !decode_attribute_runs(part.bytes(), runs)) return;
     runs_to_cluster_runs(runs, clusters);
-    for_each_index_block(volume, clusters, [&](byte_view block, u64) {
+    u64 budget =
+        std::numeric_limits<u64>::max(); // one directory reads no more than the medium
+    for_each_index_block(volume, clusters, budget, [&](byte_view block, u64) {
         if (has_signature(block, index_block::signature))
             result = read_index_names(children, block.from(index_block::header), mode);
     });

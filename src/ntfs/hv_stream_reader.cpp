@@ -174,33 +174,34 @@ bool copy_plain_stream(const CNtfs &volume, const attrib_info &attribute,
 
 // Reads and expands a compressed stream, unit by unit. True if any unit was read.
 bool expand_stream(const CNtfs &volume, const run_index &runs,
-                   const stream_extent &extent, std::ostream &out)
+                   const stream_extent &extent, u64 most_bytes, std::ostream &out)
 {
     const u64 unit = clusters_per_unit * volume.get_cluster_size();
-    if (unit == 0 || unit > largest_unit) return false;
-    u64 remaining = extent.readable;
-    u64 step = std::min(unit, remaining);
+    if (unit > largest_unit) return false;
     std::vector<u8> raw(unit);
     std::vector<u8> plain(unit);
-    u64 offset = 0;
-    while (remaining != 0) {
+    const u64 wanted = std::min(extent.readable, most_bytes);
+    u64 done = 0;
+    while (done < wanted) {
+        // The last unit, be it the only one, is read to the end of its allocation: cut
+        // where its plain bytes end, it could lack the hole that tells it from a unit
+        // that was stored plain.
+        const u64 left = extent.readable - done;
+        const u64 step =
+            left < unit ? std::min(unit, left + std::min(extent.slack, unit)) : unit;
         u32 got = static_cast<u32>(step);
         u64 flags = 0;
         std::size_t count = 0;
-        if (!read_stream_range(volume, runs, offset, raw.data(), got, flags)) break;
-        const auto wanted = std::span(plain).first(std::min(unit, remaining));
-        if (!expand_unit(wanted, count, {raw.data(), got},
+        if (!read_stream_range(volume, runs, done, raw.data(), got, flags)) break;
+        const auto target = std::span(plain).first(std::min(unit, wanted - done));
+        if (!expand_unit(target, count, {raw.data(), got},
                          (flags & mapped_status::filled_sparse) != 0) ||
             count == 0)
             break;
-        if (!write_bytes(out, wanted.first(count))) return false;
-        offset += step;
-        remaining -= std::min(step, remaining);
-        // The last unit is read to the end of its allocation: the compressed bytes of
-        // a short rest needn't be fewer than the rest itself.
-        step = remaining > unit ? unit : std::min(unit, remaining + extent.slack);
+        if (!write_bytes(out, target.first(count))) return false;
+        done += step;
     }
-    return offset != 0;
+    return done != 0;
 }
 
 } // namespace
@@ -238,21 +239,21 @@ try {
                   static_cast<unsigned long long>(attribute.content.size()));
         return !attribute.content.empty() && write_bytes(out, attribute.content);
     }
-    stream_extent extent =
+    const stream_extent extent =
         measure(attribute, volume.get_cluster_size(), options.whole_allocation);
     debug_log(options.log, "info: data size 0x%llx",
               static_cast<unsigned long long>(extent.size));
     const RAW_DISK_IO *disk = volume.get_disk();
     if (disk == nullptr || volume.get_cluster_size() == 0) return false;
-    extent.readable = std::min(extent.readable, options.most_bytes);
     if (!options.whole_allocation &&
         attribute.attribute_flags == attribute_is_compressed &&
         attribute.compression_unit != 0 && attribute.compressed_size != 0)
-        return expand_stream(volume, attribute.cluster_runs, extent, out);
+        return expand_stream(volume, attribute.cluster_runs, extent, options.most_bytes,
+                             out);
 
     u64 total = extent.readable;
-    if (options.follow_slack)
-        total += std::min(extent.slack, options.most_bytes - total);
+    if (options.follow_slack) total += std::min(extent.slack, ~total);
+    total = std::min(total, options.most_bytes);
     std::vector<cluster_run> runs = attribute.cluster_runs;
     if (options.compact) {
         compact_runs(runs);

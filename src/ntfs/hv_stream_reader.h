@@ -24,7 +24,7 @@ struct stream_options {
     bool compact = false;          ///< holes are left out instead of read as zeros
     bool follow_slack = false;     ///< go on behind the stream's end
     u64 most_bytes = ~u64{0};      ///< for a reader that keeps them all in memory
-    log_handle log;
+    log_handle log = {};
 };
 
 /// Writes an attribute to `out`: the content of a resident one; of the others the

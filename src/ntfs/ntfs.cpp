@@ -317,10 +317,12 @@ u64 CNtfs::get_last_allocated_indo_per_mftbitmap() const
 {
     constexpr std::size_t least_bitmap = 512;
     if (!m_disk || m_cluster_size < least_bitmap) return 0;
-    const std::vector<u8> bitmap = read_runs(m_mft_stats.bitmap_runs, m_disk->get_size());
+    const std::vector<u8> bitmap =
+        read_runs(m_mft_stats.bitmap_runs, m_disk->get_size());
     if (bitmap.size() < least_bitmap) return 0;
     for (u64 i = bitmap.size(); i-- > 0;)
-        if (bitmap[i] != 0) return i * 8 + static_cast<u64>(std::bit_width(bitmap[i])) - 1;
+        if (bitmap[i] != 0)
+            return i * 8 + static_cast<u64>(std::bit_width(bitmap[i])) - 1;
     return 0;
 }
 
@@ -367,11 +369,12 @@ std::vector<u8> CNtfs::read_runs(const data_run_list &runs, u64 most) const
     for (const data_run &run : runs) {
         for (u32 i = 0; i < run.clusters; ++i) {
             const std::size_t had = bytes.size();
-            if (had + m_cluster_size > std::max<u64>(most, m_cluster_size)) return bytes;
+            if (had + m_cluster_size > std::max<u64>(most, m_cluster_size))
+                return bytes;
             bytes.resize(had + m_cluster_size);
             u32 length = m_cluster_size;
-            const bool good =
-                run.lcn != sparse_lcn && read_clusters(run.lcn + i, bytes.data() + had, length);
+            const bool good = run.lcn != sparse_lcn &&
+                              read_clusters(run.lcn + i, bytes.data() + had, length);
             bytes.resize(had + (good ? length : 0));
             if (!good) return bytes;
         }

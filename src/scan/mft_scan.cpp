@@ -21,16 +21,18 @@ bool is_bin_name(std::string_view name)
     return lower == "$recycle.bin" || lower == "recycler";
 }
 
-// Directories are kept for the paths, and those of a bin are remembered. Only in the root
-// a directory has to be a bin's.
-bool is_wanted_directory(trash_options &options, const parsed_record &record, u64 store_index)
+// Directories are kept for the paths, and those of a bin are remembered. Only in the
+// root a directory has to be a bin's.
+bool is_wanted_directory(trash_options &options, const parsed_record &record,
+                         u64 store_index)
 {
     const u64 parent = record.has_parents() ? record.first_parent : 0;
     if (parent == root_entry_number) {
         if (!is_bin_name(record.name)) return false;
         options.bin_root_index = store_index;
     } else if (!options.bin_directories.contains(parent) &&
-               !(options.bins_known && options.known_bin_directories.contains(parent))) {
+               !(options.bins_known &&
+                 options.known_bin_directories.contains(parent))) {
         return true;
     }
     options.bin_directories.emplace(record.entry, store_index);

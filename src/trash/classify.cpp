@@ -29,23 +29,37 @@ bool has_bin(const _trash_inodes &collection)
     return !collection.bin_directories.empty() && collection.bin_root_index != no_index;
 }
 
-// Gives a record that has none a path under its first parent. False if the parent isn't
-// known.
-bool complete_path(_trash_inodes &collection, u64 index)
+// The path of a record or, where it has none, the one under its first parent. False if
+// the parent isn't known.
+bool find_path(const _trash_inodes &collection, u64 index, std::string &path)
 {
-    inode_store &records = collection.records;
-    if (!records.path(index).empty()) return true;
+    const inode_store &records = collection.records;
+    path = records.path(index);
+    if (!path.empty()) return true;
     const u64 entry = records[index].first_parent;
     auto parent = collection.bin_directories.find(entry);
     if (parent == collection.bin_directories.end()) {
         parent = collection.directories.find(entry);
         if (parent == collection.directories.end()) return false;
     }
-    std::string path(records.path(parent->second));
+    path = records.path(parent->second);
     if (!path.ends_with('\\')) path += '\\';
     path += records.name(index);
-    records.set_path(index, path);
     return true;
+}
+
+// The name of the data item that a path leads to or through; empty if it leads to none.
+std::string_view item_in_path(const _trash_inodes &collection, std::string_view path)
+{
+    const std::size_t bin = path.find(collection.bin_text);
+    if (bin == npos) return {};
+    // Under "RECYCLER" a data file is only a name that begins with "D": any later
+    // component that does is taken for one.
+    const std::size_t item =
+        path.find(collection.recycler_layout ? "\\D" : "\\$R", bin + 1);
+    if (item == npos) return {};
+    const std::size_t end = next_separator_or_end(path, item + 1);
+    return path.substr(item + 1, end - item - 1);
 }
 
 } // namespace
@@ -89,17 +103,13 @@ bool classify_record(_trash_inodes &collection, u64 index)
         file_metadata(collection, index);
         return true;
     }
-    if (!complete_path(collection, index)) return false;
-    const std::string_view path = records.path(index);
-    const std::size_t bin = path.find(collection.bin_text);
-    if (bin == npos) return false;
-    // Under "RECYCLER" a data file is only a name that begins with "D": any later
-    // component that does is taken for one.
-    const std::size_t item =
-        path.find(collection.recycler_layout ? "\\D" : "\\$R", bin + 1);
-    if (item == npos) return false;
-    const std::size_t end = next_separator_or_end(path, item + 1);
-    collection.index_data_file(path.substr(item + 1, end - item - 1), index);
+    std::string path;
+    if (!find_path(collection, index, path)) return false;
+    const std::string_view item = item_in_path(collection, path);
+    if (item.empty()) return false;
+    // Only what a row may show keeps its path.
+    if (records.path(index).empty()) collection.records.set_path(index, path);
+    collection.index_data_file(item, index);
     return true;
 }
 

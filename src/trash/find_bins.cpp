@@ -18,7 +18,7 @@ bool find_bin_root(CNtfs &volume, u64 &entry, log_handle log)
         u64 parent = 0;
         std::string resolved;
         if (find_inode_by_path_utf8(entry, parent, resolved, volume, path,
-                                   link_mode::stop, log))
+                                    link_mode::stop, log))
             return true;
     }
     return false;
@@ -34,6 +34,8 @@ bool find_recycle_bins(trash_options &options, CNtfs &volume)
     u64 current = 0;
     if (!find_bin_root(volume, current, options.log())) return false;
 
+    // Hostile folders may all claim the whole medium as their index.
+    u64 budget = 2 * volume.get_disk()->get_size();
     // Each folder is listed once, whatever stale entries say of who contains whom.
     std::set<u64> listed = {current};
     std::set<u64> pending;
@@ -49,7 +51,7 @@ bool find_recycle_bins(trash_options &options, CNtfs &volume)
     };
     index_live_map live;
     index_slack_map slack;
-    while (list_directory(volume, live, slack, current, slack_mode::recover)) {
+    while (list_directory(volume, live, slack, current, slack_mode::recover, budget)) {
         for (const auto &[key, one] : live) take(one);
         for (const auto &[parent, one] : slack) take(one);
         if (pending.empty()) break;

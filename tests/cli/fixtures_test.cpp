@@ -160,4 +160,46 @@ TEST_F(Fixtures, DataFilesPairWithTheirNamesakes)
     EXPECT_NE(found[1].find("|152|Win7 or 8|"), std::string::npos) << found[1];
 }
 
+TEST_F(Fixtures, Volumes)
+{
+    const temp_dir dir;
+    const auto lines = [&](const std::string &unpack, const std::string &name,
+                           std::vector<std::string> more) {
+        const std::string image = dir / "image";
+        const std::string command =
+            unpack + " '" + root + "/" + name + "' > '" + image + "'";
+        EXPECT_EQ(std::system(command.c_str()), 0) << command;
+        std::vector<std::string> args = {"-quiet", "-no_whitespace", "-base10",
+                                         "-image", image};
+        args.insert(args.end(), more.begin(), more.end());
+        return run_veskit(args).body();
+    };
+    EXPECT_TRUE(lines("bzip2 -dc", "ntfs/charlie.dd.bz2", {}).empty())
+        << "it has no bin";
+    EXPECT_EQ(
+        lines("gzip -dc", "ntfs/ntfs-lastaccess.raw.gz", {"-offset", "65536"}).size(),
+        1u)
+        << "an empty bin: the column line alone";
+    for (const std::vector<std::string> &more :
+         {std::vector<std::string>{}, {"-no_mirel"}}) {
+        const auto found = lines("gzip -dc", "ntfs/graft2.raw.gz", more);
+        ASSERT_EQ(found.size(), 10u);
+        const char *sizes[] = {"|1000|", "|2000|", "|3000|", "|4000|"};
+        for (std::size_t i = 0; i < 4; ++i) {
+            EXPECT_NE(found[i + 1].find(sizes[i]), std::string::npos) << found[i + 1];
+            EXPECT_NE(
+                found[i + 1].find("|S-1-5-21-2000478354-688789844-1708537768-1003|"),
+                std::string::npos);
+            EXPECT_NE(
+                found[i + 1].find("=[\"inode\":\"" + std::to_string(67 + i) + "\""),
+                std::string::npos)
+                << found[i + 1];
+        }
+        EXPECT_TRUE(found[1].starts_with("2004-08-25 16:18:25.237|")) << found[1];
+        // The third of the other user's records has its data file, of one byte.
+        EXPECT_NE(found[7].find("|1|WinXP|"), std::string::npos) << found[7];
+        EXPECT_NE(found[7].find("=[\"inode\":\"73\""), std::string::npos) << found[7];
+    }
+}
+
 } // namespace

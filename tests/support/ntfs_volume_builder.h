@@ -1,35 +1,14 @@
 #pragma once
 
-#include "support/record_builders.h"
+#include "support/ntfs_structures.h"
 
 #include <concepts>
-#include <map>
-#include <optional>
 #include <set>
 #include <tuple>
 
 /// A whole NTFS volume in memory. The builder knows the layouts on its own and shares
 /// no code with the program, so that a slip in the program's tables can't hide.
 namespace test_support {
-
-/// A stretch of clusters.
-struct extent {
-    std::uint64_t lcn = 0; ///< `hole` where nothing is stored
-    std::uint64_t clusters = 0;
-};
-inline constexpr std::uint64_t hole = ~std::uint64_t{0};
-
-namespace ntfs_type {
-inline constexpr std::uint32_t standard_information = 0x10;
-inline constexpr std::uint32_t attribute_list = 0x20;
-inline constexpr std::uint32_t file_name = 0x30;
-inline constexpr std::uint32_t volume_name = 0x60;
-inline constexpr std::uint32_t volume_information = 0x70;
-inline constexpr std::uint32_t data = 0x80;
-inline constexpr std::uint32_t index_root = 0x90;
-inline constexpr std::uint32_t index_allocation = 0xA0;
-inline constexpr std::uint32_t bitmap = 0xB0;
-} // namespace ntfs_type
 
 namespace ntfs_names {
 inline constexpr std::uint8_t posix = 0;
@@ -191,35 +170,45 @@ struct ntfs_volume {
 /// built (a record too full, clusters taken twice) throws std::logic_error.
 class ntfs_volume_builder {
 public:
-    ntfs_volume_builder &cluster_size(std::uint32_t bytes);
-    ntfs_volume_builder &record_size(std::uint32_t bytes);
+    using self = ntfs_volume_builder;
+
+    self &cluster_size(std::uint32_t bytes) { return set(m_plan.cluster_size, bytes); }
+    self &record_size(std::uint32_t bytes) { return set(m_plan.record_size, bytes); }
     /// The sector size that the boot sector tells. Update sequences guard steps of 512
     /// bytes all the same, as Windows writes them.
-    ntfs_volume_builder &sector_size(std::uint32_t bytes);
+    self &sector_size(std::uint32_t bytes) { return set(m_plan.sector_size, bytes); }
     /// Another step for the update sequences.
-    ntfs_volume_builder &update_step(std::uint32_t bytes);
+    self &update_step(std::uint32_t bytes) { return set(m_plan.update_step, bytes); }
     /// The volume begins that many bytes into the image.
-    ntfs_volume_builder &offset(std::uint64_t bytes);
+    self &offset(std::uint64_t bytes) { return set(m_plan.offset, bytes); }
     /// At least so many clusters.
-    ntfs_volume_builder &clusters(std::uint64_t count);
-    ntfs_volume_builder &label(std::string text);
-    ntfs_volume_builder &mft(ntfs_storage stored);
+    self &clusters(std::uint64_t count) { return set(m_plan.clusters, count); }
+    self &label(std::string text) { return set(m_plan.label, std::move(text)); }
+    self &mft(ntfs_storage stored) { return set(m_plan.mft, std::move(stored)); }
 
-    ntfs_volume_builder &directory(ntfs_item item);
-    ntfs_volume_builder &file(ntfs_item item);
-    ntfs_volume_builder &stream(ntfs_stream item);
-    ntfs_volume_builder &link(ntfs_link item);
-    ntfs_volume_builder &stale_entry(ntfs_stale_entry item);
-    ntfs_volume_builder &move(ntfs_move item);
+    self &directory(ntfs_item item) { return add_item(std::move(item), true); }
+    self &file(ntfs_item item) { return add_item(std::move(item), false); }
+    self &stream(ntfs_stream item) { return add(m_plan.streams, std::move(item)); }
+    self &link(ntfs_link item) { return add(m_plan.links, std::move(item)); }
+    self &stale_entry(ntfs_stale_entry one)
+    {
+        return add(m_plan.stale, std::move(one));
+    }
+    self &move(ntfs_move item) { return add(m_plan.moves, std::move(item)); }
     /// The entry has an attribute list, and the list lies in clusters.
-    ntfs_volume_builder &list_in_clusters(std::uint64_t entry);
+    self &list_in_clusters(std::uint64_t entry)
+    {
+        return m_plan.clustered_lists.insert(entry), *this;
+    }
 
     /// Overwrites bytes of a record as they stand on disk, update sequence and all. The
     /// mirror keeps what was there.
-    ntfs_volume_builder &poke(std::uint64_t entry, std::size_t offset,
-                              byte_vector bytes);
+    self &poke(std::uint64_t entry, std::size_t offset, byte_vector bytes)
+    {
+        return add(m_plan.pokes, {entry, offset, std::move(bytes)});
+    }
     template <std::unsigned_integral T>
-    ntfs_volume_builder &poke(std::uint64_t entry, std::size_t offset, T value)
+    self &poke(std::uint64_t entry, std::size_t offset, T value)
     {
         byte_vector bytes;
         put_number(bytes, 0, value, sizeof(T));
@@ -231,6 +220,21 @@ public:
     ntfs_volume build_volume() const;
 
 private:
+    template <class T> self &set(T &field, T value)
+    {
+        return field = std::move(value), *this;
+    }
+    template <class T> self &add(std::vector<T> &list, T item)
+    {
+        return list.push_back(std::move(item)), *this;
+    }
+    self &add_item(ntfs_item item, bool directory)
+    {
+        const std::uint64_t entry = item.entry;
+        m_plan.items.insert_or_assign(entry, std::pair(std::move(item), directory));
+        return *this;
+    }
+
     ntfs_plan m_plan;
 };
 

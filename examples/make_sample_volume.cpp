@@ -1,0 +1,114 @@
+// Makes a small NTFS volume with the bin of a Windows 10 in it: what make_sample_bin
+// writes as files, and what only a volume can hold. Usage: make_sample_volume FILE
+
+#include "support/ntfs_volume_builder.h"
+
+#include <fstream>
+#include <iostream>
+#include <string>
+
+namespace {
+
+using namespace test_support;
+
+// Windows counts 100 ns ticks from 1601, 11644473600 seconds before 1970.
+constexpr std::uint64_t ticks(std::uint64_t unix_seconds, std::uint64_t milliseconds)
+{
+    return (unix_seconds + 11644473600) * 10000000 + milliseconds * 10000;
+}
+
+// 2024-03-05 09:13:20.500 UTC, 09:41:17.250, and later moments of the same morning
+constexpr std::uint64_t before = ticks(1709630000, 500);
+constexpr std::uint64_t first = ticks(1709631677, 250);
+constexpr std::uint64_t second = ticks(1709632040, 7);
+constexpr std::uint64_t third = ticks(1709633111, 999);
+
+constexpr std::uint64_t user = 65; // the entry of the user's folder
+
+byte_vector text(std::string_view content)
+{
+    return {content.begin(), content.end()};
+}
+
+ntfs_times all_at(std::uint64_t time)
+{
+    return {time, time, time, time};
+}
+
+// The record of a deletion: it is written at that time, and not changed later.
+ntfs_item record(std::uint64_t entry, std::string name, std::u16string path,
+                 std::uint64_t size, std::uint64_t deleted)
+{
+    return {.entry = entry,
+            .parent = user,
+            .name = std::move(name),
+            .data = dollar_i_builder().path(path).size(size).time(deleted).bytes(),
+            .times = all_at(deleted)};
+}
+
+ntfs_item item(std::uint64_t entry, std::uint64_t parent, std::string name,
+               std::string_view content = {})
+{
+    return {.entry = entry,
+            .parent = parent,
+            .name = std::move(name),
+            .data = text(content),
+            .times = all_at(ticks(1706774400, 0))}; // 2024-02-01 08:00:00
+}
+
+void add_bin(ntfs_volume_builder &volume)
+{
+    volume.directory(item(64, 5, "$Recycle.Bin"))
+        .directory(item(user, 64, "S-1-5-21-2025429265-492894223-1708537768-1001"))
+        .file(item(66, user, "desktop.ini", "[.ShellClassInfo]\r\n"))
+        .file(record(67, "$IA1B2C3.docx",
+                     u"C:\\Users\\ada\\Documents\\offer, final.docx", 33, first))
+        .file(item(68, user, "$RA1B2C3.docx", "not really a document, but enough"))
+        .file(record(69, "$I7KQ2ZD", u"C:\\Users\\ada\\Projects\\old", 40, second))
+        .directory(item(70, user, "$R7KQ2ZD"))
+        .file(item(71, 70, "notes.txt", "read me first\n"))
+        .directory(item(72, 70, "src"))
+        .file(item(73, 72, "main.c", "int main(void) { return 0; }\n"))
+        .file(
+            record(74, "$IM4N5P6.jpg", u"D:\\Bilder\\K\u00f6ln.jpg", 5000000000, third))
+        .file(item(75, user, "$RX9Y8Z7.pdf", "the metadata of this one is gone"));
+}
+
+// The document came from the web. One file was taken out of the bin again; of another
+// there is only a name, behind the end of the folder's index.
+void add_traces(ntfs_volume_builder &volume)
+{
+    volume.stream({.entry = 68,
+                   .name = "Zone.Identifier",
+                   .data = text("[ZoneTransfer]\r\nZoneId=3\r\n"
+                                "HostUrl=https://example.org/offer.docx\r\n")});
+    ntfs_item restored =
+        record(76, "$IQ7R8S9.txt", u"C:\\Users\\ada\\Desktop\\todo.txt", 812, before);
+    restored.in_use = false;
+    restored.sequence = 2;
+    volume.file(restored);
+    volume.stale_entry({.directory = user,
+                        .entry = 77,
+                        .name = "$IT1U2V3.xlsx",
+                        .size = 110,
+                        .times = all_at(before)});
+}
+
+} // namespace
+
+int main(int argc, char **argv)
+{
+    if (argc != 2) {
+        std::cerr << "usage: make_sample_volume FILE\n";
+        return 1;
+    }
+    ntfs_volume_builder volume;
+    add_bin(volume);
+    add_traces(volume);
+    const byte_vector image = volume.build();
+    std::ofstream file(argv[1], std::ios::binary);
+    file << std::string(image.begin(), image.end()) << std::flush;
+    if (file.good()) return 0;
+    std::cerr << "make_sample_volume: " << argv[1] << " can't be written\n";
+    return 1;
+}

@@ -1,0 +1,253 @@
+#include "ntfs/hv_path_lookup.h"
+
+#include "ntfs/hv_mft_entries_ctx.h"
+#include "ntfs/ntfs.h"
+#include "support/ntfs_volume_builder.h"
+#include "support/temp_dir.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cstdlib>
+#include <sstream>
+
+namespace {
+
+using namespace hv;
+using namespace test_support;
+
+// A volume in a file of its own.
+struct open_volume {
+    explicit open_volume(const ntfs_volume_builder &builder)
+        : open_volume(builder.build())
+    {
+    }
+    explicit open_volume(const byte_vector &image)
+        : volume(dir.write_file("volume", std::string(image.begin(), image.end())), 0,
+                 volume_kind::path)
+    {
+        EXPECT_TRUE(volume.validate_volume());
+    }
+
+    // Entry, parent and path as resolved; "-" for a path that leads nowhere.
+    std::string find(std::wstring_view path, link_mode links = link_mode::stop)
+    {
+        u64 inode = 1;
+        u64 parent = 1;
+        std::wstring resolved;
+        log.str({});
+        if (!find_inode_by_path(inode, parent, resolved, volume, path, links,
+                                log_handle(&log)))
+            return inode == 0 && parent == no_entry ? "-" : "outputs were left";
+        return std::to_string(inode) + " " + std::to_string(parent) + " " +
+               std::string(resolved.begin(), resolved.end());
+    }
+
+    temp_dir dir;
+    CNtfs volume;
+    std::ostringstream log;
+};
+
+// The content of a symbolic link: the print name behind `ahead` zero bytes, which its
+// offset doesn't count, and no other text for the substitute name.
+byte_vector link_to(std::u16string_view target, std::size_t ahead = 0)
+{
+    byte_vector bytes(16 + ahead);
+    put_number(bytes, 0, 0xA000000C, 4);
+    put_number(bytes, 4, 8 + 2 * target.size(), 2);
+    put_number(bytes, 10, 2 * target.size(), 2);
+    put_number(bytes, 14, 2 * target.size(), 2);
+    put_utf16(bytes, 16 + ahead, target);
+    return bytes;
+}
+
+constexpr u32 reparse_type = 0xC0;
+
+ntfs_volume_builder folders()
+{
+    return ntfs_volume_builder()
+        .directory({.entry = 64, .name = "$Recycle.Bin"})
+        .directory({.entry = 65, .parent = 64, .name = "S-1-5-21-7"})
+        .file({.entry = 66, .parent = 65, .name = "back\\slash"})
+        .file({.entry = 67,
+               .parent = 65,
+               .name = "SHORT~1",
+               .name_space = ntfs_names::dos})
+        .file({.entry = 68, .name = "link"})
+        .stream({.entry = 68,
+                 .data = link_to(u"C:\\$Recycle.Bin", 6),
+                 .type = reparse_type})
+        .file({.entry = 69, .name = "loop"})
+        .stream({.entry = 69, .data = link_to(u"\\loop"), .type = reparse_type});
+}
+
+TEST(FindInodeByPath, ResolvesPaths)
+{
+    open_volume on(folders());
+    using enum link_mode;
+    struct path_case {
+        const wchar_t *path;
+        const char *found;
+        link_mode links = stop;
+    };
+    const std::wstring snapshot = L"\\\\?\\snapid_" + std::wstring(36, L'0');
+    const std::wstring inside = snapshot + L"\\$Recycle.Bin";
+    const std::wstring device =
+        L"\\\\?\\GLOBALROOT\\Device\\HarddiskVolumeShadowCopy12";
+    const std::wstring in_device = device + L"\\$Recycle.Bin";
+    const std::vector<path_case> cases = {
+        {L"\\", "5 5 \\"},
+        {L"C:", "5 5 C:"},
+        {L"", "-"},
+        {L"\\$Recycle.Bin", "64 5 \\$Recycle.Bin"},
+        {L"$recycle.BIN", "64 5 $recycle.BIN"},
+        {L"C:\\$Recycle.Bin", "64 5 C:\\$Recycle.Bin"},
+        {L"\\\\$Recycle.Bin\\\\s-1-5-21-7\\", "65 64 \\$Recycle.Bin\\s-1-5-21-7"},
+        {L"/$Recycle.Bin/S-1-5-21-7/back\\slash",
+         "66 65 \\$Recycle.Bin\\S-1-5-21-7\\back\\slash"},
+        {L"\\$Recycle.Bin\\S-1-5-21-7\\SHORT~1", "-"},
+        {L"\\$Recycle.Bin\\missing", "-"},
+        {inside.c_str(), "64 5 \\$Recycle.Bin"},
+        {in_device.c_str(), "64 5 \\$Recycle.Bin"},
+        {L"\\link", "68 5 \\link"},
+        {L"\\link\\S-1-5-21-7", "-"},
+        {L"\\link", "64 5 \\C:\\$Recycle.Bin", follow},
+        {L"\\link\\S-1-5-21-7", "65 64 \\C:\\$Recycle.Bin\\S-1-5-21-7", follow},
+        {L"\\loop", "-", follow},
+    };
+    for (const path_case &one : cases)
+        EXPECT_EQ(on.find(one.path, one.links), one.found)
+            << std::string(one.path, one.path + std::wcslen(one.path));
+}
+
+TEST(FindInodeByPath, KeepsDirectoriesAndLogsSteps)
+{
+    open_volume on(folders());
+    on.find(L"\\$Recycle.Bin\\missing");
+    EXPECT_EQ(on.volume.path_cache().at(64).names,
+              (std::map<std::string, u64>{{"s-1-5-21-7", 65}}));
+    on.find(L"\\$Recycle.Bin\\S-1-5-21-7");
+    EXPECT_EQ(on.log.str(), "->anal: \\$Recycle.Bin\\S-1-5-21-7\n"
+                            "->root dir\n"
+                            "->seg: $recycle.bin\n"
+                            "->info: cache lookup\n"
+                            "->info: inode found for seg: $recycle.bin : 0x40\n"
+                            "->seg: s-1-5-21-7\n"
+                            "->info: cache lookup\n"
+                            "->info: inode found for seg: s-1-5-21-7 : 0x41\n");
+}
+
+// A large directory whose index or names lie in other records.
+ntfs_volume_builder crowd()
+{
+    ntfs_volume_builder builder;
+    builder.directory({.entry = 64, .name = "crowd", .stored = {.fragments = 3}});
+    for (u64 i = 0; i < 300; ++i)
+        builder.file({.entry = 100 + i,
+                      .parent = 64,
+                      .name = "a rather long name " + std::to_string(i)});
+    return builder;
+}
+
+TEST(ListDirectory, ReadsBlocksOfAllClusterSizes)
+{
+    for (const u32 cluster_size : {512u, 1024u, 4096u, 65536u}) {
+        open_volume on(crowd().cluster_size(cluster_size));
+        index_live_map live;
+        index_slack_map slack;
+        u64 budget = ~u64{0};
+        ASSERT_TRUE(
+            list_directory(on.volume, live, slack, 64, slack_mode::recover, budget));
+        EXPECT_EQ(live.size(), 300u) << cluster_size;
+        EXPECT_TRUE(live.contains("0000000064_a rather long name 299"));
+        EXPECT_EQ(on.find(L"\\crowd\\a rather long name 123").substr(0, 6), "223 64");
+    }
+}
+
+TEST(ListDirectory, FollowsAttributeLists)
+{
+    const ntfs_volume_builder moved =
+        crowd()
+            .move({.entry = 64,
+                   .record = 90,
+                   .type = ntfs_type::index_allocation,
+                   .name = "$I30"})
+            .move({.entry = 223, .record = 91, .type = ntfs_type::file_name})
+            .list_in_clusters(223);
+    open_volume on(moved);
+    index_live_map live;
+    index_slack_map slack;
+    u64 budget = ~u64{0};
+    ASSERT_TRUE(list_directory(on.volume, live, slack, 64, slack_mode::skip, budget));
+    EXPECT_EQ(live.size(), 300u);
+    EXPECT_EQ(on.find(L"\\crowd\\a rather long name 123").substr(0, 6), "223 64");
+    u64 found = 0;
+    EXPECT_TRUE(find_child_by_name(90, "A RATHER long name 123", found, on.volume));
+    EXPECT_EQ(found, 223u);
+}
+
+TEST(GetAttributeList, MergesOneStreamFromManyRecords)
+{
+    const ntfs_volume_builder pieces =
+        ntfs_volume_builder()
+            .file({.entry = 64,
+                   .name = "f",
+                   .data = byte_vector(5 * 4096, 'x'),
+                   .stored = {.non_resident = true, .fragments = 5}})
+            .stream({.entry = 64, .name = "Zone.Identifier", .data = {'z'}})
+            .move({.entry = 64, .record = 91, .first_run = 3})
+            .move({.entry = 64, .record = 90, .first_run = 0});
+    ntfs_volume built = pieces.build_volume();
+    // The list names the later piece first: its third and fourth entry, of 32 bytes
+    // each, trade their references.
+    const auto list_at = static_cast<std::ptrdiff_t>(
+        built.attribute_position(64, ntfs_type::attribute_list));
+    const auto third = built.image.begin() + list_at + 24 + 2 * 32 + 16;
+    std::swap_ranges(third, third + 8, third + 32);
+    open_volume on(built.image);
+    std::vector<attrib_info> list;
+    ASSERT_TRUE(get_attribute_list(on.volume, 64, list, false));
+    ASSERT_EQ(list.size(), 2u);
+    const std::size_t unnamed = list[0].stream_name.empty() ? 0 : 1;
+    EXPECT_EQ(list[unnamed].real_size, 5u * 4096);
+    ASSERT_EQ(list[unnamed].cluster_runs.size(), 5u);
+    for (u64 i = 0; i < 5; ++i) {
+        EXPECT_EQ(list[unnamed].cluster_runs[i].vcn, i);
+        EXPECT_EQ(list[unnamed].cluster_runs[i].lcn, built.stream_runs(64).at(i).lcn);
+    }
+    EXPECT_EQ(list[1 - unnamed].content, (std::vector<u8>{'z'}));
+    EXPECT_EQ(get_attribute_list(on.volume, 1u << 20, list, false), false);
+}
+
+TEST(FindInodeByPath, RealVolume)
+{
+    const char *root = std::getenv("VESKIT_FIXTURES");
+    if (root == nullptr) GTEST_SKIP() << "VESKIT_FIXTURES names no folder";
+    const temp_dir dir;
+    const std::string image = dir / "volume";
+    const std::string packed = root + std::string("/ntfs/graft2.raw.gz");
+    const std::string command = "gzip -dc '" + packed + "' > '" + image + "'";
+    ASSERT_EQ(std::system(command.c_str()), 0);
+    CNtfs volume(image, 0, volume_kind::path);
+    u64 inode = 0;
+    u64 parent = 0;
+    std::string path;
+    ASSERT_TRUE(find_inode_by_path_utf8(inode, parent, path, volume, "\\recycler",
+                                        link_mode::stop, {}));
+    EXPECT_EQ(inode, 64u);
+    index_live_map live;
+    index_slack_map slack;
+    std::set<u64> children;
+    u64 budget = ~u64{0};
+    ASSERT_TRUE(list_directory(volume, live, slack, 65, slack_mode::recover, budget));
+    for (const auto &[key, one] : live) children.insert(reference_entry(one.reference));
+    EXPECT_EQ(children, (std::set<u64>{66, 67, 68, 69, 70}));
+    std::vector<attrib_info> list;
+    ASSERT_TRUE(get_attribute_list(volume, 70, list, false));
+    u64 size = 0;
+    for (const attrib_info &one : list)
+        if (one.type == ntfs_type::data) size = one.real_size;
+    EXPECT_EQ(size, 4000u);
+}
+
+} // namespace

@@ -1,0 +1,179 @@
+// A volume with damage in every place: no crash, no hang, and only the rows that depend
+// on the damaged bytes may go.
+
+#include "run/volume_modes.h"
+#include "support/ntfs_volume_builder.h"
+#include "support/temp_dir.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <fcntl.h>
+#include <sstream>
+#include <unistd.h>
+
+namespace hv {
+namespace {
+
+using namespace test_support;
+
+byte_vector metadata(std::u16string path)
+{
+    return dollar_i_builder().path(std::move(path)).bytes();
+}
+
+constexpr u64 lost_entry =
+    66; // its row may go when it is damaged; the others must stay
+constexpr u64 other_entry = 69; // no row depends on it
+
+ntfs_volume sample()
+{
+    return ntfs_volume_builder()
+        .cluster_size(1024)
+        .directory({.entry = 64, .name = "$Recycle.Bin"})
+        .directory(
+            {.entry = 65, .parent = 64, .name = "S-1-5-21-7", .index_blocks = true})
+        .file({.entry = lost_entry,
+               .parent = 65,
+               .name = "$ILOST12",
+               .data = metadata(u"C:\\lost")})
+        .file({.entry = 67,
+               .parent = 65,
+               .name = "$IAB12CD.txt",
+               .data = metadata(u"C:\\a.txt")})
+        .file({.entry = 68,
+               .parent = 65,
+               .name = "$RAB12CD.txt",
+               .data = byte_vector(5000, 'x'),
+               .stored = {.non_resident = true, .fragments = 3}})
+        .file({.entry = other_entry,
+               .parent = 65,
+               .name = "other file.txt",
+               .data = byte_vector(9000, 'y'),
+               .stored = {.fragments = 5}})
+        .file({.entry = 70,
+               .parent = 65,
+               .name = "$IMOVED1",
+               .data = metadata(u"C:\\moved")})
+        .move({.entry = 70, .record = 80, .type = ntfs_type::file_name})
+        .mft({.fragments = 4})
+        .build_volume();
+}
+
+class Damage : public testing::Test {
+protected:
+    Damage() : volume(sample()), path(dir.write_file("image", text(volume.image)))
+    {
+        image = open(path.c_str(), O_RDWR);
+        testing::internal::CaptureStderr();
+        whole = rows();
+    }
+    ~Damage() override
+    {
+        testing::internal::GetCapturedStderr();
+        close(image);
+    }
+
+    static std::string text(const byte_vector &bytes)
+    {
+        return {bytes.begin(), bytes.end()};
+    }
+
+    void write(u64 at, std::span<const u8> bytes) const
+    {
+        ASSERT_EQ(pwrite(image, bytes.data(), bytes.size(), static_cast<off_t>(at)),
+                  std::ssize(bytes));
+    }
+
+    // The deleted paths that a run finds, sorted.
+    std::vector<std::string> rows() const
+    {
+        trash_options options;
+        options.image_path = path;
+        options.bins_known = true;
+        options.progress = false;
+        std::ostringstream out;
+        options.results_stream = &out;
+        run_volume(options, true);
+        std::vector<std::string> paths;
+        for (const trash_entry *entry : options.results.in_order())
+            paths.push_back(entry->deleted_path);
+        std::sort(paths.begin(), paths.end());
+        return paths;
+    }
+
+    // Rows of the whole volume that a damaged one lost.
+    std::vector<std::string> lost() const
+    {
+        const auto found = rows();
+        std::vector<std::string> missing;
+        std::set_difference(whole.begin(), whole.end(), found.begin(), found.end(),
+                            std::back_inserter(missing));
+        return missing;
+    }
+
+    // Runs with each byte of a stretch changed in turn, three ways.
+    template <class Check> void flip_each(u64 from, u64 count, Check check)
+    {
+        for (u64 at = from; at < from + count; ++at) {
+            for (const u8 pattern : {u8{0x01}, u8{0x80}, u8{0xFF}}) {
+                const u8 changed = static_cast<u8>(volume.image[at] ^ pattern);
+                write(at, {&changed, 1});
+                check(at);
+            }
+            write(at, {&volume.image[at], 1});
+        }
+    }
+
+    const temp_dir dir;
+    const ntfs_volume volume;
+    std::string path;
+    int image = -1;
+    std::vector<std::string> whole;
+};
+
+TEST_F(Damage, TheWholeVolumeHasAllRows)
+{
+    EXPECT_EQ(whole, (std::vector<std::string>{"C:\\a.txt", "C:\\lost", "C:\\moved"}));
+}
+
+TEST_F(Damage, AnyByteOfARecordCostsAtMostItsOwnRow)
+{
+    const std::vector<std::string> own_row = {"C:\\lost"};
+    flip_each(volume.record_position(lost_entry), 1024, [&](u64 at) {
+        const auto missing = lost();
+        EXPECT_TRUE(missing.empty() || missing == own_row) << at;
+    });
+    flip_each(volume.record_position(other_entry), 1024,
+              [&](u64 at) { EXPECT_TRUE(lost().empty()) << at; });
+}
+
+TEST_F(Damage, AnyByteOfTheVolumesOwnStructuresEndsInPeace)
+{
+    flip_each(volume.boot_position, 84, [&](u64) { rows(); });
+    flip_each(volume.record_position(0), 512, [&](u64) { rows(); });
+    flip_each(volume.record_position(5), 512, [&](u64) { rows(); });
+    flip_each(volume.record_position(80), 300, [&](u64) { rows(); });
+    // The index may be lost, but what it leads to is found without it.
+    flip_each(volume.record_position(64), 512, [&](u64) { rows(); });
+    flip_each(volume.index_block_position(65), 400,
+              [&](u64 at) { EXPECT_TRUE(lost().empty()) << at; });
+}
+
+TEST_F(Damage, AnySectorMayBeZeroAndTheEndMissing)
+{
+    const std::array<u8, 512> zeros{};
+    for (u64 at = 0; at + 512 <= volume.image.size(); at += 512) {
+        write(at, zeros);
+        EXPECT_LE(lost().size(), whole.size());
+        write(at, {volume.image.data() + at, 512});
+    }
+    EXPECT_TRUE(lost().empty());
+    for (u64 size = volume.image.size(); size > 0; size -= std::min<u64>(size, 3000)) {
+        ASSERT_EQ(ftruncate(image, static_cast<off_t>(size)), 0);
+        rows();
+    }
+}
+
+} // namespace
+} // namespace hv

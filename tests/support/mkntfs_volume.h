@@ -1,0 +1,136 @@
+#pragma once
+
+#include "support/temp_dir.h"
+
+#include <chrono>
+#include <csignal>
+#include <functional>
+#include <sys/prctl.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <thread>
+#include <unistd.h>
+
+namespace test_support {
+
+/// A volume that other software makes and writes: mkntfs formats a plain file, ntfs-3g
+/// mounts it, and the caller puts files below the mount point by ordinary means. The
+/// image is complete after `unmount`. No mount outlives the object, nor the test.
+class mkntfs_volume {
+public:
+    explicit mkntfs_volume(std::uint32_t cluster_size = 4096,
+                           std::uint64_t bytes = std::uint64_t{64} << 20)
+    {
+        std::filesystem::create_directory(m_root);
+        std::ofstream(m_image).close();
+        std::filesystem::resize_file(m_image, bytes);
+        if (run("mkntfs -F -q -c " + std::to_string(cluster_size) + " " + m_image))
+            mount();
+    }
+    ~mkntfs_volume() { unmount(); }
+    mkntfs_volume(const mkntfs_volume &) = delete;
+    mkntfs_volume &operator=(const mkntfs_volume &) = delete;
+
+    /// True if the programs are there and mounts work. Tried out once, on a small
+    /// volume.
+    static bool available()
+    {
+        static const bool works = mkntfs_volume(4096, 4 << 20).mounted();
+        return works;
+    }
+
+    bool mounted() const { return m_driver > 0; }
+
+    /// A path on the volume. "name:stream" names a stream.
+    std::string operator/(const std::string &name) const { return m_root + "/" + name; }
+
+    /// The file that holds the volume.
+    const std::string &image() const { return m_image; }
+
+    /// Detaches the volume and waits until the driver has written all and is gone.
+    /// False if the volume wasn't mounted, or the driver had to be stopped.
+    bool unmount()
+    {
+        if (!mounted()) return false;
+        const bool detached = run("fusermount -u " + m_root) || run("umount " + m_root);
+        const bool complete = detached && driver_ended(std::chrono::seconds(30));
+        if (!complete) stop_driver();
+        m_driver = -1;
+        return complete;
+    }
+
+private:
+    static bool run(const std::string &command)
+    {
+        const std::string path = "PATH=$PATH:/usr/sbin:/sbin ";
+        return std::system((path + command + " >/dev/null 2>&1").c_str()) == 0;
+    }
+
+    // The driver stays a child, so that its end can be waited for; it ends by itself,
+    // and with it the mount, where the test dies.
+    void mount()
+    {
+        m_driver = fork();
+        if (m_driver == 0) {
+            prctl(PR_SET_PDEATHSIG, SIGTERM);
+            if (std::freopen("/dev/null", "w", stderr) != nullptr)
+                execlp("ntfs-3g", "ntfs-3g", "-o",
+                       "no_detach,streams_interface=windows", m_image.c_str(),
+                       m_root.c_str(), nullptr);
+            _exit(127);
+        }
+        const auto settled = [this] { return is_attached() || has_ended(); };
+        if (wait_for(settled, std::chrono::seconds(30)) && !m_ended) return;
+        stop_driver();
+        m_driver = -1;
+    }
+
+    bool is_attached() const
+    {
+        struct stat root = {}, parent = {};
+        return stat(m_root.c_str(), &root) == 0 &&
+               stat(m_dir.path.c_str(), &parent) == 0 && root.st_dev != parent.st_dev;
+    }
+
+    bool has_ended()
+    {
+        m_ended = m_ended || waitpid(m_driver, nullptr, WNOHANG) != 0;
+        return m_ended;
+    }
+
+    static bool wait_for(const std::function<bool()> &done,
+                         std::chrono::seconds longest)
+    {
+        const auto end = std::chrono::steady_clock::now() + longest;
+        while (!done()) {
+            if (std::chrono::steady_clock::now() > end) return false;
+            std::this_thread::sleep_for(std::chrono::milliseconds(10));
+        }
+        return true;
+    }
+
+    bool driver_ended(std::chrono::seconds longest)
+    {
+        return wait_for([this] { return has_ended(); }, longest);
+    }
+
+    // A mount that is in use still goes out of sight at once.
+    void stop_driver()
+    {
+        if (is_attached() && !run("fusermount -u -z " + m_root))
+            run("umount -l " + m_root);
+        if (has_ended()) return;
+        kill(m_driver, SIGTERM);
+        if (driver_ended(std::chrono::seconds(10))) return;
+        kill(m_driver, SIGKILL);
+        driver_ended(std::chrono::seconds(10));
+    }
+
+    temp_dir m_dir;
+    std::string m_image = m_dir / "volume.dd";
+    std::string m_root = m_dir / "root";
+    pid_t m_driver = -1;
+    bool m_ended = false;
+};
+
+} // namespace test_support
