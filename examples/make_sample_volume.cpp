@@ -39,11 +39,13 @@ ntfs_times all_at(std::uint64_t time)
 ntfs_item record(std::uint64_t entry, std::string name, std::u16string path,
                  std::uint64_t size, std::uint64_t deleted)
 {
-    return {.entry = entry,
-            .parent = user,
-            .name = std::move(name),
-            .data = dollar_i_builder().path(path).size(size).time(deleted).bytes(),
-            .times = all_at(deleted)};
+    return {
+        .entry = entry,
+        .parent = user,
+        .name = std::move(name),
+        .data =
+            dollar_i_builder().path(std::move(path)).size(size).time(deleted).bytes(),
+        .times = all_at(deleted)};
 }
 
 ntfs_item item(std::uint64_t entry, std::uint64_t parent, std::string name,

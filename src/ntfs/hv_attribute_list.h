@@ -20,7 +20,7 @@ using attribute_key = std::pair<u32, u16>;
 
 /// The system itself lets no list grow larger. Bytes behind that are never read, so
 /// that a list costs at most so many reads of records.
-inline constexpr u64 most_list_bytes = 256 * 1024;
+inline constexpr u64 most_list_bytes = u64{256} * 1024;
 
 /// One entry of a list.
 struct attribute_list_entry {

@@ -1,10 +1,10 @@
 #include "ntfs/ntfs.h"
 
+#include "ntfs/hv_attribute_list.h"
 #include "ntfs/hv_data_run.h"
 
 #include <algorithm>
 #include <bit>
-#include <set>
 
 namespace hv {
 
@@ -18,10 +18,6 @@ constexpr u64 largest_cluster = u64{2} << 20;
 
 // No record is larger. A boot sector that says more costs no more memory than this.
 constexpr u32 largest_record = 65536;
-
-// The most that an attribute list may hold on a real volume. It bounds what a hostile
-// list can cost: each of its entries may ask for a record.
-constexpr u64 largest_attribute_list = 256 * 1024;
 
 constexpr std::string_view boot_signature = "NTFS    ";
 
@@ -53,7 +49,7 @@ bool find_attribute(byte_view record, byte_view entry, attribute_ref &found)
 
 // Calls `visit` with each entry of an attribute list. Fewer than 27 bytes at the end
 // are never looked at: an entry that ends the list exactly has always been lost.
-template <class Visit> void for_each_list_entry(byte_view list, Visit visit)
+template <class Visit> void for_each_inner_entry(byte_view list, Visit visit)
 {
     while (list.size() > list_entry::size) {
         const u16 length = list.read_padded<u16>(list_entry::length);
@@ -251,13 +247,13 @@ void CNtfs::count_entries()
     m_mft_stats = {};
     for_each_attribute(record, [&](attribute_ref one) {
         if (one.is(attribute_type::attribute_list)) {
-            outside = read_attribute_clusters(one, largest_attribute_list);
+            outside = read_attribute_clusters(one, most_list_bytes);
             list = one.non_resident() ? byte_view{outside} : one.content();
         }
         return parse_attribute(m_mft_stats, one);
     });
     m_mft_runs = cluster_runs_of(m_mft_stats.data_runs);
-    for_each_list_entry(list, [&](byte_view entry) {
+    for_each_inner_entry(list, [&](byte_view entry) {
         follow_list(m_mft_stats,
                     entry.clip(0, entry.read_padded<u16>(list_entry::length)),
                     mft_entry_number);
@@ -431,13 +427,13 @@ bool CNtfs::collect_inode_stats(byte_view record, INODE_STATS &stats, u64 entry)
     stats = {};
     for_each_attribute(record, [&](attribute_ref one) {
         if (one.is(attribute_type::attribute_list)) {
-            outside = read_attribute_clusters(one, largest_attribute_list);
+            outside = read_attribute_clusters(one, most_list_bytes);
             list = one.non_resident() ? byte_view{outside} : one.content();
         }
         good = parse_attribute(stats, one);
         return good;
     });
-    for_each_list_entry(list, [&](byte_view one) { follow_list(stats, one, entry); });
+    for_each_inner_entry(list, [&](byte_view one) { follow_list(stats, one, entry); });
     number_runs(stats);
     return good;
 }

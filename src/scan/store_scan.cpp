@@ -1,6 +1,7 @@
 #include "scan/store_scan.h"
 
 #include "base/hv_console.h"
+#include "ntfs/hv_attribute_list.h"
 
 #include <algorithm>
 #include <new>
@@ -16,12 +17,11 @@ constexpr u32 default_first_read = 4096;
 constexpr u32 sector_size = 512;
 
 // One request for many blocks: the cost of a scan is in the requests.
-constexpr u64 large_read = 512 * 1024;
+constexpr u64 large_read = u64{512} * 1024;
 
 // What all attribute lists of a scan together may cost. Real ones name each record
 // about once; hostile ones may lose attributes, but not our time.
 constexpr u64 spare_extension_reads = 4096;
-constexpr u64 largest_attribute_list = 256 * 1024;
 
 constexpr unsigned progress_width = 40;
 constexpr unsigned progress_step = 5;
@@ -70,7 +70,7 @@ public:
                 m_source.record_size != 0 ? m_source.record_size : default_record_size;
         m_record_size = std::min(m_record_size, largest_record_size);
         m_extension_reads = m_source.total_size / m_record_size + spare_extension_reads;
-        m_list_bytes = m_source.total_size + 64 * largest_attribute_list;
+        m_list_bytes = m_source.total_size + 64 * most_list_bytes;
         return true;
     }
 
@@ -195,8 +195,7 @@ private:
         for (const flat_run &run : runs) {
             for (u32 i = 0; i < run.clusters; ++i) {
                 u64 position = 0;
-                if (bytes.size() + cluster >
-                        std::max<u64>(largest_attribute_list, cluster) ||
+                if (bytes.size() + cluster > std::max<u64>(most_list_bytes, cluster) ||
                     m_list_bytes < cluster || run.delta == 0 ||
                     __builtin_mul_overflow(run.lcn + i, cluster, &position) ||
                     __builtin_add_overflow(position, m_source.disk.map_base(),

@@ -51,10 +51,7 @@ ntfs_volume_builder recent_bin()
                .name = "$IDIR123",
                .data = metadata(u"C:\\dir")})
         .directory({.entry = 70, .parent = 65, .name = "$RDIR123"})
-        .directory({.entry = 71,
-                    .parent = 70,
-                    .name = "s\xC3\xBC"
-                            "b"})
+        .directory({.entry = 71, .parent = 70, .name = "s\u00fcb"})
         .file(
             {.entry = 72, .parent = 71, .name = "deep.txt", .data = bytes_of("12345")})
         .file({.entry = 73,
@@ -79,10 +76,8 @@ ntfs_volume_builder recent_bin()
 // rows that every volume of `recent_bin` gives.
 const string_list recent_rows = {"C:\\a.txt|10000|68",
                                  "C:\\dir\\|0|70",
-                                 "C:\\dir\\s\xC3\xBC"
-                                 "b\\|0|71",
-                                 "C:\\dir\\s\xC3\xBC"
-                                 "b\\deep.txt|5|72",
+                                 "C:\\dir\\s\u00fcb\\|0|71",
+                                 "C:\\dir\\s\u00fcb\\deep.txt|5|72",
                                  "C:\\gone|14|75",
                                  "C:\\lost|14|73",
                                  "<unk path - $RORPHAN.pdf>|1|74"};

@@ -19,8 +19,8 @@ using mapped_result = std::tuple<bool, u64, std::string>; // success, status, wh
 struct mapped_model {
     static constexpr u64 farthest = 1000; // behind it, clusters are no place
     std::string medium;
-    u64 base;
-    u32 cluster_size;
+    u64 base = 0;
+    u32 cluster_size = 0;
     std::vector<disk_run> runs;
 
     mapped_result read(u64 offset, u32 length, bool leave_out) const

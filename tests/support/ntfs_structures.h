@@ -363,7 +363,7 @@ inline void protect(byte_vector &bytes, std::size_t array, u32 step)
 /// Where the content begins behind an update sequence of a whole record or block.
 inline std::size_t behind_updates(std::size_t array, u32 size, u32 step)
 {
-    return round_up(array + 2 * (1 + size / step), 8);
+    return round_up(array + std::size_t{2} * (1 + size / step), 8);
 }
 
 struct record_form {

@@ -345,7 +345,7 @@ private:
                 clusters = 0;
             for (const extent &run : m_clusters.place(clusters, 1, 1, live)) {
                 append_run(made.runs, run);
-                m_writes.push_back({{run}, std::move(bytes), live});
+                m_writes.push_back({{run}, bytes, live});
             }
             if (clusters < unit_clusters)
                 append_run(made.runs, {hole, unit_clusters - clusters});
