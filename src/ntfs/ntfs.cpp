@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <bit>
+#include <cassert>
 
 namespace hv {
 
@@ -170,6 +171,30 @@ CNtfs::CNtfs(u32 drive_number, u64 offset)
 }
 
 CNtfs::~CNtfs() = default;
+
+const NTFS_BOOT &CNtfs::get_boot_sector() const
+{
+    assert(m_Validated);
+    return m_boot;
+}
+
+const INODE_STATS &CNtfs::get_mft_inode_stats() const
+{
+    assert(m_Validated);
+    return m_mft_stats;
+}
+
+const data_run_list &CNtfs::get_bitmap_inode_runlist() const
+{
+    assert(m_Validated);
+    return m_bitmap_runs;
+}
+
+const data_run_list &CNtfs::get_mft_inode_bitmap_runlist() const
+{
+    assert(m_Validated);
+    return m_mft_stats.bitmap_runs;
+}
 
 RAW_DISK_IO *CNtfs::get_disk() const
 {
@@ -436,6 +461,42 @@ bool CNtfs::collect_inode_stats(byte_view record, INODE_STATS &stats, u64 entry)
     for_each_inner_entry(list, [&](byte_view one) { follow_list(stats, one, entry); });
     number_runs(stats);
     return good;
+}
+
+namespace {
+
+std::unique_ptr<CNtfs> validated(std::unique_ptr<CNtfs> volume)
+{
+    return volume->validate_volume() ? std::move(volume) : nullptr;
+}
+
+bool is_drive_letter(std::string_view path)
+{
+    return (path.size() == 2 && path[1] == ':') ||
+           (path.size() == 3 && path.substr(1) == ":\\");
+}
+
+} // namespace
+
+std::unique_ptr<CNtfs> open_volume(std::string_view path, u64 offset)
+{
+    volume_kind kind = volume_kind::path;
+    if (path.starts_with("\\\\"))
+        kind = volume_kind::image;
+    else if (is_drive_letter(path))
+        kind = volume_kind::letter_path;
+    return validated(std::make_unique<CNtfs>(path, offset, kind));
+}
+
+std::unique_ptr<CNtfs> open_device_volume(std::string_view path, u64 offset)
+{
+    if (!path.starts_with("\\\\.\\")) return nullptr;
+    return validated(std::make_unique<CNtfs>(path, offset, volume_kind::image));
+}
+
+std::unique_ptr<CNtfs> open_drive_volume(u32 drive_number, u64 offset)
+{
+    return validated(std::make_unique<CNtfs>(drive_number, offset));
 }
 
 bool test_bitmap_bit(byte_view bitmap, u64 bit)

@@ -48,11 +48,13 @@ public:
     bool validate_volume();
     bool is_validated() const { return m_disk != nullptr && m_Validated; }
 
-    const NTFS_BOOT &get_boot_sector() const { return m_boot; }
-    const INODE_STATS &get_mft_inode_stats() const { return m_mft_stats; }
+    /// Asking for these ahead of a successful validation is a fault of the program.
+    const NTFS_BOOT &get_boot_sector() const;
+    const INODE_STATS &get_mft_inode_stats() const;
     /// The runs of the $MFT, in ascending order of their VCNs.
     const std::vector<cluster_run> &get_mft_runs() const { return m_mft_runs; }
-    const data_run_list &get_bitmap_inode_runlist() const { return m_bitmap_runs; }
+    const data_run_list &get_bitmap_inode_runlist() const;
+    const data_run_list &get_mft_inode_bitmap_runlist() const;
     u64 get_mft_entry_count() const { return m_Validated ? m_entry_count : 0; }
     u32 get_bytes_per_sector() const { return m_boot.get(ntfs_boot::bytes_per_sector); }
     u32 get_sectors_per_cluster() const { return m_sectors_per_cluster; }
@@ -120,6 +122,14 @@ private:
     u32 m_mft_record_size = 0;
     directory_cache m_path_cache;
 };
+
+/// Opens and validates a volume; null if it isn't one. The path may be a drive letter
+/// with its colon, a device path that begins with two backslashes, or any other.
+std::unique_ptr<CNtfs> open_volume(std::string_view path, u64 offset);
+/// The same for a path that begins "\\.\"; any other is refused.
+std::unique_ptr<CNtfs> open_device_volume(std::string_view path, u64 offset);
+/// The same for a physical drive: "/dev/sda" is 0.
+std::unique_ptr<CNtfs> open_drive_volume(u32 drive_number, u64 offset);
 
 /// A bit of a bitmap, the least significant first. An index just behind the bytes reads
 /// the spare byte there, as zero; one further on is 0.

@@ -7,6 +7,8 @@
 #include "trash/find_bins.h"
 #include "trash/resolve.h"
 
+#include <algorithm>
+
 namespace hv {
 
 namespace {
@@ -35,7 +37,9 @@ void log_store_count(const trash_options &options, const char *pass)
 // Lets the disk read the $MFT as one flat range. Returns the range's length.
 u64 attach_mft(const CNtfs &volume, RAW_DISK_IO &disk)
 {
-    const u64 length = volume.get_mft_entry_count() * volume.get_mft_record_size();
+    // Hostile runs may claim more than the medium has.
+    const u64 length = std::min(
+        volume.get_mft_entry_count() * volume.get_mft_record_size(), disk.get_size());
     disk.attach_runs(volume.get_cluster_size(), volume.get_mft_runs(), length,
                      volume.get_volume_offset());
     return length;

@@ -4,6 +4,7 @@
 
 #include <deque>
 #include <map>
+#include <set>
 #include <string_view>
 
 namespace hv {
@@ -50,7 +51,11 @@ public:
 
     inode_store records;
     std::map<u64, u64> directories; ///< entry number of a directory to its store index
-    u32 cluster_size = 0;           ///< bytes
+    /// Entry and sequence numbers of the records below `references_known`. Only passes
+    /// behind the first ask for it, so it is filled when they do.
+    std::set<u64> by_reference;
+    u64 references_known = 0;
+    u32 cluster_size = 0; ///< bytes
     bool cluster_size_set = false;
 };
 

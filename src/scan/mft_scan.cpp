@@ -1,7 +1,12 @@
 #include "scan/mft_scan.h"
 
+#include "base/hv_console.h"
 #include "base/hv_string.h"
+#include "ntfs/hv_mft_entries_ctx.h"
+#include "ntfs/ntfs.h"
 #include "run/trash_options.h"
+
+#include <algorithm>
 
 namespace hv {
 
@@ -83,6 +88,54 @@ bool scan(trash_options &options, const store_source &source,
     return !options.bin_directories.empty();
 }
 
+// Every so many entries the progress line is drawn anew.
+constexpr u64 entries_per_status = 53;
+
+constexpr std::size_t least_record = 1024;
+
+u64 reference_of(u64 entry, u16 sequence)
+{
+    return reference_entry(entry) | u64{sequence} << 48;
+}
+
+// Whether the store has an entry with this sequence number already. What was added
+// since the last question is looked at first.
+bool is_stored(trash_options &options, u64 reference)
+{
+    const inode_store &records = options.records;
+    for (u64 &next = options.references_known; next < records.size(); ++next)
+        options.by_reference.insert(
+            reference_of(records[next].entry, records[next].sequence));
+    return options.by_reference.contains(reference);
+}
+
+// How a record that stands alone reaches others of its volume.
+record_source source_through(const CNtfs *volume)
+{
+    record_source source;
+    source.read_record = [volume](u64 entry, std::vector<u8> &record) {
+        return volume != nullptr && volume->read_filerecord(entry, record);
+    };
+    source.read_clusters = [](const std::vector<flat_run> &) {
+        return std::vector<u8>{};
+    };
+    return source;
+}
+
+// The size of the $MFT as its own $DATA states it, but no more than the medium has.
+u64 mft_size_of(const CNtfs &volume)
+{
+    mft_entry first;
+    if (!mft_entries_ctx(volume).analyze_entry(first, mft_entry_number)) return 0;
+    for (const auto &[key, view] : first.attributes) {
+        if (view.info.type != static_cast<u32>(attribute_type::data)) continue;
+        const u64 stated = view.info.non_resident ? view.info.allocated_size
+                                                  : view.info.content.size();
+        return std::min(stated, volume.get_disk()->get_size());
+    }
+    return 0;
+}
+
 } // namespace
 
 filter_answer filter_record(trash_options &options, parsed_record &record,
@@ -121,6 +174,63 @@ bool scan_mft_store(trash_options &options, const RAW_DISK_IO &disk, u64 mft_siz
     const parse_options parse{
         .named_streams = true, .runs = true, .target_name = "info2"};
     return scan(options, source, parse, &disk);
+}
+
+bool scan_mft_entries(const CNtfs &volume, const scan_callback &callback,
+                      u64 first_entry, u64 count, trash_options &context)
+{
+    const mft_entries_ctx entries(volume, context.log());
+    const u64 record_size = volume.get_mft_record_size();
+    const u64 size = entries.is_open() ? mft_size_of(volume) : 0;
+    if (size == 0) return false;
+    const u64 total = size / record_size;
+    const u64 end = count != 0 ? std::min(total, first_entry + count) : total;
+    // Grows by one record for each entry, whether or not the $MFT lies in one piece.
+    u64 position = volume.get_entry_position(0) + volume.get_volume_offset() +
+                   first_entry * record_size;
+    std::vector<u8> record;
+    for (u64 entry = first_entry; entry < end; ++entry, position += record_size) {
+        if (context.progress && entry % entries_per_status == 0)
+            status_line("analyzing entry %lld of %lld", static_cast<long long>(entry),
+                        static_cast<long long>(total));
+        bool bad = false;
+        if (!entries.read_entry(record, bad, entry) || record.empty()) continue;
+        callback({&volume, &context, byte_view{record}, position, entry, {}});
+    }
+    end_progress(context.progress);
+    return true;
+}
+
+void process_mft_record(const scan_item &item)
+{
+    if (item.context == nullptr || item.data.size() < least_record) return;
+    trash_options &options = *item.context;
+    if (options.results_stream == nullptr || !options.results_stream->good()) return;
+    if (!options.keep_parsed) options.carved_entries.clear();
+    if (!passes_record_test(item.data)) return;
+    const u64 entry = item.data.read_padded<u32>(file_record::entry.offset);
+    const u16 sequence = item.data.read_padded<u16>(file_record::sequence.offset);
+    if (is_stored(options, reference_of(entry, sequence))) return;
+
+    const auto bytes = item.data.bytes();
+    std::vector<u8> copy(bytes.begin(), bytes.end());
+    parsed_record record;
+    const parse_options parse{
+        .named_streams = false, .runs = true, .target_name = "info2"};
+    if (!parse_record(record, copy, parse, source_through(item.volume)) ||
+        !record.has_parents())
+        return;
+    const RAW_DISK_IO *disk =
+        item.volume != nullptr ? item.volume->get_disk() : nullptr;
+    u64 load_budget = largest_info2;
+    if (filter_record(options, record, options.records.size(), disk, load_budget) ==
+        filter_answer::refuse)
+        return;
+    // The offset holds the entry's own position already where the record came from the
+    // pass above; the sum has always been recorded.
+    const u64 record_size =
+        item.volume != nullptr ? item.volume->get_mft_record_size() : least_record;
+    keep_record(options, record, entry * record_size + item.offset);
 }
 
 } // namespace hv

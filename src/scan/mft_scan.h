@@ -2,6 +2,7 @@
 
 #include "base/hv_types.h"
 #include "disk/hv_raw_disk_io.h"
+#include "scan/scan_item.h"
 #include "scan/store_scan.h"
 
 #include <string_view>
@@ -28,5 +29,15 @@ bool pull_mft_data(trash_options &options, std::string_view path);
 /// record doesn't say. False as above.
 bool scan_mft_store(trash_options &options, const RAW_DISK_IO &disk, u64 mft_size,
                     u32 record_size);
+
+/// The pass that reads one entry after the other through the volume and hands each to
+/// `callback`: `count` of them from `first_entry` on, all that follow with 0. False if
+/// the size of the `$MFT` isn't known.
+bool scan_mft_entries(const CNtfs &volume, const scan_callback &callback,
+                      u64 first_entry, u64 count, trash_options &context);
+
+/// Parses one record, of whatever origin, and adds it to the store if the filter keeps
+/// it. Each entry and sequence number is stored once.
+void process_mft_record(const scan_item &item);
 
 } // namespace hv

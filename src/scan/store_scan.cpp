@@ -32,6 +32,16 @@ bool may_be_metadata(std::string_view name)
     return name.starts_with("$I") || name == "INFO2";
 }
 
+void keep_extras(inode_store &records, u64 index, const parsed_record &record)
+{
+    if (may_be_metadata(record.name)) {
+        record_extras &extras = records.extras(index);
+        extras.data = record.data;
+        extras.data_runs = record.data_runs;
+    }
+    if (!record.zone_data.empty()) records.extras(index).zone_data = record.zone_data;
+}
+
 class store_scanner {
 public:
     store_scanner(_inode_collection &collection, const store_source &source,
@@ -137,42 +147,7 @@ private:
         if (!parse_record(m_record, slot, m_options, m_reader)) return;
         const u64 index = m_collection.records.size();
         if (m_filter && m_filter(m_record, index) == filter_answer::refuse) return;
-        keep(position);
-    }
-
-    void keep(u64 position)
-    {
-        inode_store &records = m_collection.records;
-        const u64 index = records.add();
-        inode_record &record = records[index];
-        record.entry = m_record.entry;
-        record.sequence = m_record.sequence;
-        record.first_parent = m_record.first_parent;
-        record.si_modified = m_record.si_modified;
-        record.si_accessed = m_record.si_accessed;
-        record.si_mft_changed = m_record.si_mft_changed;
-        record.si_created = m_record.si_created;
-        record.real_size = m_record.real_size;
-        record.is_directory = m_record.is_directory();
-        record.in_use = m_record.in_use();
-        record.position = position;
-        records.set_name(index, m_record.name);
-        keep_extras(index);
-        if (!record.is_directory) return;
-        const auto [known, added] =
-            m_collection.directories.emplace(record.entry, index);
-        if (!added && record.in_use) known->second = index;
-    }
-
-    void keep_extras(u64 index)
-    {
-        if (may_be_metadata(m_record.name)) {
-            record_extras &extras = m_collection.records.extras(index);
-            extras.data = m_record.data;
-            extras.data_runs = m_record.data_runs;
-        }
-        if (!m_record.zone_data.empty())
-            m_collection.records.extras(index).zone_data = m_record.zone_data;
+        keep_record(m_collection, m_record, position);
     }
 
     bool read_extension(u64 entry, std::vector<u8> &record)
@@ -227,6 +202,30 @@ private:
 };
 
 } // namespace
+
+void keep_record(_inode_collection &collection, const parsed_record &parsed,
+                 u64 position)
+{
+    inode_store &records = collection.records;
+    const u64 index = records.add();
+    inode_record &record = records[index];
+    record.entry = parsed.entry;
+    record.sequence = parsed.sequence;
+    record.first_parent = parsed.first_parent;
+    record.si_modified = parsed.si_modified;
+    record.si_accessed = parsed.si_accessed;
+    record.si_mft_changed = parsed.si_mft_changed;
+    record.si_created = parsed.si_created;
+    record.real_size = parsed.real_size;
+    record.is_directory = parsed.is_directory();
+    record.in_use = parsed.in_use();
+    record.position = position;
+    records.set_name(index, parsed.name);
+    keep_extras(records, index, parsed);
+    if (!record.is_directory) return;
+    const auto [known, added] = collection.directories.emplace(record.entry, index);
+    if (!added && record.in_use) known->second = index;
+}
 
 bool scan_records(_inode_collection &collection, const store_source &source,
                   const parse_options &options, const record_filter &filter,

@@ -28,6 +28,11 @@ struct store_source {
     u32 record_size = 0;  ///< bytes, if the first record doesn't say; 0 for 1024
 };
 
+/// Adds a parsed record to the store, and a directory to `directories`, where of two
+/// for one entry the one in use counts. `position` is where the record stands.
+void keep_record(_inode_collection &collection, const parsed_record &parsed,
+                 u64 position);
+
 /// Parses every record and adds those that the filter keeps to the store; then gives
 /// each directory its path. `directories` is made anew. False if the source is too
 /// short, if its first record fails the record test, or if no directory was found.

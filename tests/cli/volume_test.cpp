@@ -248,6 +248,17 @@ TEST_F(Volume, FollowsAttributeLists)
     EXPECT_EQ(short_rows({"-image", write(builder.build())}), recent_rows);
 }
 
+TEST_F(Volume, ReadsBehindTwoTebibytes)
+{
+    const std::uint64_t offset = std::uint64_t{3} << 40;
+    const std::string path = dir.write_file("large", "");
+    std::error_code error;
+    std::filesystem::resize_file(path, offset, error);
+    if (error) GTEST_SKIP() << "the file system has no files of this size";
+    std::ofstream(path, std::ios::binary | std::ios::app) << text(recent_bin().build());
+    EXPECT_EQ(short_rows({"-image", path, "-offset", "0x30000000000"}), recent_rows);
+}
+
 TEST_F(Volume, SaysWhyItHasNoRows)
 {
     const byte_vector no_bin =
