@@ -467,7 +467,8 @@ namespace {
 
 std::unique_ptr<CNtfs> validated(std::unique_ptr<CNtfs> volume)
 {
-    return volume->validate_volume() ? std::move(volume) : nullptr;
+    if (!volume->validate_volume()) volume.reset();
+    return volume;
 }
 
 bool is_drive_letter(std::string_view path)
