@@ -69,6 +69,20 @@ TEST(Time, HasADosFormWithOddSecondsRoundedUp)
     EXPECT_EQ((std::array{date, clock}), (std::array<u16, 2>{22879, 48999}));
 }
 
+TEST(Time, HasAnNtpFormWithANormalisedFraction)
+{
+    // 1970 is 2208988800 seconds behind 1900. Half a second is 0x08000000 of 28 bits, and
+    // one tick is 26 of them; both are shifted until the top digit isn't 0.
+    const std::tuple<u64, u32, u32> cases[] = {
+        {epoch, 2'208'988'800, 0}, {epoch + 5'000'000, 2'208'988'800, 0x80000000},
+        {epoch + 10'000'001, 2'208'988'801, 0x1A000000}, {u64{1} << 63, 0, 0}};
+    for (const auto &[filetime, seconds, fraction] : cases) {
+        const ntp_stamp stamp = ntp_from_filetime(filetime);
+        EXPECT_EQ(stamp.seconds, __builtin_bswap32(seconds));
+        EXPECT_EQ(stamp.fraction, __builtin_bswap32(fraction));
+    }
+}
+
 // Every day from 1601 on, against a calendar that only counts.
 TEST(Time, FollowsTheCalendar)
 {
