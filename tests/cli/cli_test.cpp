@@ -14,11 +14,6 @@ namespace {
 using namespace test_support;
 using string_list = std::vector<std::string>;
 
-std::string text(const byte_vector &bytes)
-{
-    return {bytes.begin(), bytes.end()};
-}
-
 // A bin of one user in a directory of the test's own.
 class Cli : public testing::Test {
 protected:
@@ -32,25 +27,13 @@ protected:
         return add(name, text(dollar_i_builder().path(std::move(path)).bytes()));
     }
 
-    // The cells of a table row of `-no_whitespace`, cut at its separator.
-    static string_list cells(const std::string &row)
-    {
-        string_list result(1);
-        for (const char c : row)
-            if (c == '|')
-                result.emplace_back();
-            else
-                result.back() += c;
-        return result;
-    }
-
     // The deleted paths that a run over the whole tree reports, in order.
     string_list paths(string_list args)
     {
         args.insert(args.end(), {"-quiet", "-no_whitespace", "-num_subdirs", "9"});
         string_list result;
         for (const std::string &row : run_veskit(args).rows())
-            result.push_back(cells(row).at(7));
+            result.push_back(split_at(row, '|').at(7));
         return result;
     }
 
@@ -141,8 +124,8 @@ TEST_F(Cli, PairsAWholeTreeAndAList)
         run_veskit({"-quiet", "-no_whitespace", "-base10", "-pipe"}, {.in = list})
             .rows();
     ASSERT_EQ(rows.size(), 1u);
-    EXPECT_EQ(cells(rows[0]).at(5), "5") << "the size of the data file";
-    EXPECT_EQ(cells(rows[0]).at(9),
+    EXPECT_EQ(split_at(rows[0], '|').at(5), "5") << "the size of the data file";
+    EXPECT_EQ(split_at(rows[0], '|').at(9),
               "{\"trash_file\":\"" + data + "\";\"src\":\"$IAB12CD.txt\"}");
 }
 

@@ -119,12 +119,7 @@ TEST_F(Fixtures, Info2AsAnotherReaderSawIt)
         std::string line = listing.substr(at, end - at);
         at = end + 1;
         while (line.ends_with('\r')) line.pop_back();
-        std::vector<std::string> parts(1);
-        for (const char c : line)
-            if (c == '\t')
-                parts.emplace_back();
-            else
-                parts.back() += c;
+        const auto parts = split_at(line, '\t');
         if (parts.size() == 5 && parts[0] != "Index")
             expected.push_back(parts[1] + "|" + parts[3] + "|" + parts[4] + "|" +
                                parts[0]);

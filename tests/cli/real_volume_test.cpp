@@ -23,7 +23,7 @@ void write(const std::string &path, const std::string &bytes)
 
 void write(const std::string &path, const byte_vector &bytes)
 {
-    write(path, std::string(bytes.begin(), bytes.end()));
+    write(path, text(bytes));
 }
 
 // Puts a bin on a mounted volume and returns the rows that it has to give: what stands
@@ -61,17 +61,6 @@ std::map<std::string, std::string> fill(const mkntfs_volume &volume)
     return rows;
 }
 
-std::vector<std::string> cells_of(const std::string &row)
-{
-    std::vector<std::string> cells(1);
-    for (const char c : row)
-        if (c == '|')
-            cells.emplace_back();
-        else
-            cells.back() += c;
-    return cells;
-}
-
 std::map<std::string, std::string> rows_of(const std::string &image)
 {
     std::map<std::string, std::string> rows;
@@ -79,7 +68,7 @@ std::map<std::string, std::string> rows_of(const std::string &image)
         run_veskit({"-quiet", "-no_whitespace", "-base10", "-image", image});
     EXPECT_EQ(run.err, "");
     for (const std::string &row : run.rows()) {
-        const auto cells = cells_of(row);
+        const auto cells = split_at(row, '|');
         EXPECT_FALSE(rows.contains(cells.at(7))) << row;
         rows[cells.at(7)] =
             cells[0] + "|" + cells.at(5) + "|" + cells.at(6) + "|" + cells.at(8);
@@ -112,11 +101,11 @@ TEST_F(RealVolume, GivesFoldersStreamsAndTimes)
     mkntfs_volume volume;
     const std::string bin = volume / "$RECYCLE.BIN/S-1-5-21-7/";
     write(bin + "desktop.ini", "x");
-    write(bin + "$IDIR123", dollar_i_builder().path(u"D:\\old").bytes());
+    write(bin + "$IDIR123", metadata(u"D:\\old"));
     write(bin + "$RDIR123/sub/\xD0\xBF\xD1\x80\xD0\xB8.txt", "12345");
     write(bin + "$RDIR123/sub/\xD0\xBF\xD1\x80\xD0\xB8.txt:Zone.Identifier",
           "ZoneId=4\r\n");
-    write(bin + "$IGONE12", dollar_i_builder().path(u"D:\\gone").bytes());
+    write(bin + "$IGONE12", metadata(u"D:\\gone"));
     fs::remove(bin + "$IGONE12");
     const timespec times[2] = {{1577934245, 0}, {1577934245, 0}}; // 2020-01-02 03:04:05
     ASSERT_EQ(utimensat(AT_FDCWD,

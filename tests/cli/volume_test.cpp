@@ -13,18 +13,9 @@ namespace {
 using namespace test_support;
 using string_list = std::vector<std::string>;
 
-std::string text(const byte_vector &bytes)
-{
-    return {bytes.begin(), bytes.end()};
-}
 byte_vector bytes_of(std::string_view text)
 {
     return {text.begin(), text.end()};
-}
-
-byte_vector metadata(std::u16string path)
-{
-    return dollar_i_builder().path(std::move(path)).bytes();
 }
 
 // A Windows 10 bin: a file, a folder in a folder, metadata that lost its data, data
@@ -122,12 +113,7 @@ protected:
     {
         string_list result;
         for (const std::string &row : rows(args)) {
-            string_list cells(1);
-            for (const char c : row)
-                if (c == '|')
-                    cells.emplace_back();
-                else
-                    cells.back() += c;
+            const string_list cells = split_at(row, '|');
             const std::size_t at = cells.at(9).find("\"inode\":\"");
             const std::string entry =
                 at == std::string::npos ? "?" : cells[9].substr(at + 9, 2);

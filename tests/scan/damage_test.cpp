@@ -17,11 +17,6 @@ namespace {
 
 using namespace test_support;
 
-byte_vector metadata(std::u16string path)
-{
-    return dollar_i_builder().path(std::move(path)).bytes();
-}
-
 constexpr u64 lost_entry =
     66; // its row may go when it is damaged; the others must stay
 constexpr u64 other_entry = 69; // no row depends on it
@@ -72,11 +67,6 @@ protected:
     {
         testing::internal::GetCapturedStderr();
         close(image);
-    }
-
-    static std::string text(const byte_vector &bytes)
-    {
-        return {bytes.begin(), bytes.end()};
     }
 
     void write(u64 at, std::span<const u8> bytes) const

@@ -106,4 +106,15 @@ inline byte_vector info2_file(const std::vector<info2_item> &items)
     return file;
 }
 
+/// A `$I` file that says no more than the path.
+inline byte_vector metadata(std::u16string path)
+{
+    return dollar_i_builder().path(std::move(path)).bytes();
+}
+
+inline std::string text(const byte_vector &bytes)
+{
+    return {bytes.begin(), bytes.end()};
+}
+
 } // namespace test_support

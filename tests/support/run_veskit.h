@@ -21,6 +21,18 @@ inline std::string file_bytes(const std::string &path)
     return {std::istreambuf_iterator<char>(file), {}};
 }
 
+/// The pieces of a line between `delimiter`s, empty ones included.
+inline std::vector<std::string> split_at(const std::string &line, char delimiter)
+{
+    std::vector<std::string> pieces(1);
+    for (const char c : line)
+        if (c == delimiter)
+            pieces.emplace_back();
+        else
+            pieces.back() += c;
+    return pieces;
+}
+
 struct run_result {
     int status = -1; ///< exit status, or 1000 and the signal that ended it
     std::string out;

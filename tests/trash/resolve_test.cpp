@@ -75,9 +75,9 @@ using row_list = std::vector<std::string>;
 TEST_F(VolumeRows, PairsFilesAndFoldersOfARecentBin)
 {
     add_bin("$RECYCLE.BIN", "[root]\\$RECYCLE.BIN\\");
-    add_metadata(50, 41, "$IAB12CD.txt", dollar_i_builder().path(u"C:\\a.txt").bytes());
+    add_metadata(50, 41, "$IAB12CD.txt", metadata(u"C:\\a.txt"));
     add(51, 41, "$RAB12CD.txt");
-    add_metadata(52, 41, "$IDIR123", dollar_i_builder().path(u"C:\\dir").bytes());
+    add_metadata(52, 41, "$IDIR123", metadata(u"C:\\dir"));
     add_directory(53, 41, "$RDIR123", "[root]\\$RECYCLE.BIN\\S-1-5-21-7\\$RDIR123\\");
     add_directory(54, 53, "sub", "[root]\\$RECYCLE.BIN\\S-1-5-21-7\\$RDIR123\\sub\\");
     add(55, 54, "deep.txt");
@@ -85,7 +85,7 @@ TEST_F(VolumeRows, PairsFilesAndFoldersOfARecentBin)
         "$RLOST12"); // its folder is unknown, and so is whether it is in the bin
     add(57, 41, "$RORPHAN");
     add(58, 41, "desktop.ini");
-    add_metadata(59, 41, "$I.txt", dollar_i_builder().path(u"C:\\short.txt").bytes());
+    add_metadata(59, 41, "$I.txt", metadata(u"C:\\short.txt"));
     EXPECT_EQ(rows(),
               (row_list{"C:\\a.txt | S-1-5-21-7 | 51", "C:\\dir\\ | S-1-5-21-7 | 53",
                         "C:\\dir\\sub\\ | S-1-5-21-7 | 54",
@@ -113,10 +113,8 @@ TEST_F(VolumeRows, TheFirstMetadataTakesTheData)
 {
     add_bin("$Recycle.Bin", "[root]\\$Recycle.Bin\\");
     add_directory(42, 40, "S-1-5-21-8", "[root]\\$Recycle.Bin\\S-1-5-21-8\\");
-    add_metadata(60, 42, "$IAB12CD.txt",
-                 dollar_i_builder().path(u"C:\\second.txt").bytes());
-    add_metadata(50, 41, "$IAB12CD.txt",
-                 dollar_i_builder().path(u"C:\\first.txt").bytes());
+    add_metadata(60, 42, "$IAB12CD.txt", metadata(u"C:\\second.txt"));
+    add_metadata(50, 41, "$IAB12CD.txt", metadata(u"C:\\first.txt"));
     add(61, 42, "$RAB12CD.txt");
     EXPECT_EQ(rows(), (row_list{"C:\\first.txt | S-1-5-21-7 | 61",
                                 "C:\\second.txt | S-1-5-21-8 | 0"}));
@@ -125,11 +123,10 @@ TEST_F(VolumeRows, TheFirstMetadataTakesTheData)
 TEST_F(VolumeRows, KeepsARowWhoseItemsCannotBePlaced)
 {
     // Known by a path of its own, while no directory is known for the data item.
-    const u64 metadata =
+    const u64 record =
         add(50, no_index, "$IAB12CD.txt", "\\b\\S-1-5-21-7\\$IAB12CD.txt");
-    options.records.extras(metadata).data =
-        dollar_i_builder().path(u"C:\\a.txt").bytes();
-    options.metadata_index.emplace(50, metadata);
+    options.records.extras(record).data = metadata(u"C:\\a.txt");
+    options.metadata_index.emplace(50, record);
     options.index_data_file("$RAB12CD.txt", add(51, 41, "$RAB12CD.txt"));
     EXPECT_EQ(rows(), (row_list{"C:\\a.txt | S-1-5-21-7 | 0"}));
 }
@@ -137,9 +134,8 @@ TEST_F(VolumeRows, KeepsARowWhoseItemsCannotBePlaced)
 TEST_F(VolumeRows, WithoutABinOnlyNamesCount)
 {
     add_directory(41, 5, "any", "[root]\\any\\");
-    add_metadata(50, 41, "$IAB12CD.txt", dollar_i_builder().path(u"C:\\a.txt").bytes());
-    add_metadata(51, 77, "$ILOST12.txt",
-                 dollar_i_builder().path(u"C:\\lost.txt").bytes());
+    add_metadata(50, 41, "$IAB12CD.txt", metadata(u"C:\\a.txt"));
+    add_metadata(51, 77, "$ILOST12.txt", metadata(u"C:\\lost.txt"));
     add_metadata(52, 41, "info2", info2_file({{}}));
     add(53, 41, "$RAB12CD.txt");
     // The parent's text is kept, as it ends in a separator; a path without any is too
@@ -239,9 +235,6 @@ TEST(RegisterFile, TakesTheFirstDirectoryInsideABinAsItsRoot)
 TEST(RegisterFile, ReadsNoMoreOfAFileThanItCanUse)
 {
     const temp_dir dir;
-    const auto text = [](const byte_vector &bytes) {
-        return std::string(bytes.begin(), bytes.end());
-    };
     const std::string large =
         dir.write_file("$ILARGE1", text(dollar_i_builder().bytes(200000)));
     EXPECT_EQ(read_metadata_file(large).size(), 28u + 2 * 2048);
