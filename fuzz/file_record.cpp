@@ -18,7 +18,9 @@ extern "C" int LLVMFuzzerTestOneInput(const hv::u8 *data, std::size_t size)
         record.assign(begin, begin + record_size);
         return true;
     };
-    source.read_clusters = [&](const std::vector<hv::flat_run> &) { return all; };
+    source.read_clusters = [&](const std::vector<hv::flat_run> &) {
+        return std::vector<hv::u8>(all);
+    };
 
     std::vector<hv::u8> first(data, data + std::min(size, record_size));
     hv::parsed_record record;
