@@ -102,6 +102,15 @@ protected:
         return missing;
     }
 
+    // The volume's geometry, the map of the $MFT, and the folders that make a record
+    // part of the bin and name its user.
+    bool carries_all_rows(u64 at) const
+    {
+        for (const u64 entry : {u64{0}, u64{64}, u64{65}})
+            if (at / 1024 == volume.record_position(entry) / 1024) return true;
+        return at == volume.boot_position;
+    }
+
     // Runs with each byte of a stretch changed in turn, three ways.
     template <class Check> void flip_each(u64 from, u64 count, Check check)
     {
@@ -155,7 +164,8 @@ TEST_F(Damage, AnySectorMayBeZeroAndTheEndMissing)
     const std::array<u8, 512> zeros{};
     for (u64 at = 0; at + 512 <= volume.image.size(); at += 512) {
         write(at, zeros);
-        EXPECT_LE(lost().size(), whole.size());
+        const auto missing = lost();
+        EXPECT_LE(missing.size(), carries_all_rows(at) ? whole.size() : 1u) << at;
         write(at, {volume.image.data() + at, 512});
     }
     EXPECT_TRUE(lost().empty());
