@@ -3,6 +3,7 @@
 #include "base/hv_string.h"
 
 #include <algorithm>
+#include <chrono>
 #include <cstdarg>
 #include <cstdio>
 #include <string>
@@ -20,16 +21,47 @@ u64 progress_step = 0;
 u64 progress_next = 0;
 bool line_control_allowed = false;
 
-void write_error_stream(const std::string &text)
-{
-    std::fputs(text.c_str(), stderr);
-    std::fflush(stderr);
-}
+// A scan can draw its line thousands of times a second, and one write for each costs
+// more than the work between them. So texts that come soon after a write are gathered.
+class gathered_text {
+public:
+    ~gathered_text() { flush(); }
+
+    void add(std::string_view text)
+    {
+        m_text += text;
+        flush_if_due();
+    }
+    void flush_if_due()
+    {
+        if (m_text.empty()) return;
+        if (m_text.size() >= most_bytes || clock::now() - m_written >= longest_wait)
+            flush();
+    }
+    void flush()
+    {
+        if (m_text.empty()) return;
+        std::fputs(m_text.c_str(), stderr);
+        std::fflush(stderr);
+        m_text.clear();
+        m_written = clock::now();
+    }
+
+private:
+    using clock = std::chrono::steady_clock;
+    static constexpr std::chrono::milliseconds longest_wait{100};
+    static constexpr std::size_t most_bytes = 32768;
+
+    std::string m_text;
+    clock::time_point m_written;
+};
+
+gathered_text pending;
 
 void draw_line(std::string text)
 {
     remove_char(text, '\n');
-    write_error_stream(line_clear_short + text + line_end_cr);
+    pending.add(line_clear_short + text + line_end_cr);
 }
 
 void draw_formatted(unsigned width, const char *format, std::va_list args)
@@ -69,16 +101,30 @@ void progress_line(unsigned width, u64 position, u64 total, unsigned step_percen
         progress_step = static_cast<u64>(whole * (step_percent / 100.0));
         progress_next = progress_step;
     }
-    if (progress_next > position) return;
+    if (progress_next > position) {
+        pending.flush_if_due();
+        return;
+    }
     progress_next += progress_step;
     const double share = total == 0 ? 0 : static_cast<double>(position) / whole * 100;
     const std::string text = "percent done: " + std::to_string(static_cast<u64>(share));
     draw_line(text.substr(0, width));
 }
 
+u64 next_progress_mark()
+{
+    return progress_next;
+}
+
 void end_progress(bool show_progress)
 {
-    if (show_progress) write_error_stream(line_clear_long);
+    if (show_progress) pending.add(line_clear_long);
+    pending.flush();
+}
+
+void flush_console()
+{
+    pending.flush();
 }
 
 int print_error(const char *format, ...)
@@ -93,7 +139,8 @@ int print_error(const char *format, ...)
         std::string text(static_cast<std::size_t>(length) + 1, '\0');
         std::vsnprintf(text.data(), text.size(), format, again);
         text.pop_back();
-        write_error_stream(line_control_allowed ? line_clear_long + text : text);
+        pending.add(line_control_allowed ? line_clear_long + text : text);
+        pending.flush();
     }
     va_end(again);
     return length;

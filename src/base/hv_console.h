@@ -5,7 +5,8 @@
 namespace hv {
 
 /// All text for a person goes to standard error, so that standard output holds nothing
-/// but results. A progress line is one line that overwrites itself.
+/// but results. A progress line is one line that overwrites itself. Texts that follow
+/// each other quickly are gathered, for 100 ms at most while a pass goes on.
 
 /// Erases the progress line, with room for its longest text.
 inline constexpr const char *line_clear_long = "\x1b[2K\r                           \r";
@@ -29,8 +30,14 @@ void allow_line_control(bool allowed);
 /// second pass stays silent until it passes the mark of the first.
 void progress_line(unsigned width, u64 position, u64 total, unsigned step_percent);
 
-/// Erases the progress line, if progress is shown.
+/// The position from which on `progress_line` draws again, for a pass that jumps.
+u64 next_progress_mark();
+
+/// Erases the progress line, if progress is shown, and writes what was gathered.
 void end_progress(bool show_progress);
+
+/// Writes what was gathered.
+void flush_console();
 
 /// Prints a printf-style message on standard error, behind an erased progress line. A
 /// text of more than 4096 characters isn't printed. Returns its length.

@@ -81,6 +81,12 @@ public:
                      u64 mapped_size, u64 volume_offset);
     bool uses_runs() const { return m_use_runs; }
     u64 map_base() const { return m_map_base; }
+    /// The descriptor of a target whose bytes may as well be mapped into memory; -1 for
+    /// one that has to be read through this object.
+    int mappable_descriptor() const
+    {
+        return m_open && m_type == disk_access::file ? m_fd : -1;
+    }
 
 private:
     bool open_target(const std::string &path);

@@ -75,8 +75,7 @@ void execute_run_mode(run_mode mode, const std::string &file, trash_options &opt
     case run_mode::mft_file: run_mft_file(options); break;
     case run_mode::volume_partition: run_volume(options, false); break;
     case run_mode::volume_image: run_volume(options, true); break;
-    // The raw scan isn't part of the program yet: it ends without a row.
-    case run_mode::raw_image:
+    case run_mode::raw_image: run_raw_image(options); break;
     case run_mode::nothing: break;
     }
 }

@@ -3,6 +3,10 @@
 #include "base/hv_console.h"
 #include "ntfs/ntfs.h"
 #include "scan/mft_scan.h"
+#include "scan/raw_scan.h"
+#include "scan/shadow_scan.h"
+#include "scan/store_scan.h"
+#include "scan/unalloc_scan.h"
 #include "trash/classify.h"
 #include "trash/find_bins.h"
 #include "trash/resolve.h"
@@ -12,6 +16,8 @@
 namespace hv {
 
 namespace {
+
+constexpr u32 default_cluster_size = 4096;
 
 void report_failed_pull(const trash_options &options)
 {
@@ -45,6 +51,29 @@ u64 attach_mft(const CNtfs &volume, RAW_DISK_IO &disk)
     return length;
 }
 
+// The passes that look for what the file system forgot. Their order is part of the
+// output: the label of the last one stands in the rows of orphans. Each may bring
+// folders that have no path yet.
+void run_later_passes(CNtfs &volume, trash_options &options)
+{
+    // Real paths are far from using this up; hostile records may lose theirs.
+    const auto most_text = [&options] {
+        return (u64{16} << 20) + options.records.size() * 256;
+    };
+    if (options.include_vss) {
+        mark_bin_dirs(options);
+        scan_shadow_stores(volume, options);
+        log_store_count(options, "vss");
+        build_directory_paths(options, most_text());
+    }
+    if (options.include_unalloc) {
+        mark_bin_dirs(options);
+        scan_volume_extras(volume, options);
+        log_store_count(options, "unalloc");
+        build_directory_paths(options, most_text());
+    }
+}
+
 } // namespace
 
 void run_mft_file(trash_options &options)
@@ -53,6 +82,20 @@ void run_mft_file(trash_options &options)
         report_failed_pull(options);
         return;
     }
+    classify_if_bins(options);
+    write_rows(options);
+}
+
+void run_raw_image(trash_options &options)
+{
+    options.scan_label = "rawscan";
+    if (options.progress) print_error("analyzing each cluster sequentially\n");
+    if (options.cluster_size == 0) {
+        CNtfs volume(options.image_path, options.volume_offset, volume_kind::path);
+        options.cluster_size =
+            volume.validate_volume() ? volume.get_cluster_size() : default_cluster_size;
+    }
+    run_raw_scan(options, options.image_path);
     classify_if_bins(options);
     write_rows(options);
 }
@@ -74,6 +117,7 @@ void run_volume(trash_options &options, bool is_image)
         log_store_count(options, "MFT");
         options.mftscan = false;
         options.keep_parsed = true;
+        run_later_passes(volume, options);
     }
     classify_if_bins(options);
     if (is_image)

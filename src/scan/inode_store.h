@@ -4,6 +4,7 @@
 
 #include <deque>
 #include <map>
+#include <optional>
 #include <set>
 #include <string_view>
 
@@ -55,6 +56,9 @@ public:
     /// behind the first ask for it, so it is filled when they do.
     std::set<u64> by_reference;
     u64 references_known = 0;
+    /// Bytes that later passes may still read for single records; not known ahead of
+    /// the first of them.
+    std::optional<u64> side_reads_left;
     u32 cluster_size = 0; ///< bytes
     bool cluster_size_set = false;
 };

@@ -2,6 +2,7 @@
 
 #include "base/hv_console.h"
 #include "base/hv_string.h"
+#include "ntfs/hv_attribute_list.h"
 #include "ntfs/hv_mft_entries_ctx.h"
 #include "ntfs/ntfs.h"
 #include "run/trash_options.h"
@@ -109,15 +110,55 @@ bool is_stored(trash_options &options, u64 reference)
     return options.by_reference.contains(reference);
 }
 
+// What the records that stand alone may cost beside themselves, as long as a pass goes
+// on: extension records, attribute lists, content. Hostile records lose theirs.
+u64 &side_reads_left(trash_options &options, const CNtfs &volume)
+{
+    constexpr u64 spare = u64{16} << 20;
+    if (!options.side_reads_left)
+        options.side_reads_left = volume.get_disk()->get_size() + spare;
+    return *options.side_reads_left;
+}
+
+bool spend(u64 &budget, u64 bytes)
+{
+    if (bytes > budget) return false;
+    budget -= bytes;
+    return true;
+}
+
+std::vector<u8> read_list_clusters(const CNtfs &volume,
+                                   const std::vector<flat_run> &runs, u64 &budget)
+{
+    const u32 cluster = volume.get_cluster_size();
+    std::vector<u8> bytes;
+    for (const flat_run &run : runs) {
+        for (u32 i = 0; i < run.clusters; ++i) {
+            const std::size_t had = bytes.size();
+            if (run.delta == 0 || had >= most_list_bytes || !spend(budget, cluster))
+                return bytes;
+            bytes.resize(had + cluster);
+            u32 length = cluster;
+            if (!volume.read_clusters(run.lcn + i, bytes.data() + had, length)) {
+                bytes.resize(had);
+                return bytes;
+            }
+            bytes.resize(had + length);
+        }
+    }
+    return bytes;
+}
+
 // How a record that stands alone reaches others of its volume.
-record_source source_through(const CNtfs *volume)
+record_source source_through(const CNtfs &volume, u64 &budget)
 {
     record_source source;
-    source.read_record = [volume](u64 entry, std::vector<u8> &record) {
-        return volume != nullptr && volume->read_filerecord(entry, record);
+    source.read_record = [&volume, &budget](u64 entry, std::vector<u8> &record) {
+        return spend(budget, volume.get_mft_record_size()) &&
+               volume.read_filerecord(entry, record);
     };
-    source.read_clusters = [](const std::vector<flat_run> &) {
-        return std::vector<u8>{};
+    source.read_clusters = [&volume, &budget](const std::vector<flat_run> &runs) {
+        return read_list_clusters(volume, runs, budget);
     };
     return source;
 }
@@ -203,7 +244,9 @@ bool scan_mft_entries(const CNtfs &volume, const scan_callback &callback,
 
 void process_mft_record(const scan_item &item)
 {
-    if (item.context == nullptr || item.data.size() < least_record) return;
+    if (item.context == nullptr || item.volume == nullptr ||
+        item.data.size() < least_record)
+        return;
     trash_options &options = *item.context;
     if (options.results_stream == nullptr || !options.results_stream->good()) return;
     if (!options.keep_parsed) options.carved_entries.clear();
@@ -212,25 +255,27 @@ void process_mft_record(const scan_item &item)
     const u16 sequence = item.data.read_padded<u16>(file_record::sequence.offset);
     if (is_stored(options, reference_of(entry, sequence))) return;
 
-    const auto bytes = item.data.bytes();
+    const u32 record_size = item.volume->get_mft_record_size();
+    const auto bytes = item.data.clip(0, record_size).bytes();
+    if (bytes.size() < record_size) return;
     std::vector<u8> copy(bytes.begin(), bytes.end());
+    u64 &budget = side_reads_left(options, *item.volume);
     parsed_record record;
     const parse_options parse{
         .named_streams = false, .runs = true, .target_name = "info2"};
-    if (!parse_record(record, copy, parse, source_through(item.volume)) ||
+    if (!parse_record(record, copy, parse, source_through(*item.volume, budget)) ||
         !record.has_parents())
         return;
-    const RAW_DISK_IO *disk =
-        item.volume != nullptr ? item.volume->get_disk() : nullptr;
-    u64 load_budget = largest_info2;
-    if (filter_record(options, record, options.records.size(), disk, load_budget) ==
-        filter_answer::refuse)
-        return;
+    const u64 known_root = options.bin_root_index;
+    const filter_answer answer = filter_record(options, record, options.records.size(),
+                                               item.volume->get_disk(), budget);
+    // A stale bin must not take the place of the one that the first pass saw.
+    if (known_root != no_index) options.bin_root_index = known_root;
+    if (answer == filter_answer::refuse) return;
     // The offset holds the entry's own position already where the record came from the
     // pass above; the sum has always been recorded.
-    const u64 record_size =
-        item.volume != nullptr ? item.volume->get_mft_record_size() : least_record;
-    keep_record(options, record, entry * record_size + item.offset);
+    keep_record(options, record, entry * record_size + item.offset,
+                directory_claim::if_known_is_unused);
 }
 
 } // namespace hv

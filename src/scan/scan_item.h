@@ -19,6 +19,8 @@ struct scan_item {
     u64 offset = 0; ///< byte position of `data` in the scanned medium
     u64 number = 0; ///< number of the entry or of the cluster
     std::string source;
+    /// The scan itself comes to every record in `data`, so a carver need not.
+    bool scans_records = false;
 };
 using scan_callback = std::function<void(const scan_item &item)>;
 

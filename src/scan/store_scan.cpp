@@ -1,10 +1,11 @@
 #include "scan/store_scan.h"
 
 #include "base/hv_console.h"
-#include "ntfs/hv_attribute_list.h"
+#include "scan/list_follower.h"
 
 #include <algorithm>
 #include <new>
+#include <optional>
 
 namespace hv {
 
@@ -18,10 +19,6 @@ constexpr u32 sector_size = 512;
 
 // One request for many blocks: the cost of a scan is in the requests.
 constexpr u64 large_read = u64{512} * 1024;
-
-// What all attribute lists of a scan together may cost. Real ones name each record
-// about once; hostile ones may lose attributes, but not our time.
-constexpr u64 spare_extension_reads = 4096;
 
 constexpr unsigned progress_width = 40;
 constexpr unsigned progress_step = 5;
@@ -53,12 +50,6 @@ public:
           m_filter(filter),
           m_progress(progress)
     {
-        m_reader.read_record = [this](u64 entry, std::vector<u8> &record) {
-            return read_extension(entry, record);
-        };
-        m_reader.read_clusters = [this](const std::vector<flat_run> &runs) {
-            return read_list_clusters(runs);
-        };
     }
 
     bool set_up()
@@ -79,8 +70,7 @@ public:
             m_record_size =
                 m_source.record_size != 0 ? m_source.record_size : default_record_size;
         m_record_size = std::min(m_record_size, largest_record_size);
-        m_extension_reads = m_source.total_size / m_record_size + spare_extension_reads;
-        m_list_bytes = m_source.total_size + 64 * most_list_bytes;
+        m_lists.emplace(m_source, m_record_size);
         return true;
     }
 
@@ -144,67 +134,26 @@ private:
             record.read_padded<u16>(file_record::first_attribute.offset) >
                 m_record_size)
             return;
-        if (!parse_record(m_record, slot, m_options, m_reader)) return;
+        if (!parse_record(m_record, slot, m_options, m_lists->source())) return;
         const u64 index = m_collection.records.size();
         if (m_filter && m_filter(m_record, index) == filter_answer::refuse) return;
-        keep_record(m_collection, m_record, position);
-    }
-
-    bool read_extension(u64 entry, std::vector<u8> &record)
-    {
-        u64 position = 0;
-        if (m_extension_reads == 0 ||
-            __builtin_mul_overflow(entry, m_record_size, &position))
-            return false;
-        --m_extension_reads;
-        record.resize(m_record_size);
-        u32 length = m_record_size;
-        return read(record.data(), length, position) && length == m_record_size;
-    }
-
-    std::vector<u8> read_list_clusters(const std::vector<flat_run> &runs)
-    {
-        const u32 cluster =
-            m_source.cluster_size != 0 ? m_source.cluster_size : default_first_read;
-        std::vector<u8> bytes;
-        for (const flat_run &run : runs) {
-            for (u32 i = 0; i < run.clusters; ++i) {
-                u64 position = 0;
-                if (bytes.size() + cluster > std::max<u64>(most_list_bytes, cluster) ||
-                    m_list_bytes < cluster || run.delta == 0 ||
-                    __builtin_mul_overflow(run.lcn + i, cluster, &position) ||
-                    __builtin_add_overflow(position, m_source.disk.map_base(),
-                                           &position))
-                    return bytes;
-                m_list_bytes -= cluster;
-                const std::size_t had = bytes.size();
-                bytes.resize(had + cluster);
-                u32 length = cluster;
-                if (!m_source.disk.read(bytes.data() + had, length, position))
-                    length = 0;
-                bytes.resize(had + length);
-                if (length == 0) return bytes;
-            }
-        }
-        return bytes;
+        keep_record(m_collection, m_record, position, directory_claim::if_in_use);
     }
 
     _inode_collection &m_collection;
     const store_source &m_source;
     const parse_options &m_options;
     const record_filter &m_filter;
-    record_source m_reader;
+    std::optional<list_follower> m_lists;
     parsed_record m_record;
     u32 m_record_size = default_record_size;
-    u64 m_extension_reads = 0; ///< how many more may be made
-    u64 m_list_bytes = 0;      ///< how many more may be read for non-resident lists
     bool m_progress;
 };
 
 } // namespace
 
 void keep_record(_inode_collection &collection, const parsed_record &parsed,
-                 u64 position)
+                 u64 position, directory_claim claim)
 {
     inode_store &records = collection.records;
     const u64 index = records.add();
@@ -224,7 +173,10 @@ void keep_record(_inode_collection &collection, const parsed_record &parsed,
     keep_extras(records, index, parsed);
     if (!record.is_directory) return;
     const auto [known, added] = collection.directories.emplace(record.entry, index);
-    if (!added && record.in_use) known->second = index;
+    if (added || !record.in_use) return;
+    if (claim == directory_claim::if_known_is_unused && records[known->second].in_use)
+        return;
+    known->second = index;
 }
 
 bool scan_records(_inode_collection &collection, const store_source &source,

@@ -28,10 +28,16 @@ struct store_source {
     u32 record_size = 0;  ///< bytes, if the first record doesn't say; 0 for 1024
 };
 
-/// Adds a parsed record to the store, and a directory to `directories`, where of two
-/// for one entry the one in use counts. `position` is where the record stands.
+/// When a directory takes the place of another one of the same entry number.
+enum class directory_claim {
+    if_in_use,          ///< if it is in use itself: the walk over one source
+    if_known_is_unused, ///< if the known one isn't, besides: a pass behind the first
+};
+
+/// Adds a parsed record to the store, and a directory to `directories`. `position` is
+/// where the record stands.
 void keep_record(_inode_collection &collection, const parsed_record &parsed,
-                 u64 position);
+                 u64 position, directory_claim claim);
 
 /// Parses every record and adds those that the filter keeps to the store; then gives
 /// each directory its path. `directories` is made anew. False if the source is too
@@ -40,7 +46,7 @@ bool scan_records(_inode_collection &collection, const store_source &source,
                   const parse_options &options, const record_filter &filter,
                   bool show_progress);
 
-/// Gives each directory of the store that has none its path: the names from the root
+/// Gives each directory of the store that has no path yet one: the names from the root
 /// down, each with a "\" behind it. What hangs in the air begins with
 /// "[unk_inode_0x...]". `most_text` bounds the bytes of all paths together.
 void build_directory_paths(_inode_collection &collection, u64 most_text);

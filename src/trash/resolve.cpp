@@ -1,5 +1,6 @@
 #include "trash/resolve.h"
 
+#include "base/hv_console.h"
 #include "base/hv_fileio.h"
 #include "base/hv_string.h"
 #include "trash/deleted_records.h"
@@ -306,6 +307,7 @@ void process_entries(std::ostream &results_stream, u64 volume_offset,
     process_metadata(options, volume_offset);
     process_carved(options);
     process_orphans(options);
+    flush_console();
     write_results(results_stream, options.results, options);
 }
 

@@ -11,6 +11,7 @@ template <class Action> static std::string printed(Action action)
 {
     testing::internal::CaptureStderr();
     action();
+    flush_console();
     return testing::internal::GetCapturedStderr();
 }
 

@@ -1,0 +1,166 @@
+#include "scan/shadow_scan.h"
+
+#include "base/hv_console.h"
+#include "disk/hv_medium_reader.h"
+#include "ntfs/hv_mft_entries_ctx.h"
+#include "ntfs/ntfs.h"
+#include "run/trash_options.h"
+#include "scan/carve.h"
+#include "vss/hv_vss_catalog.h"
+
+#include <algorithm>
+#include <vector>
+
+namespace hv {
+
+namespace {
+
+// What is read of each cluster. Of larger ones the rest isn't seen; behind a smaller
+// one stand those that follow it on the volume.
+constexpr u32 read_size = 4096;
+
+// Every so many clusters the progress line is drawn anew.
+constexpr u64 clusters_per_status = 53;
+
+// Store files don't share clusters, so all of them together fill the volume once at
+// most. Hostile run lists may lose the rest.
+constexpr u64 most_passes = 4;
+
+std::string pair_text(std::string_view name, std::string_view value)
+{
+    std::string text = "\"";
+    return text.append(name).append("\":\"").append(value).append("\"");
+}
+
+// Says where a record comes from, for the rows that show it.
+std::string location_text(const std::string &store_id, const vss_store &store,
+                          const date_time_format &format)
+{
+    std::string text = pair_text("VSS Store", store_id) + ";" +
+                       pair_text("SnapID", vss_guid_text(store.snapshot_id));
+    std::string date;
+    std::string clock;
+    if (format_date_time(date, clock, time(store.created, type_time::filetime), format))
+        text += ";" + pair_text("Create date", date + " " + clock + " UTC");
+    return text;
+}
+
+enum class store_outcome { scanned, skipped, stop };
+
+class store_walk {
+public:
+    store_walk(const CNtfs &volume, trash_options &options)
+        : m_volume(volume),
+          m_options(options),
+          m_disk(*volume.get_disk()),
+          m_entries(volume, options.log()),
+          m_reader(m_disk),
+          m_buffer(read_size)
+    {
+        m_clusters_left =
+            most_passes * (m_disk.get_size() / volume.get_cluster_size() + 1);
+    }
+
+    bool can_read() const { return m_entries.is_open(); }
+
+    store_outcome scan_store(const std::string &store_id, const vss_store &store)
+    {
+        mft_entry file;
+        // Without this entry of the catalog, nothing says which file it is.
+        if (!store.entry_of(3).seen ||
+            !m_entries.analyze_entry(file, reference_entry(store.file_reference)))
+            return store_outcome::skipped;
+        m_options.scan_label = location_text(store_id, store, m_options.format);
+        if (m_options.progress) print_error("analyzing: %s\n", store_id.c_str());
+        const attribute_view *data = first_data(file);
+        if (data == nullptr) return store_outcome::stop;
+        u64 count = 0;
+        for (const data_run &run : data->runs)
+            if (!scan_run(run, count)) break;
+        return store_outcome::scanned;
+    }
+
+private:
+    // The first $DATA of a file; null if there is none, or one without content.
+    static const attribute_view *first_data(const mft_entry &file)
+    {
+        for (const auto &[key, view] : file.attributes) {
+            if (view.info.type != static_cast<u32>(attribute_type::data)) continue;
+            const u64 size =
+                view.info.non_resident ? view.info.real_size : view.info.content.size();
+            return size == 0 ? nullptr : &view;
+        }
+        return nullptr;
+    }
+
+    // False if no more clusters may be read.
+    bool scan_run(const data_run &run, u64 &count)
+    {
+        const disk_piece piece{.lcn = run.lcn, .clusters = run.clusters};
+        for (u64 i = 0; i < run.clusters; ++i, ++count) {
+            u64 position = 0;
+            // Nothing of the run lies on the medium from here on.
+            if (!cluster_position(piece, i, m_volume.get_cluster_size(),
+                                  m_volume.get_volume_offset(), position) ||
+                position >= m_disk.get_size()) {
+                count += run.clusters - i;
+                return true;
+            }
+            if (m_clusters_left-- == 0) return false;
+            scan_cluster(run.lcn + i, position,
+                         (run.clusters - i) * u64{m_volume.get_cluster_size()}, count);
+        }
+        return true;
+    }
+
+    void scan_cluster(u64 cluster, u64 position, u64 ahead, u64 count)
+    {
+        byte_view bytes = m_reader.view(position, read_size, ahead + read_size);
+        if (bytes.empty()) {
+            u32 length = read_size;
+            if (!m_disk.read_checked(m_buffer.data(), length, position)) return;
+            bytes = byte_view{m_buffer}.clip(0, length);
+        }
+        if (m_options.progress && count % clusters_per_status == 0)
+            status_line("analyzing entry %lld", static_cast<long long>(count));
+        scan_item item;
+        item.volume = &m_volume;
+        item.context = &m_options;
+        item.data = bytes;
+        item.offset = position;
+        item.number = cluster;
+        carve_cluster(item);
+    }
+
+    const CNtfs &m_volume;
+    trash_options &m_options;
+    const RAW_DISK_IO &m_disk;
+    const mft_entries_ctx m_entries;
+    medium_reader m_reader;
+    std::vector<u8> m_buffer;
+    u64 m_clusters_left;
+};
+
+bool scan_all_stores(const CNtfs &volume, trash_options &options)
+{
+    std::array<u8, vss_block::header_size> header{};
+    vss_store_map stores;
+    if (!volume.is_validated() || !load_stores(header, stores, volume, options.log()))
+        return false;
+    store_walk walk(volume, options);
+    if (!walk.can_read()) return true;
+    for (const auto &[store_id, store] : stores)
+        if (walk.scan_store(store_id, store) == store_outcome::stop) break;
+    return true;
+}
+
+} // namespace
+
+bool scan_shadow_stores(const CNtfs &volume, trash_options &options)
+{
+    const bool catalog_read = scan_all_stores(volume, options);
+    end_progress(options.progress);
+    return catalog_read;
+}
+
+} // namespace hv
