@@ -3,6 +3,7 @@
 
 #include "support/ntfs_volume_builder.h"
 
+#include <algorithm>
 #include <fstream>
 #include <iostream>
 #include <string>
@@ -24,6 +25,9 @@ constexpr std::uint64_t second = ticks(1709632040, 7);
 constexpr std::uint64_t third = ticks(1709633111, 999);
 
 constexpr std::uint64_t user = 65; // the entry of the user's folder
+
+constexpr std::uint64_t clusters = 640;
+constexpr int forgotten_cluster = 600; // far behind all that is in use
 
 byte_vector text(std::string_view content)
 {
@@ -96,6 +100,24 @@ void add_traces(ntfs_volume_builder &volume)
                         .times = all_at(before)});
 }
 
+// A free cluster still holds the record of metadata whose entry was given to another
+// file long ago: where an older $MFT or a copy of one lay, for example.
+void add_forgotten_record(ntfs_volume &volume)
+{
+    constexpr std::uint64_t entry = 90;
+    const ntfs_volume older =
+        ntfs_volume_builder()
+            .directory(item(64, 5, "$Recycle.Bin"))
+            .directory(item(user, 64, "S-1-5-21-2025429265-492894223-1708537768-1001"))
+            .file(record(entry, "$IW4X5Y6.pst", u"C:\\Users\\ada\\mail\\archive.pst",
+                         73400320, before))
+            .build_volume();
+    const auto from =
+        older.image.begin() + static_cast<std::ptrdiff_t>(older.record_position(entry));
+    const auto to = volume.image.begin() + std::ptrdiff_t{forgotten_cluster} * 4096;
+    std::copy(from, from + 1024, to);
+}
+
 } // namespace
 
 int main(int argc, char **argv)
@@ -107,9 +129,10 @@ int main(int argc, char **argv)
     ntfs_volume_builder volume;
     add_bin(volume);
     add_traces(volume);
-    const byte_vector image = volume.build();
+    ntfs_volume built = volume.clusters(clusters).build_volume();
+    add_forgotten_record(built);
     std::ofstream file(argv[1], std::ios::binary);
-    file << std::string(image.begin(), image.end()) << std::flush;
+    file << std::string(built.image.begin(), built.image.end()) << std::flush;
     if (file.good()) return 0;
     std::cerr << "make_sample_volume: " << argv[1] << " can't be written\n";
     return 1;

@@ -109,33 +109,36 @@ TEST_F(Fixtures, Info2Files)
     EXPECT_TRUE(rows("info2/INFO2-sample2").empty()) << "of an older Windows";
 }
 
-TEST_F(Fixtures, Info2AsAnotherReaderSawIt)
+// What another reader saw in a list, as "time|size|path|number": its lines are "number,
+// tab, time, tab, gone, tab, size, tab, path".
+std::vector<std::string> listed_records(const std::string &listing)
 {
-    // "index, tab, date and time, tab, gone, tab, size, tab, path" behind five lines.
-    const std::string listing = file_bytes(root + "/info2/INFO2-sample1.txt");
-    std::vector<std::string> expected;
-    for (std::size_t at = 0; at < listing.size();) {
-        std::size_t end = std::min(listing.find('\n', at), listing.size());
-        std::string line = listing.substr(at, end - at);
-        at = end + 1;
+    std::vector<std::string> records;
+    for (std::string line : split_at(listing, '\n')) {
         while (line.ends_with('\r')) line.pop_back();
         const auto parts = split_at(line, '\t');
         if (parts.size() == 5 && parts[0] != "Index")
-            expected.push_back(parts[1] + "|" + parts[3] + "|" + parts[4] + "|" +
-                               parts[0]);
+            records.push_back(parts[1] + "|" + parts[3] + "|" + parts[4] + "|" +
+                              parts[0]);
     }
+    return records;
+}
+
+std::string short_record(const std::string &row)
+{
+    const auto cells = split_at(row, '|');
+    const std::size_t number = row.find("\"rec#\":\"") + 8;
+    return cells.at(0).substr(0, 19) + "|" + cells.at(5) + "|" + cells.at(7) + "|" +
+           row.substr(number, row.find('"', number) - number);
+}
+
+TEST_F(Fixtures, Info2AsAnotherReaderSawIt)
+{
+    const auto expected = listed_records(file_bytes(root + "/info2/INFO2-sample1.txt"));
     ASSERT_EQ(expected.size(), 16u);
     std::vector<std::string> found;
-    for (const std::string &row : rows("info2/INFO2-sample1")) {
-        const std::size_t size_at = row.find("|||||") + 5;
-        const std::size_t version_at = row.find("|WinXP|");
-        const std::size_t path_at = version_at + 7;
-        const std::size_t number_at = row.find("\"rec#\":\"") + 8;
-        found.push_back(row.substr(0, 19) +
-                        row.substr(size_at - 1, version_at - size_at + 1) + "|" +
-                        row.substr(path_at, row.find('|', path_at) - path_at) + "|" +
-                        row.substr(number_at, row.find('"', number_at) - number_at));
-    }
+    for (const std::string &row : rows("info2/INFO2-sample1"))
+        found.push_back(short_record(row));
     EXPECT_EQ(found, expected);
 }
 
@@ -194,6 +197,14 @@ TEST_F(Fixtures, Volumes)
         // The third of the other user's records has its data file, of one byte.
         EXPECT_NE(found[7].find("|1|WinXP|"), std::string::npos) << found[7];
         EXPECT_NE(found[7].find("=[\"inode\":\"73\""), std::string::npos) << found[7];
+    }
+    // A deleted file was another list: of each such, its first cluster is found.
+    const auto expected = listed_records(file_bytes(root + "/info2/INFO2-sample1.txt"));
+    for (const char *pass : {"-include_unalloc_clusters", "-rawscan"}) {
+        const auto found = lines("gzip -dc", "ntfs/graft2.raw.gz", {pass});
+        ASSERT_EQ(found.size(), 10u + 5) << pass;
+        for (std::size_t i = 0; i < 5; ++i)
+            EXPECT_EQ(short_record(found[10 + i]), expected[i]) << pass;
     }
 }
 

@@ -286,4 +286,22 @@ TEST_F(Volume, StaysAsItWas)
     EXPECT_EQ(file_bytes(image), text(volume.image));
 }
 
+// Without a boot sector, without the head of the $MFT, without the $Bitmap, or with the
+// front of the volume cut off: the raw scan comes to the records all the same.
+TEST_F(Volume, RawScanTrustsNoStructure)
+{
+    const ntfs_volume volume = recent_bin().build_volume();
+    const auto zeroed = [&](std::uint64_t at, std::size_t count) {
+        byte_vector image = volume.image;
+        std::fill_n(image.begin() + static_cast<std::ptrdiff_t>(at), count, 0);
+        return image;
+    };
+    byte_vector cut(volume.image.begin() + 3072, volume.image.end());
+    for (const byte_vector &image :
+         {volume.image, zeroed(0, 512), zeroed(volume.record_position(0), 4096),
+          zeroed(volume.record_position(6), 1024), cut})
+        EXPECT_EQ(short_rows({"-image", write(image), "-rawscan"}),
+                  rows_without_index());
+}
+
 } // namespace

@@ -3,6 +3,7 @@
 
 #include "run/volume_modes.h"
 #include "support/ntfs_volume_builder.h"
+#include "support/shadow_structures.h"
 #include "support/temp_dir.h"
 
 #include <gtest/gtest.h>
@@ -57,7 +58,10 @@ ntfs_volume sample()
 
 class Damage : public testing::Test {
 protected:
-    Damage() : volume(sample()), path(dir.write_file("image", text(volume.image)))
+    explicit Damage(ntfs_volume of = sample(), bool later_passes = false)
+        : volume(std::move(of)),
+          forgotten(later_passes),
+          path(dir.write_file("image", text(volume.image)))
     {
         image = open(path.c_str(), O_RDWR);
         testing::internal::CaptureStderr();
@@ -76,15 +80,19 @@ protected:
     }
 
     // The deleted paths that a run finds, sorted.
-    std::vector<std::string> rows() const
+    std::vector<std::string> rows(bool raw = false) const
     {
         trash_options options;
         options.image_path = path;
-        options.bins_known = true;
+        options.bins_known = !raw;
         options.progress = false;
+        options.include_vss = options.include_unalloc = forgotten;
         std::ostringstream out;
         options.results_stream = &out;
-        run_volume(options, true);
+        if (raw)
+            run_raw_image(options);
+        else
+            run_volume(options, true);
         std::vector<std::string> paths;
         for (const trash_entry *entry : options.results.in_order())
             paths.push_back(entry->deleted_path);
@@ -126,6 +134,7 @@ protected:
 
     const temp_dir dir;
     const ntfs_volume volume;
+    const bool forgotten; ///< whether shadow stores and free clusters are looked at
     std::string path;
     int image = -1;
     std::vector<std::string> whole;
@@ -173,6 +182,81 @@ TEST_F(Damage, AnySectorMayBeZeroAndTheEndMissing)
         ASSERT_EQ(ftruncate(image, static_cast<off_t>(size)), 0);
         rows();
     }
+}
+
+// A live row, and two that only a shadow store and a free cluster hold.
+constexpr u64 store_lcn = 700;
+constexpr u64 store_header_lcn = 720;
+constexpr u64 free_lcn = 740;
+constexpr u64 small_cluster = 1024;
+
+ntfs_volume forgotten_sample()
+{
+    const auto bin = [] {
+        return ntfs_volume_builder()
+            .cluster_size(small_cluster)
+            .clusters(760)
+            .directory({.entry = 64, .name = "$Recycle.Bin"})
+            .directory({.entry = 65, .parent = 64, .name = "S-1-5-21-7"});
+    };
+    const ntfs_volume gone = bin()
+                                 .file({.entry = 80,
+                                        .parent = 65,
+                                        .name = "$IGONE12",
+                                        .data = metadata(u"C:\\gone")})
+                                 .build_volume();
+    const shadow_store store{.header = store_header_lcn * small_cluster,
+                             .reference = 73 | u64{1} << 48};
+    ntfs_volume volume =
+        bin()
+            .file({.entry = 66,
+                   .parent = 65,
+                   .name = "$IAB12CD.txt",
+                   .data = metadata(u"C:\\a.txt")})
+            .directory({.entry = 71, .name = "System Volume Information"})
+            .file({.entry = 72,
+                   .parent = 71,
+                   .name = shadow_name,
+                   .data = shadow_catalog({store}),
+                   .stored = {.runs = {{680, 16}}, .valid_size = 0}})
+            .file({.entry = 73,
+                   .parent = 71,
+                   .name = "store",
+                   .data = info2_file({{.path = u"C:\\carved"}}),
+                   .stored = {.runs = {{store_lcn, 1}}, .valid_size = 0}})
+            .build_volume();
+    put_bytes(volume.image, store_header_lcn * small_cluster,
+              shadow_store_header(store, u"machine", u"service"));
+    const auto record =
+        gone.image.begin() + static_cast<std::ptrdiff_t>(gone.record_position(80));
+    put_bytes(volume.image, free_lcn * small_cluster, {record, record + 1024});
+    return volume;
+}
+
+class ForgottenDamage : public Damage {
+protected:
+    ForgottenDamage() : Damage(forgotten_sample(), true) {}
+};
+
+TEST_F(ForgottenDamage, CostsAtMostWhatItHits)
+{
+    const std::vector<std::string> all = {"C:\\a.txt", "C:\\carved", "C:\\gone"};
+    EXPECT_EQ(whole, all);
+    EXPECT_EQ(rows(true), all);
+    const auto costs = [&](const char *row) {
+        return [this, row](u64 at) {
+            const auto missing = lost();
+            EXPECT_TRUE(missing.empty() || missing == std::vector<std::string>{row})
+                << at;
+            rows(true);
+        };
+    };
+    flip_each(680 * small_cluster, 400, costs("C:\\carved"));
+    flip_each(store_header_lcn * small_cluster, 240, costs("C:\\carved"));
+    flip_each(volume.record_position(73), 400, costs("C:\\carved"));
+    flip_each(store_lcn * small_cluster, 320, costs("C:\\carved"));
+    flip_each(free_lcn * small_cluster, 600, costs("C:\\gone"));
+    flip_each(volume.record_position(6), 400, costs("C:\\gone"));
 }
 
 } // namespace

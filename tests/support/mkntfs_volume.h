@@ -59,6 +59,13 @@ public:
         return complete;
     }
 
+    /// Mounts the volume again behind an `unmount`.
+    bool remount()
+    {
+        if (!mounted()) mount();
+        return mounted();
+    }
+
 private:
     static bool run(const std::string &command)
     {
@@ -70,6 +77,7 @@ private:
     // and with it the mount, where the test dies.
     void mount()
     {
+        m_ended = false;
         m_driver = fork();
         if (m_driver == 0) {
             prctl(PR_SET_PDEATHSIG, SIGTERM);

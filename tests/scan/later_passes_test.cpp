@@ -1,0 +1,166 @@
+#include "scan/carve.h"
+#include "scan/mft_scan.h"
+#include "scan/shadow_scan.h"
+#include "scan/unalloc_scan.h"
+
+#include "ntfs/ntfs.h"
+#include "run/trash_options.h"
+#include "support/ntfs_volume_builder.h"
+#include "support/temp_dir.h"
+#include "vss/hv_vss_catalog.h"
+
+#include <gtest/gtest.h>
+
+#include <sstream>
+
+namespace hv {
+namespace {
+
+using namespace test_support;
+
+class LaterPasses : public testing::Test {
+protected:
+    LaterPasses()
+    {
+        options.progress = false;
+        options.results_stream = &out;
+        options.cluster_size = 4096;
+    }
+    std::unique_ptr<CNtfs> open(const byte_vector &image, u64 offset = 0)
+    {
+        return open_volume(dir.write_file("image", text(image)), offset);
+    }
+
+    const temp_dir dir;
+    std::ostringstream out;
+    trash_options options;
+};
+
+// The free clusters of a volume, each with what lies there: as a plain walk of the
+// bitmap tells, on a whole image and on one that is cut inside a free cluster.
+TEST_F(LaterPasses, UnallocatedScanGivesEachFreeClusterOnce)
+{
+    constexpr u64 volume_offset = 1536;
+    const ntfs_volume built =
+        ntfs_volume_builder()
+            .offset(volume_offset)
+            .clusters(1003) // the last byte of the bitmap is padded
+            .file({.entry = 64,
+                   .name = "a",
+                   .data = byte_vector(90000, 'a'),
+                   .stored = {.runs = {{500, 10}, {700, 12}}}})
+            .build_volume();
+    byte_vector image = built.image;
+    for (u64 i = 0; i < image.size(); i += 512)
+        image[i + 100] ^= static_cast<u8>(i >> 9);
+    const u64 bitmap = volume_offset + built.stream_runs(6).at(0).lcn * 4096;
+    for (const u64 cut : {u64{0}, u64{4096} * 3 + 1000}) {
+        image.resize(image.size() - cut);
+        std::string last(4096, '\0');
+        std::vector<std::pair<u64, std::string>> expected, found;
+        for (u64 cluster = 0; cluster < 1008; ++cluster) {
+            const u64 at = volume_offset + cluster * 4096;
+            if ((image[bitmap + cluster / 8] >> cluster % 8 & 1) != 0 ||
+                at >= image.size())
+                continue;
+            // One buffer serves all: a cluster that is cut has the one before behind
+            // it.
+            const std::string there = text(image).substr(at, 4096);
+            last.replace(0, there.size(), there);
+            expected.emplace_back(cluster, last);
+        }
+        const auto volume = open(image, volume_offset);
+        ASSERT_NE(volume, nullptr);
+        EXPECT_TRUE(scan_unallocated(
+            *volume,
+            [&](const scan_item &item) {
+                EXPECT_EQ(item.offset, volume_offset + item.number * 4096);
+                found.emplace_back(item.number, text({item.data.bytes().begin(),
+                                                      item.data.bytes().end()}));
+            },
+            options));
+        EXPECT_GT(expected.size(), 900u);
+        // Clusters that the image doesn't hold may be left out: they read as zeros.
+        std::erase_if(expected, [](auto &one) {
+            return one.second.find_first_not_of('\0') == std::string::npos;
+        });
+        EXPECT_EQ(found, expected);
+    }
+}
+
+// A stale record of a folder that was given to somebody else: it must not take the
+// place of the folder in use, nor that of the bin.
+TEST_F(LaterPasses, NothingKnownIsTakenAway)
+{
+    const auto volume_with = [](const char *bin, const char *user, bool in_use) {
+        return ntfs_volume_builder()
+            .directory({.entry = 64, .name = bin, .in_use = in_use})
+            .directory({.entry = 65, .parent = 64, .name = user, .in_use = in_use})
+            .build_volume();
+    };
+    const ntfs_volume live = volume_with("$Recycle.Bin", "S-1-5-21-7", true);
+    ntfs_volume stale = volume_with("RECYCLER", "S-1-5-21-9", true);
+    const auto volume = open(live.image);
+    ASSERT_NE(volume, nullptr);
+    options.bins_known = true;
+    EXPECT_TRUE(scan_mft_entries(*volume, process_mft_record, 0, 0, options));
+    const u64 root = options.bin_root_index, user = options.directories.at(65);
+    for (const u64 entry : {64, 65}) {
+        const std::size_t at = stale.record_position(entry);
+        put_number(stale.image, at + 16, 9, 2); // another sequence number
+        scan_item item;
+        item.volume = volume.get();
+        item.context = &options;
+        item.data = byte_view{stale.image}.clip(at, 1024);
+        carve_cluster(item);
+        carve_cluster(item);
+    }
+    EXPECT_EQ(options.bin_root_index, root);
+    EXPECT_EQ(options.directories.at(65), user);
+    std::vector<std::string> names;
+    for (u64 i = 0; i < options.records.size(); ++i)
+        names.emplace_back(options.records.name(i));
+    EXPECT_EQ(names, (std::vector<std::string>{"$Recycle.Bin", "S-1-5-21-7", "RECYCLER",
+                                               "S-1-5-21-9"}));
+}
+
+// Real stores, whose files hold what was overwritten since.
+TEST_F(LaterPasses, ShadowScanReadsARealVolume)
+{
+    const char *folder = std::getenv("VESKIT_FIXTURES");
+    if (folder == nullptr) GTEST_SKIP() << "VESKIT_FIXTURES names no folder";
+    const std::string image = dir / "vsstest.raw";
+    const std::string unpack =
+        "xz -dc '" + std::string(folder) +
+        "/vss/vsstest.raw.xz' | cp --sparse=always /dev/stdin '" + image + "'";
+    ASSERT_EQ(std::system(unpack.c_str()), 0) << unpack;
+    const auto volume = open_volume(image, 0);
+    ASSERT_NE(volume, nullptr);
+
+    std::array<u8, vss_block::header_size> header{};
+    vss_store_map stores;
+    ASSERT_TRUE(load_stores(header, stores, *volume, {}));
+    ASSERT_EQ(stores.size(), 2u);
+    const vss_store &first = stores.at("600f0b69-5bdf-11e3-9d6c-005056c00008");
+    const vss_store &second = stores.at("600f0b6d-5bdf-11e3-9d6c-005056c00008");
+    EXPECT_EQ(reference_entry(first.file_reference), 37u);
+    EXPECT_EQ(reference_entry(second.file_reference), 40u);
+    EXPECT_EQ(first.store_header_offset, 0x31560000u);
+    EXPECT_EQ(second.store_header_offset, 0x6e40000u);
+    EXPECT_EQ(first.operating_machine, "infinity");
+    std::string date, clock;
+    format_date_time(date, clock, time(first.created, type_time::filetime),
+                     "yyyy-mm-dd", "hh:mm:ss.xxx");
+    EXPECT_EQ(date + " " + clock, "2013-12-03 06:35:09.736");
+
+    // Without a bin known ahead, every record with a name is kept: among them the file
+    // that only the first snapshot still saw.
+    EXPECT_TRUE(scan_shadow_stores(*volume, options));
+    std::set<std::string> names;
+    for (u64 i = 0; i < options.records.size(); ++i)
+        names.emplace(options.records.name(i));
+    EXPECT_TRUE(names.contains("syslog"));
+}
+
+} // namespace
+} // namespace hv
