@@ -56,6 +56,7 @@ TEST_F(LaterPasses, UnallocatedScanGivesEachFreeClusterOnce)
     const u64 bitmap = volume_offset + built.stream_runs(6).at(0).lcn * 4096;
     for (const u64 cut : {u64{0}, u64{4096} * 3 + 1000}) {
         image.resize(image.size() - cut);
+        const std::string medium = text(image);
         std::string last(4096, '\0');
         std::vector<std::pair<u64, std::string>> expected, found;
         for (u64 cluster = 0; cluster < 1008; ++cluster) {
@@ -65,7 +66,7 @@ TEST_F(LaterPasses, UnallocatedScanGivesEachFreeClusterOnce)
                 continue;
             // One buffer serves all: a cluster that is cut has the one before behind
             // it.
-            const std::string there = text(image).substr(at, 4096);
+            const std::string there = medium.substr(at, 4096);
             last.replace(0, there.size(), there);
             expected.emplace_back(cluster, last);
         }
