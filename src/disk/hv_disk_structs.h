@@ -1,0 +1,67 @@
+#pragma once
+
+#include "base/hv_types.h"
+
+#include <array>
+#include <deque>
+#include <string>
+#include <vector>
+
+namespace hv {
+
+/// A sum, or a product, that stays at all ones where 64 bits can't hold it. As a place
+/// on a medium it lies behind every end.
+constexpr u64 saturating_sum(u64 a, u64 b)
+{
+    u64 sum = 0;
+    return __builtin_add_overflow(a, b, &sum) ? ~u64{0} : sum;
+}
+constexpr u64 saturating_product(u64 a, u64 b)
+{
+    u64 product = 0;
+    return __builtin_mul_overflow(a, b, &product) ? ~u64{0} : product;
+}
+
+/// One partition, or a reserved area of a disk.
+struct partition_entry {
+    partition_entry() = default;
+    partition_entry(u64 start, u64 count, u16 code, u32 sector_size)
+        : start_sector(start),
+          sectors(count),
+          type(code),
+          m_sector_size(sector_size)
+    {
+    }
+
+    u64 start_sector = 0;
+    u64 sectors = 0; ///< 0 where nothing says it
+    u16 type = 0;    ///< of an MBR record, or 238 for GPT; see `guessed_type`
+    u32 sectors_per_cluster = 0;
+    u32 m_sector_size = 512; ///< bytes; the unit of `start_sector` and `sectors`
+    std::vector<std::string> mount_points; ///< for the caller's own use
+    u32 volume_serial = 0;
+    bool is_volume = false; ///< a file system was recognised
+    bool is_gpt = false;
+    std::array<u8, 16> type_guid{};      ///< GPT, as on the disk
+    std::array<u8, 16> partition_guid{}; ///< GPT, as on the disk
+    std::string name;         ///< of a GPT partition, or the label of a reserved area
+    std::string file_system;  ///< what was recognised, for example "ntfs"
+    std::string volume_label; ///< ext only
+    std::string last_mount;   ///< ext only
+    u32 gpt_attributes = 0;   ///< low half of the GPT attributes; FAT32: u16 at 40
+
+    /// Set in `type` for a volume that no table names.
+    static constexpr u16 guessed_type = 0x8000;
+
+    /// Where it begins and ends on the disk, in bytes; all ones if 64 bits can't say.
+    u64 byte_offset() const { return saturating_product(start_sector, m_sector_size); }
+    u64 byte_end() const
+    {
+        return saturating_product(saturating_sum(start_sector, sectors), m_sector_size);
+    }
+};
+
+/// Partitions in the order of the walk that found them; a guess stands in front.
+using partition_list = std::deque<partition_entry>;
+
+} // namespace hv
