@@ -1,15 +1,13 @@
 #include "disk/hv_raw_disk_io.h"
 
 #include "base/hv_console.h"
+#include "disk/hv_open_file.h"
+#include "vmdk/hv_vmdk_disk.h"
 
 #include <algorithm>
 #include <cerrno>
-#include <fcntl.h>
-#include <limits>
 #include <new>
 #include <span>
-#include <sys/stat.h>
-#include <unistd.h>
 
 namespace hv {
 
@@ -18,34 +16,6 @@ namespace {
 constexpr u32 sector_size = 512;
 constexpr u32 first_refused_drive = 20;
 constexpr u32 first_unknown_drive = 25;
-constexpr u64 largest_offset = std::numeric_limits<off_t>::max();
-
-int open_for_reading(const char *path)
-{
-    // Without O_NONBLOCK, a FIFO would hold the run until somebody writes to it.
-    const int flags = O_RDONLY | O_NONBLOCK | O_CLOEXEC | O_NOCTTY;
-    const int descriptor = ::open(path, flags | O_NOATIME);
-    // Only the owner may keep the access time as it was.
-    if (descriptor < 0 && errno == EPERM) return ::open(path, flags);
-    return descriptor;
-}
-
-// Reads until all is there, the target ends, or an error comes. Returns the bytes read;
-// -1 only for an error ahead of the first one.
-i64 read_fully(int descriptor, u8 *buffer, u64 length, u64 offset)
-{
-    if (offset > largest_offset || length > largest_offset - offset) return -1;
-    u64 done = 0;
-    while (done < length) {
-        const ssize_t got = pread(descriptor, buffer + done, length - done,
-                                  static_cast<off_t>(offset + done));
-        if (got < 0 && errno == EINTR) continue;
-        if (got < 0 && done == 0) return -1;
-        if (got <= 0) break;
-        done += static_cast<u64>(got);
-    }
-    return static_cast<i64>(done);
-}
 
 // Delivers a plan as if each cluster went through one scratch buffer. Clusters in a row
 // are read in one go, straight to where they belong; the scratch buffer is then only
@@ -202,25 +172,33 @@ RAW_DISK_IO::RAW_DISK_IO(u32 drive_number, disk_access access)
     if (!m_open) print_error("prob opening %s, error %d\n", device.c_str(), errno);
 }
 
+RAW_DISK_IO::RAW_DISK_IO(const std::vector<std::string> &paths)
+{
+    if (paths.empty()) return;
+    m_type = disk_access::vmdk;
+    try {
+        auto chain = std::make_unique<vmdk_disk>();
+        if (!chain->add_files(paths) || !chain->link() || !chain->is_linked()) return;
+        m_vmdk = std::move(chain);
+    } catch (const std::bad_alloc &) {
+        return;
+    }
+    m_fd = m_vmdk->base()->descriptor();
+    m_size = m_vmdk->base()->get_capacity_bytes();
+    m_bytes_per_sector = sector_size;
+    m_open = true;
+}
+
 RAW_DISK_IO::~RAW_DISK_IO()
 {
-    if (m_fd >= 0) ::close(m_fd);
+    // The descriptor of a chain is that of one of its files, which closes it.
+    if (m_vmdk == nullptr && m_fd >= 0) ::close(m_fd);
 }
 
 bool RAW_DISK_IO::open_target(const std::string &path)
 {
-    m_fd = open_for_reading(path.c_str());
+    m_fd = open_source_file(path.c_str());
     if (m_fd < 0) return false;
-    struct stat status {};
-    // The size that a folder gives itself is no size of anything readable.
-    if (fstat(m_fd, &status) != 0 || S_ISFIFO(status.st_mode) ||
-        S_ISSOCK(status.st_mode) || S_ISDIR(status.st_mode)) {
-        ::close(m_fd);
-        m_fd = -1;
-        return false;
-    }
-    // Not to wait was for the open alone.
-    fcntl(m_fd, F_SETFL, fcntl(m_fd, F_GETFL) & ~O_NONBLOCK);
     m_bytes_per_sector = sector_size;
     const off_t end = lseek(m_fd, 0, SEEK_END);
     if (end > 0) m_size = static_cast<u64>(end);
@@ -230,6 +208,26 @@ bool RAW_DISK_IO::open_target(const std::string &path)
 u64 RAW_DISK_IO::get_size() const
 {
     return m_open ? m_size : 0;
+}
+
+u64 RAW_DISK_IO::first_volume_offset() const
+{
+    return m_vmdk == nullptr ? 0 : m_vmdk->first_volume_offset();
+}
+
+void RAW_DISK_IO::set_volume_offset(u64 offset)
+{
+    constexpr u32 kept_bits = 0x0FFFFFFF;
+    m_volume_offset_hi = static_cast<u32>(offset >> 32) & kept_bits;
+    m_volume_offset_lo = static_cast<u32>(offset) & kept_bits;
+}
+
+// The one place where bytes come from, for all kinds of targets. Returns those that are
+// there, or -1 for an error ahead of the first one. A chain delivers them all.
+i64 RAW_DISK_IO::fetch(u8 *buffer, u64 length, u64 offset) const
+{
+    if (m_vmdk == nullptr) return read_fully(m_fd, buffer, length, offset);
+    return m_vmdk->read(buffer, offset, length) ? static_cast<i64>(length) : -1;
 }
 
 bool RAW_DISK_IO::read(u8 *buffer, u32 &length, u64 offset, bool mapped) const
@@ -254,7 +252,7 @@ bool RAW_DISK_IO::read_unbounded(u8 *buffer, u32 &length, u64 offset,
     if (!ignore_size) return read_checked(buffer, length, offset);
     if (buffer == nullptr || m_fd < 0 || length == 0) return false;
     if (m_type == disk_access::drive) return read_sectors(buffer, length, offset);
-    const i64 got = read_fully(m_fd, buffer, length, offset);
+    const i64 got = fetch(buffer, length, offset);
     if (got < 0) return false;
     length = static_cast<u32>(got);
     return true;
@@ -265,14 +263,14 @@ bool RAW_DISK_IO::read_exact(u8 *buffer, u64 length, u64 offset) const
     if (buffer == nullptr || m_fd < 0 || length == 0) return false;
     if (m_type == disk_access::drive && (offset | length) % m_bytes_per_sector != 0)
         return false;
-    const i64 got = read_fully(m_fd, buffer, length, offset);
+    const i64 got = fetch(buffer, length, offset);
     return got >= 0 && static_cast<u64>(got) == length;
 }
 
 bool RAW_DISK_IO::read_clipped(u8 *buffer, u32 &length, u64 offset) const
 {
     length = static_cast<u32>(std::min<u64>(length, m_size - offset));
-    const i64 got = read_fully(m_fd, buffer, length, offset);
+    const i64 got = fetch(buffer, length, offset);
     if (got < 0) return false;
     // A short read passes for a whole one, since the target is known to reach further;
     // what it lacks must not be left over from an earlier read.
@@ -295,7 +293,7 @@ bool RAW_DISK_IO::read_sectors(u8 *buffer, u32 &length, u64 offset) const
         }
         target = bounce.data();
     }
-    const i64 got = read_fully(m_fd, target, sectors, offset - ahead);
+    const i64 got = fetch(target, sectors, offset - ahead);
     if (got == 0) return false;
     // An error isn't a failure here: a scan of a drive passes over its bad places.
     const u64 there = got > i64{ahead} ? static_cast<u64>(got) - ahead : 0;

@@ -3,11 +3,14 @@
 #include "base/hv_types.h"
 #include "disk/hv_run_index.h"
 
+#include <memory>
 #include <string>
 #include <string_view>
 #include <vector>
 
 namespace hv {
+
+class vmdk_disk;
 
 /// How a target is reached.
 enum class disk_access : u32 {
@@ -32,6 +35,10 @@ public:
     /// be opened is told on standard error. With another access than `drive` nothing
     /// is opened.
     explicit RAW_DISK_IO(u32 drive_number, disk_access access = disk_access::drive);
+    /// By the files of a chain of virtual disks, in any order. `is_open` says that all
+    /// were read and that they make up a chain; the size is that of the base's disk.
+    /// What of the chain can't be read is zeros.
+    explicit RAW_DISK_IO(const std::vector<std::string> &paths);
     virtual ~RAW_DISK_IO();
     RAW_DISK_IO(const RAW_DISK_IO &) = delete;
     RAW_DISK_IO &operator=(const RAW_DISK_IO &) = delete;
@@ -40,6 +47,16 @@ public:
     bool is_open() const { return m_open; }
     u64 get_size() const;
     u32 bytes_per_sector() const { return m_bytes_per_sector; }
+    /// Where the first partition of a chain begins, in bytes; 0 if its first sector
+    /// tells of none, and for other targets.
+    u64 first_volume_offset() const;
+    /// Notes where the volume begins that was opened. Only the low 28 bits of each half
+    /// are kept; nothing is read by them.
+    void set_volume_offset(u64 offset);
+    u64 volume_offset() const
+    {
+        return u64{m_volume_offset_hi} << 32 | m_volume_offset_lo;
+    }
 
     /// Reads `length` bytes at `offset` of the target or, with `mapped` and an attached
     /// run list, of the mapped file. `length` comes back as the bytes delivered, which
@@ -90,10 +107,14 @@ public:
 
 private:
     bool open_target(const std::string &path);
+    i64 fetch(u8 *buffer, u64 length, u64 offset) const;
     bool read_clipped(u8 *buffer, u32 &length, u64 offset) const;
     bool read_sectors(u8 *buffer, u32 &length, u64 offset) const;
 
-    int m_fd = -1;
+    std::unique_ptr<vmdk_disk> m_vmdk; ///< only if the target is a chain
+    int m_fd = -1;                     ///< of a chain, the base's
+    u32 m_volume_offset_hi = 0;
+    u32 m_volume_offset_lo = 0;
     u64 m_size = 0;
     u32 m_bytes_per_sector = 0;
     disk_access m_type = disk_access::closed;

@@ -170,6 +170,15 @@ CNtfs::CNtfs(u32 drive_number, u64 offset)
 {
 }
 
+CNtfs::CNtfs(const std::vector<std::string> &paths, u64 offset)
+    : m_disk(std::make_unique<RAW_DISK_IO>(paths)),
+      m_kind(volume_kind::vmdk),
+      m_volume_offset(offset)
+{
+    if (m_volume_offset == 0) m_volume_offset = m_disk->first_volume_offset();
+    m_disk->set_volume_offset(m_volume_offset);
+}
+
 CNtfs::~CNtfs() = default;
 
 const NTFS_BOOT &CNtfs::get_boot_sector() const
@@ -498,6 +507,12 @@ std::unique_ptr<CNtfs> open_device_volume(std::string_view path, u64 offset)
 std::unique_ptr<CNtfs> open_drive_volume(u32 drive_number, u64 offset)
 {
     return validated(std::make_unique<CNtfs>(drive_number, offset));
+}
+
+std::unique_ptr<CNtfs> open_vmdk_volume(const std::vector<std::string> &paths,
+                                        u64 offset)
+{
+    return validated(std::make_unique<CNtfs>(paths, offset));
 }
 
 bool test_bitmap_bit(byte_view bitmap, u64 bit)

@@ -32,6 +32,7 @@ enum class volume_kind : i32 {
     path = 33,
     drive = 34,
     image = 35,
+    vmdk = 36, ///< chain of virtual disk files; a path of this kind opens nothing
     bad = 255,
 };
 
@@ -41,6 +42,9 @@ class CNtfs {
 public:
     CNtfs(std::string_view path, u64 offset, volume_kind kind);
     CNtfs(u32 drive_number, u64 offset);
+    /// Over a chain of virtual disk files. An offset of 0 stands for the first
+    /// partition, or for the disk's start if there is none.
+    CNtfs(const std::vector<std::string> &paths, u64 offset);
     ~CNtfs();
     CNtfs(const CNtfs &) = delete;
     CNtfs &operator=(const CNtfs &) = delete;
@@ -130,6 +134,10 @@ std::unique_ptr<CNtfs> open_volume(std::string_view path, u64 offset);
 std::unique_ptr<CNtfs> open_device_volume(std::string_view path, u64 offset);
 /// The same for a physical drive: "/dev/sda" is 0.
 std::unique_ptr<CNtfs> open_drive_volume(u32 drive_number, u64 offset);
+/// The same for the files of a chain of virtual disks, in any order; an offset of 0
+/// stands for the first partition. An empty list fails.
+std::unique_ptr<CNtfs> open_vmdk_volume(const std::vector<std::string> &paths,
+                                        u64 offset);
 
 /// A bit of a bitmap, the least significant first. An index just behind the bytes reads
 /// the spare byte there, as zero; one further on is 0.

@@ -1,0 +1,56 @@
+#pragma once
+
+#include "base/hv_types.h"
+
+#include <cerrno>
+#include <fcntl.h>
+#include <limits>
+#include <sys/stat.h>
+#include <unistd.h>
+
+/// How files and devices that hold evidence are opened and read: by descriptor, and
+/// never for writing.
+namespace hv {
+
+/// Opens a file or a device for reading, with its access time left alone where the
+/// system allows it. Returns the descriptor, which the caller closes; -1 for what can't
+/// be opened, and for a folder, a FIFO or a socket.
+inline int open_source_file(const char *path)
+{
+    // Without O_NONBLOCK, a FIFO would hold the run until somebody writes to it.
+    const int flags = O_RDONLY | O_NONBLOCK | O_CLOEXEC | O_NOCTTY;
+    int descriptor = ::open(path, flags | O_NOATIME);
+    // Only the owner may keep the access time as it was.
+    if (descriptor < 0 && errno == EPERM) descriptor = ::open(path, flags);
+    if (descriptor < 0) return -1;
+    struct stat status {};
+    // The size that a folder gives itself is no size of anything readable.
+    if (fstat(descriptor, &status) != 0 || S_ISFIFO(status.st_mode) ||
+        S_ISSOCK(status.st_mode) || S_ISDIR(status.st_mode)) {
+        ::close(descriptor);
+        return -1;
+    }
+    // Not to wait was for the open alone.
+    fcntl(descriptor, F_SETFL, fcntl(descriptor, F_GETFL) & ~O_NONBLOCK);
+    return descriptor;
+}
+
+/// Reads until `length` bytes are there, the target ends, or an error comes. Returns
+/// the bytes read; -1 only for an error ahead of the first one.
+inline i64 read_fully(int descriptor, u8 *buffer, u64 length, u64 offset)
+{
+    constexpr u64 largest_offset = std::numeric_limits<off_t>::max();
+    if (offset > largest_offset || length > largest_offset - offset) return -1;
+    u64 done = 0;
+    while (done < length) {
+        const ssize_t got = pread(descriptor, buffer + done, length - done,
+                                  static_cast<off_t>(offset + done));
+        if (got < 0 && errno == EINTR) continue;
+        if (got < 0 && done == 0) return -1;
+        if (got <= 0) break;
+        done += static_cast<u64>(got);
+    }
+    return static_cast<i64>(done);
+}
+
+} // namespace hv

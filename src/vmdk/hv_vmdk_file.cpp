@@ -1,0 +1,272 @@
+#include "vmdk/hv_vmdk_file.h"
+
+#include "base/hv_string.h"
+#include "base/hv_text_convert.h"
+#include "disk/hv_open_file.h"
+#include "disk/hv_partition_buffer.h"
+
+#include <algorithm>
+#include <limits>
+#include <new>
+
+namespace hv {
+
+namespace {
+
+// Real descriptors have some ten kilobytes, and what links the files stands at their
+// front. A damaged size must not bring a whole disk into memory.
+constexpr u64 largest_descriptor = u64{1} << 20;
+
+// Tables of the usual size cover 32 MiB each. A header that needs more than so many
+// tables is damaged.
+constexpr u64 most_tables = u64{1} << 22;
+
+// Header and tables have always been addressed with 32 bits.
+constexpr u64 most_metadata_sectors =
+    std::numeric_limits<u32>::max() / vmdk_sector_size;
+
+u64 divide_up(u64 value, u64 by)
+{
+    return value / by + (value % by == 0 ? 0 : 1);
+}
+
+// Text in another encoding than UTF-8 degrades byte by byte, but is kept.
+std::wstring wide_line(const std::string &line)
+{
+    std::wstring wide = uni::to_wide(line);
+    if (wide.empty())
+        for (const char c : line) wide += static_cast<wchar_t>(static_cast<u8>(c));
+    return wide;
+}
+
+std::vector<u32> table_of(byte_view bytes)
+{
+    std::vector<u32> table(bytes.size() / vmdk_entry_size);
+    for (std::size_t i = 0; i < table.size(); ++i)
+        table[i] = bytes.read_padded<u32>(i * vmdk_entry_size);
+    return table;
+}
+
+} // namespace
+
+vmdk_file::~vmdk_file()
+{
+    if (m_fd >= 0) ::close(m_fd);
+}
+
+bool vmdk_file::open(const std::string &path)
+{
+    if (m_fd >= 0) return false;
+    try {
+        m_path = path;
+        m_fd = open_source_file(path.c_str());
+        const off_t end = m_fd < 0 ? -1 : lseek(m_fd, 0, SEEK_END);
+        if (end <= 0) return false;
+        m_file_size = static_cast<u64>(end);
+        if (!read_header() || !read_descriptor() || !compute_sizes() || !load_tables())
+            return false;
+        find_partitions();
+        m_valid = true;
+    } catch (const std::bad_alloc &) {
+        m_valid = false;
+    }
+    return m_valid;
+}
+
+// As many of `most` bytes as the file has there. Nothing is allocated for bytes that
+// the file doesn't have.
+std::vector<u8> vmdk_file::read_area(u64 place, u64 most) const
+{
+    if (place >= m_file_size) return {};
+    std::vector<u8> bytes(std::min(most, m_file_size - place));
+    const i64 got = read_fully(m_fd, bytes.data(), bytes.size(), place);
+    bytes.resize(got < 0 ? 0 : static_cast<std::size_t>(got));
+    return bytes;
+}
+
+bool vmdk_file::read_header()
+{
+    return read_row(m_header.data(), 0, m_header.size()) &&
+           get(vmdk_header::magic) == vmdk_header::signature;
+}
+
+bool vmdk_file::read_descriptor()
+{
+    u64 place = 0;
+    u64 size = 0;
+    if (__builtin_mul_overflow(get(vmdk_header::descriptor_offset), vmdk_sector_size,
+                               &place) ||
+        __builtin_mul_overflow(get(vmdk_header::descriptor_size), vmdk_sector_size,
+                               &size))
+        return false;
+    const std::vector<u8> area = read_area(place, std::min(size, largest_descriptor));
+    if (area.empty()) return false;
+    // The text is filled up with NUL bytes, which are no line of it.
+    const std::string text(area.begin(), std::ranges::find(area, u8{0}));
+    std::vector<std::string> lines;
+    split(text, '\n', lines, false, empty_pieces::drop);
+    for (std::string &line : lines) {
+        trim_line_end(line);
+        if (!line.empty()) add_descriptor_line(line);
+    }
+    return true;
+}
+
+void vmdk_file::add_descriptor_line(const std::string &line)
+{
+    static constexpr struct {
+        std::string_view key;
+        std::string vmdk_file::*value;
+    } keys[] = {
+        {"cid=", &vmdk_file::m_cid},
+        {"parentcid=", &vmdk_file::m_parent_cid},
+        {"encoding=", &vmdk_file::m_encoding},
+        {"parentfilenamehint=", &vmdk_file::m_parent_hint},
+    };
+    m_desc_lines.push_back(wide_line(line));
+    const std::string folded = lower_copy(line);
+    for (const auto &[key, value] : keys)
+        if (folded.starts_with(key)) this->*value = line.substr(key.size());
+}
+
+// Products that wrap, and a grain or a table of no bytes, are refused here, so that no
+// later step divides by zero.
+bool vmdk_file::compute_sizes()
+{
+    const u64 capacity = get(vmdk_header::capacity);
+    const u64 grain = get(vmdk_header::grain_size);
+    u64 disk = 0;
+    if (__builtin_mul_overflow(capacity, vmdk_sector_size, &disk) ||
+        __builtin_mul_overflow(grain, vmdk_sector_size, &m_grain_bytes) ||
+        __builtin_mul_overflow(m_grain_bytes, get(vmdk_header::entries_per_table),
+                               &m_table_span) ||
+        m_table_span == 0)
+        return false;
+    m_grains = divide_up(capacity, grain);
+    return true;
+}
+
+// The directory ends where the first of its tables begins. What would be tables behind
+// the end of the disk is the directory's padding.
+bool vmdk_file::find_directory(u64 &place, u64 &entries) const
+{
+    const u64 overhead = get(vmdk_header::overhead);
+    const u64 sector = get(vmdk_header::directory_offset);
+    if (overhead > most_metadata_sectors || sector > overhead ||
+        overhead * vmdk_sector_size > m_file_size)
+        return false;
+    place = sector * vmdk_sector_size;
+    const std::vector<u8> bytes = read_area(place, vmdk_entry_size);
+    const u64 first_table = byte_view{bytes}.read_padded<u32>(0);
+    if (first_table > overhead || first_table <= sector) return false;
+    entries = std::min((first_table - sector) * vmdk_sector_size / vmdk_entry_size,
+                       divide_up(m_grains, get(vmdk_header::entries_per_table)));
+    return entries != 0 && entries <= most_tables;
+}
+
+bool vmdk_file::load_tables()
+{
+    u64 place = 0;
+    u64 count = 0;
+    if (!find_directory(place, count)) return false;
+    const std::vector<u32> directory =
+        table_of(byte_view{read_area(place, count * vmdk_entry_size)});
+    // No table is longer than the disk needs, and all together not than the file is.
+    const u64 table_bytes =
+        std::min<u64>(get(vmdk_header::entries_per_table), m_grains) * vmdk_entry_size;
+    u64 left = m_file_size;
+    m_gts.reserve(directory.size());
+    for (const u32 sector : directory) {
+        if (sector == 0) {
+            m_gts.emplace_back();
+            continue;
+        }
+        if (table_bytes > left) break;
+        left -= table_bytes;
+        const std::vector<u8> bytes =
+            read_area(u64{sector} * vmdk_sector_size, table_bytes);
+        if (bytes.size() < vmdk_entry_size) break;
+        m_gts.push_back(table_of(byte_view{bytes}));
+    }
+    return !m_gts.empty() && !m_gts.front().empty();
+}
+
+// A child rarely holds the first grain; its parents tell of the partitions then.
+void vmdk_file::find_partitions()
+{
+    const u32 first_grain = m_gts.front().front();
+    if (first_grain == 0) return;
+    const std::vector<u8> bytes =
+        read_area(u64{first_grain} * vmdk_sector_size, vmdk_sector_size);
+    const byte_view sector{bytes};
+    partition_list partitions;
+    if (sector.size() < vmdk_sector_size) return;
+    if (!find_partitions_in_buffer(partitions, sector, table_scan::off))
+        find_partitions_in_buffer(partitions, sector, table_scan::on);
+    for (const partition_entry &partition : partitions) {
+        u64 offset = 0;
+        if (__builtin_mul_overflow(partition.start_sector, partition.m_sector_size,
+                                   &offset))
+            continue;
+        m_volume_offsets.push_back(offset);
+        m_volume_sector_sizes.push_back(partition.m_sector_size);
+    }
+}
+
+u64 vmdk_file::get_capacity_bytes() const
+{
+    return m_valid ? get(vmdk_header::capacity) * vmdk_sector_size : 0;
+}
+
+bool vmdk_file::lookup(u64 offset, u64 &place) const
+{
+    if (!m_valid) return false;
+    const u64 table = offset / m_table_span;
+    const u64 entry = offset % m_table_span / m_grain_bytes;
+    if (table >= m_gts.size() || entry >= m_gts[table].size()) return false;
+    const u32 sector = m_gts[table][entry];
+    return sector != 0 && !__builtin_add_overflow(u64{sector} * vmdk_sector_size,
+                                                  offset % m_grain_bytes, &place);
+}
+
+bool vmdk_file::read(u8 *buffer, u64 offset, u64 &length) const
+{
+    u64 place = 0;
+    if (buffer == nullptr || length == 0 || !lookup(offset, place) ||
+        place >= m_file_size)
+        return false;
+    length = std::min(length, m_file_size - place);
+    for (u64 done = 0; done < length;) {
+        if (!lookup(offset + done, place)) return false;
+        const u64 piece = std::min(rest_of_grain(offset + done), length - done);
+        const i64 got = read_fully(m_fd, buffer + done, piece, place);
+        if (got < 1) return false;
+        std::fill(buffer + done + got, buffer + done + piece, u8{0});
+        done += piece;
+    }
+    return true;
+}
+
+bool vmdk_file::read_row(u8 *buffer, u64 place, u64 length) const
+{
+    const i64 got = read_fully(m_fd, buffer, length, place);
+    return got >= 0 && static_cast<u64>(got) == length;
+}
+
+void dump_header(std::ostream &out, const vmdk_file &file)
+{
+    const byte_view header{file.header()};
+    const auto hexadecimal = [](u64 value) {
+        return number_text(value, true, 1).substr(2);
+    };
+    for (const auto &[offset, width, text] : vmdk_header::labels) {
+        const byte_view field = header.clip(offset, width);
+        out << text << (width == 0 ? "" : hexadecimal(field.read_padded<u64>(0)))
+            << '\n';
+        if (offset != vmdk_header::flags.offset) continue;
+        for (const auto &[mask, name] : vmdk_header::flag_labels)
+            if ((field.read_padded<u32>(0) & mask) != 0) out << name << '\n';
+    }
+}
+
+} // namespace hv
