@@ -424,6 +424,7 @@ std::vector<u8> CNtfs::read_attribute_clusters(attribute_ref attribute, u64 most
 bool CNtfs::parse_attribute(INODE_STATS &stats, attribute_ref attribute) const
 {
     switch (static_cast<attribute_type>(attribute.type())) {
+    case attribute_type::standard_information: add_owner(stats, attribute); return true;
     case attribute_type::file_name: add_file_name(stats, attribute); return true;
     case attribute_type::index_allocation: return add_index(stats, attribute);
     case attribute_type::data:
@@ -433,6 +434,15 @@ bool CNtfs::parse_attribute(INODE_STATS &stats, attribute_ref attribute) const
         return add_stream(stats.bitmap_runs, stats.bitmap_size, attribute);
     default: return true;
     }
+}
+
+void CNtfs::add_owner(INODE_STATS &stats, attribute_ref attribute) const
+{
+    const u32 id =
+        attribute.content().read_padded<u32>(standard_information::security_id);
+    // The lookup reads files of the volume, so it has to wait for the $MFT to be known.
+    if (id != 0 && m_owner_lookup && m_Validated && m_mft_stats.data_size != 0)
+        m_owner_lookup(stats.owner, id);
 }
 
 void CNtfs::follow_list(INODE_STATS &stats, byte_view entry_bytes, u64 entry) const

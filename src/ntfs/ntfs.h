@@ -8,6 +8,7 @@
 #include "ntfs/hv_ntfs_layout.h"
 
 #include <array>
+#include <functional>
 #include <memory>
 #include <string>
 #include <string_view>
@@ -97,12 +98,19 @@ public:
 
     directory_cache &path_cache() { return m_path_cache; }
 
+    /// Who owns what a security id of this volume stands for; false for an unknown one.
+    using owner_lookup = std::function<bool(std::string &out_owner, u32 security_id)>;
+    /// From here on `collect_inode_stats` tells owners. Without a lookup nobody owns
+    /// anything.
+    void set_owner_lookup(owner_lookup lookup) { m_owner_lookup = std::move(lookup); }
+
 private:
     bool read_boot_sector();
     void compute_geometry();
     bool read_first_entry();
     void count_entries();
     bool parse_attribute(INODE_STATS &stats, attribute_ref attribute) const;
+    void add_owner(INODE_STATS &stats, attribute_ref attribute) const;
     std::vector<u8> read_runs(const data_run_list &runs, u64 most) const;
     void follow_list(INODE_STATS &stats, byte_view list, u64 entry) const;
     bool read_bytes(u64 position, u8 *buffer, u32 &length) const;
@@ -125,6 +133,7 @@ private:
     u64 m_volume_offset = 0;
     u32 m_mft_record_size = 0;
     directory_cache m_path_cache;
+    owner_lookup m_owner_lookup;
 };
 
 /// Opens and validates a volume; null if it isn't one. The path may be a drive letter
