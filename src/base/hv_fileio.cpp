@@ -1,5 +1,6 @@
 #include "base/hv_fileio.h"
 
+#include "base/hv_open_file.h"
 #include "base/hv_string.h"
 #include "base/hv_text_convert.h"
 
@@ -27,15 +28,6 @@ constexpr u64 unmeasured_size = 0x40000;
 // Owner and others, the group left out: readable by the next tool, as results files of
 // this family have always been.
 constexpr mode_t created_file_mode = 0606;
-
-int open_for_reading(const char *path)
-{
-    const int flags = O_RDONLY | O_NONBLOCK | O_CLOEXEC | O_NOCTTY;
-    const int descriptor = ::open(path, flags | O_NOATIME);
-    // Only the owner may keep the access time as it was.
-    if (descriptor < 0 && errno == EPERM) return ::open(path, flags);
-    return descriptor;
-}
 
 int open_for_writing(const char *path, bool truncate)
 {
@@ -179,7 +171,7 @@ bool fileio::open(std::string_view path, open_mode mode)
     if (m_path.empty()) return false;
     m_descriptor =
         mode == open_mode::read
-            ? open_for_reading(m_path.c_str())
+            ? hv::open_for_reading(m_path.c_str())
             : open_for_writing(m_path.c_str(), mode == open_mode::write_truncate);
     if (m_descriptor < 0) return false;
     struct stat status {};

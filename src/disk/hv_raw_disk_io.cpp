@@ -1,7 +1,7 @@
 #include "disk/hv_raw_disk_io.h"
 
 #include "base/hv_console.h"
-#include "disk/hv_open_file.h"
+#include "base/hv_open_file.h"
 #include "vmdk/hv_vmdk_disk.h"
 
 #include <algorithm>

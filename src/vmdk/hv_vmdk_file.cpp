@@ -1,8 +1,8 @@
 #include "vmdk/hv_vmdk_file.h"
 
+#include "base/hv_open_file.h"
 #include "base/hv_string.h"
 #include "base/hv_text_convert.h"
-#include "disk/hv_open_file.h"
 #include "disk/hv_partition_buffer.h"
 
 #include <algorithm>

@@ -1,5 +1,5 @@
+#include "base/hv_open_file.h"
 #include "base/hv_string.h"
-#include "disk/hv_open_file.h"
 #include "vmdk/hv_vmdk_disk.h"
 
 #include <algorithm>

@@ -64,6 +64,12 @@ inline constexpr le_field<u64> store_offset      {16}; ///< where they lie in th
 inline constexpr le_field<u32> flags             {24};
 inline constexpr le_field<u32> allocation_bitmap {28}; ///< one bit for each sector
 inline constexpr std::size_t   size = 32;
+inline constexpr std::size_t   most_in_block =
+    (vss_block::block_size - vss_block::header_size) / size;
+inline constexpr u32 forwarder = 0x1; ///< the data are those of another offset
+inline constexpr u32 overlay   = 0x2; ///< only the sectors of the allocation bitmap
+inline constexpr u32 not_used  = 0x4;
+inline constexpr u32 flag_8    = 0x8; ///< unknown; alone, it is taken on request only
 } // namespace vss_descriptor
 
 /// Record of a block range list.
@@ -72,7 +78,18 @@ inline constexpr le_field<u64> offset          { 0};
 inline constexpr le_field<u64> relative_offset { 8};
 inline constexpr le_field<u64> range_size      {16};
 inline constexpr std::size_t   size = 24;
+inline constexpr std::size_t   least_block = vss_block::header_size + size;
 } // namespace vss_range
+
+/// Bitmap behind a block header: one bit for each block of the volume, the least
+/// significant first.
+namespace vss_bitmap {
+inline constexpr std::size_t   bits       = 128;        ///< to the end of the block
+inline constexpr u64           bytes      = 16256;
+inline constexpr u64           covered    = 0x7F000000; ///< bytes of the volume
+inline constexpr unsigned      byte_shift = 17;         ///< one byte of bits
+inline constexpr unsigned      bit_shift  = 14;         ///< one bit
+} // namespace vss_bitmap
 
 // clang-format on
 

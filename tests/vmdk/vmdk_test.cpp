@@ -4,6 +4,7 @@
 #include "ntfs/ntfs.h"
 #include "support/ntfs_volume_builder.h"
 #include "support/temp_dir.h"
+#include "support/vmdk_builder.h"
 
 #include <gtest/gtest.h>
 
@@ -17,35 +18,9 @@ using namespace hv;
 namespace {
 
 using paths = std::vector<std::string>;
+using test_support::sparse_file;
 
 std::string depends(const std::string &on, const std::string &parent) { return "=> vmdk file: " + on + "\n depends on parent vmdk \"" + parent + "\"\n"; }
-
-// A virtual disk file in its smallest form: header, descriptor, directory, tables, and grains of one letter each
-// in the order given. All in sectors; a directory entry of a table without grains stays 0.
-struct sparse_file {
-    std::string cid, parent = "ffffffff", extra = {};
-    u64 capacity = 24, grain = 1;
-    u32 entries = 4;
-    std::vector<std::pair<u64, char>> grains = {};
-
-    std::string bytes() const
-    {
-        const u64 tables = (capacity + grain * entries - 1) / (grain * entries), first = 4 + tables;
-        std::vector<u8> out(first * 512);
-        const auto put = [&out](u64 at, u64 value, std::size_t width) { test_support::put_number(out, at, value, width); };
-        put(0, 0x564D444B, 4), put(4, 1, 4), put(8, 3, 4), put(12, capacity, 8), put(20, grain, 8), put(28, 1, 8), put(36, 2, 8);
-        put(44, entries, 4), put(56, 3, 8), put(64, first, 8), put(73, 0x0A, 1), put(74, 0x20, 1), put(75, 0x0A0D, 2);
-        const std::string text = "# Disk DescriptorFile\nCid=" + cid + "\n CID=no\n\nparentCID=" + parent + "\r\n" + extra;
-        std::copy(text.begin(), text.end(), out.begin() + 512);
-        put(3 * 512, 4, 4);
-        for (const auto &[index, letter] : grains) {
-            put(3 * 512 + index / entries * 4, 4 + index / entries, 4);
-            put((4 + index / entries) * 512 + index % entries * 4, out.size() / 512, 4);
-            out.resize(out.size() + grain * 512, static_cast<u8>(letter));
-        }
-        return {out.begin(), out.end()};
-    }
-};
 
 std::string read_disk(const vmdk_disk &disk, u64 offset, u64 length)
 {

@@ -12,16 +12,23 @@
 /// never for writing.
 namespace hv {
 
-/// Opens a file or a device for reading, with its access time left alone where the
-/// system allows it. Returns the descriptor, which the caller closes; -1 for what can't
-/// be opened, and for a folder, a FIFO or a socket.
+/// Opens a path for reading and leaves its access time alone where the system allows
+/// that. Doesn't wait for the other end of a FIFO. Returns the descriptor, which the
+/// caller closes, or -1.
+inline int open_for_reading(const char *path)
+{
+    const int flags = O_RDONLY | O_NONBLOCK | O_CLOEXEC | O_NOCTTY;
+    const int descriptor = ::open(path, flags | O_NOATIME);
+    // Only the owner may keep the access time as it was.
+    if (descriptor < 0 && errno == EPERM) return ::open(path, flags);
+    return descriptor;
+}
+
+/// The same for a file or a device that holds evidence, to be read by its positions. -1
+/// for a folder, a FIFO or a socket as well.
 inline int open_source_file(const char *path)
 {
-    // Without O_NONBLOCK, a FIFO would hold the run until somebody writes to it.
-    const int flags = O_RDONLY | O_NONBLOCK | O_CLOEXEC | O_NOCTTY;
-    int descriptor = ::open(path, flags | O_NOATIME);
-    // Only the owner may keep the access time as it was.
-    if (descriptor < 0 && errno == EPERM) descriptor = ::open(path, flags);
+    const int descriptor = open_for_reading(path);
     if (descriptor < 0) return -1;
     struct stat status {};
     // The size that a folder gives itself is no size of anything readable.
