@@ -56,12 +56,6 @@ void restore_tails_of(std::span<u8> block, u32 sector_size)
 
 } // namespace
 
-bool has_signature(byte_view block, u32 signature)
-{
-    u32 stored = 0;
-    return block.read(0, stored) && stored == signature;
-}
-
 bool passes_record_test(byte_view record)
 {
     using namespace file_record;

@@ -15,7 +15,11 @@ enum class block_type : u32 { unknown = 0, file = 1, index = 2, bad = 3 };
 /// The test that every reader applies to a record ahead of anything else.
 bool passes_record_test(byte_view record);
 /// The signature of a block, without any further test.
-bool has_signature(byte_view block, u32 signature);
+inline bool has_signature(byte_view block, u32 signature)
+{
+    u32 stored = 0;
+    return block.read(0, stored) && stored == signature;
+}
 
 /// Puts the sector tails of a block back from its update sequence array at
 /// `array_offset`. The check value isn't compared: a record torn by a crash still

@@ -22,6 +22,9 @@ namespace {
 // Every so many free clusters the progress line is drawn anew.
 constexpr u64 clusters_per_status = 753;
 
+// What is asked of the medium at a time.
+constexpr u64 group_bytes = u64{64} << 10;
+
 constexpr u64 most_clusters = std::numeric_limits<i32>::max();
 
 /// Hands the bytes of a stream on as they come, so that the bitmap of a large volume
@@ -73,6 +76,8 @@ public:
           m_reader(m_disk),
           m_cluster(m_cluster_size)
     {
+        m_item.volume = &volume;
+        m_item.context = &context;
     }
 
     void take_bits(u8 byte)
@@ -129,22 +134,47 @@ private:
     void scan_stretch(u64 first, u64 end)
     {
         u64 position = 0;
-        for (u64 cluster = first; cluster < end; ++cluster) {
+        for (u64 cluster = first; cluster < end;) {
             if (!position_of(cluster, position)) {
                 count(cluster, end);
                 return;
             }
             const u64 empty =
                 (m_reader.next_data(position) - position) / m_cluster_size;
-            if (empty != 0) {
-                const u64 behind = std::min(cluster + empty, end);
-                count(cluster, behind);
-                cluster = behind - 1;
-                continue;
-            }
-            count(cluster, cluster + 1);
-            scan_cluster(cluster, position, (end - cluster) * m_cluster_size);
+            const u64 behind = std::min(cluster + empty, end);
+            count(cluster, behind);
+            cluster = behind;
+            if (empty == 0) cluster += scan_group(cluster, end - cluster, position);
         }
+    }
+
+    // Scans some neighbours, or one if they can't be had together. Returns how many.
+    u64 scan_group(u64 cluster, u64 left, u64 position)
+    {
+        const u64 most = std::max(group_bytes / m_cluster_size, u64{1});
+        u64 many = std::min(left, most);
+        byte_view bytes = m_reader.view(
+            position, static_cast<u32>(many * m_cluster_size), left * m_cluster_size);
+        if (bytes.empty()) {
+            many = 1;
+            if (read_into_buffer(position)) bytes = byte_view{m_cluster};
+        }
+        for (u64 i = 0; i < many; ++i) {
+            count(cluster + i, cluster + i + 1);
+            if (!bytes.empty())
+                hand_on(cluster + i, position + i * m_cluster_size,
+                        bytes.clip(i * m_cluster_size, m_cluster_size));
+        }
+        return many;
+    }
+
+    void hand_on(u64 cluster, u64 position, byte_view bytes)
+    {
+        m_last_position = position;
+        m_item.data = bytes;
+        m_item.offset = position;
+        m_item.number = cluster;
+        m_callback(m_item);
     }
 
     // Counts clusters and draws the line where one is due.
@@ -160,23 +190,6 @@ private:
                             static_cast<long long>(first - 1),
                             static_cast<long long>(m_total));
         }
-    }
-
-    void scan_cluster(u64 cluster, u64 position, u64 ahead)
-    {
-        byte_view bytes = m_reader.view(position, m_cluster_size, ahead);
-        if (bytes.empty()) {
-            if (!read_into_buffer(position)) return;
-            bytes = byte_view{m_cluster};
-        }
-        m_last_position = position;
-        scan_item item;
-        item.volume = &m_volume;
-        item.context = &m_context;
-        item.data = bytes;
-        item.offset = position;
-        item.number = cluster;
-        m_callback(item);
     }
 
     // All clusters go through one buffer, as far as it shows: behind the end of a
@@ -198,6 +211,7 @@ private:
     u32 m_cluster_size;
     medium_reader m_reader;
     std::vector<u8> m_cluster;
+    scan_item m_item;
     u64 m_last_position = ~u64{0};
     u64 m_next = 0; ///< cluster of the next bit
     u64 m_start = 0;
