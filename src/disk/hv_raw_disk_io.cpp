@@ -210,6 +210,16 @@ u64 RAW_DISK_IO::get_size() const
     return m_open ? m_size : 0;
 }
 
+u64 RAW_DISK_IO::get_stored_size() const
+{
+    constexpr u64 block_unit = 512;
+    struct stat status {};
+    if (m_type != disk_access::file || m_fd < 0 || fstat(m_fd, &status) != 0 ||
+        !S_ISREG(status.st_mode))
+        return get_size();
+    return std::min(get_size(), static_cast<u64>(status.st_blocks) * block_unit);
+}
+
 u64 RAW_DISK_IO::first_volume_offset() const
 {
     return m_vmdk == nullptr ? 0 : m_vmdk->first_volume_offset();

@@ -46,6 +46,9 @@ public:
     /// The arguments were acceptable; see the constructors for what that says.
     bool is_open() const { return m_open; }
     u64 get_size() const;
+    /// The bytes that the target really takes up, of a sparse file fewer than its size:
+    /// what hostile structures may cost is measured by this.
+    u64 get_stored_size() const;
     u32 bytes_per_sector() const { return m_bytes_per_sector; }
     /// Where the first partition of a chain begins, in bytes; 0 if its first sector
     /// tells of none, and for other targets.

@@ -11,7 +11,6 @@ namespace {
 constexpr u32 default_cluster_size = 4096;
 
 // What a small source may spend beyond its size.
-constexpr u64 spare_extension_reads = 4096;
 constexpr u64 spare_lists = 64;
 
 } // namespace
@@ -21,8 +20,9 @@ list_follower::list_follower(const store_source &source, u32 record_size)
       m_record_size(record_size),
       m_cluster_size(source.cluster_size != 0 ? source.cluster_size
                                               : default_cluster_size),
-      m_extension_reads(source.total_size / record_size + spare_extension_reads),
-      m_list_bytes(source.total_size + spare_lists * most_list_bytes)
+      m_list_bytes(std::min(source.total_size, source.disk.get_stored_size()) +
+                   spare_lists * most_list_bytes),
+      m_extension_reads(m_list_bytes / record_size)
 {
     m_reader.read_record = [this](u64 entry, std::vector<u8> &record) {
         return read_extension(entry, record);

@@ -29,8 +29,8 @@ private:
     const store_source &m_source;
     u32 m_record_size;
     u32 m_cluster_size;
-    u64 m_extension_reads; ///< how many more may be made
     u64 m_list_bytes;      ///< how many more may be read for non-resident lists
+    u64 m_extension_reads; ///< how many more may be made
     record_source m_reader;
 };
 

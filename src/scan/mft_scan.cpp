@@ -116,7 +116,7 @@ u64 &side_reads_left(trash_options &options, const CNtfs &volume)
 {
     constexpr u64 spare = u64{16} << 20;
     if (!options.side_reads_left)
-        options.side_reads_left = volume.get_disk()->get_size() + spare;
+        options.side_reads_left = volume.get_disk()->get_stored_size() + spare;
     return *options.side_reads_left;
 }
 

@@ -58,7 +58,7 @@ public:
           m_buffer(read_size)
     {
         m_clusters_left =
-            most_passes * (m_disk.get_size() / volume.get_cluster_size() + 1);
+            most_passes * (m_disk.get_stored_size() / volume.get_cluster_size() + 1);
     }
 
     bool can_read() const { return m_entries.is_open(); }
@@ -96,8 +96,9 @@ private:
     // False if no more clusters may be read.
     bool scan_run(const data_run &run, u64 &count)
     {
+        const u64 cluster_size = m_volume.get_cluster_size();
         const disk_piece piece{.lcn = run.lcn, .clusters = run.clusters};
-        for (u64 i = 0; i < run.clusters; ++i, ++count) {
+        for (u64 i = 0; i < run.clusters;) {
             u64 position = 0;
             // Nothing of the run lies on the medium from here on.
             if (!cluster_position(piece, i, m_volume.get_cluster_size(),
@@ -106,11 +107,41 @@ private:
                 count += run.clusters - i;
                 return true;
             }
+            const u64 left = run.clusters - i;
+            if (const u64 empty = std::min(empty_clusters(position), left)) {
+                pass_empty(count, empty);
+                i += empty;
+                continue;
+            }
             if (m_clusters_left-- == 0) return false;
-            scan_cluster(run.lcn + i, position,
-                         (run.clusters - i) * u64{m_volume.get_cluster_size()}, count);
+            scan_cluster(run.lcn + i, position, left * cluster_size, count);
+            ++i;
+            ++count;
         }
         return true;
+    }
+
+    // How many clusters from a position on give nothing but a hole of the image.
+    u64 empty_clusters(u64 position)
+    {
+        const u64 hole = m_reader.next_data(position) - position;
+        return hole < read_size ? 0
+                                : (hole - read_size) / m_volume.get_cluster_size() + 1;
+    }
+
+    void pass_empty(u64 &count, u64 clusters)
+    {
+        for (const u64 end = count + clusters; count < end;) {
+            show_count(count);
+            count =
+                std::min(end, (count / clusters_per_status + 1) * clusters_per_status);
+        }
+    }
+
+    void show_count(u64 count) const
+    {
+        if (m_options.progress && count % clusters_per_status == 0)
+            status_line("analyzing entry %lld", static_cast<long long>(count));
     }
 
     void scan_cluster(u64 cluster, u64 position, u64 ahead, u64 count)
@@ -121,8 +152,7 @@ private:
             if (!m_disk.read_checked(m_buffer.data(), length, position)) return;
             bytes = byte_view{m_buffer}.clip(0, length);
         }
-        if (m_options.progress && count % clusters_per_status == 0)
-            status_line("analyzing entry %lld", static_cast<long long>(count));
+        show_count(count);
         scan_item item;
         item.volume = &m_volume;
         item.context = &m_options;

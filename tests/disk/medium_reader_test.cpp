@@ -80,6 +80,7 @@ TEST(MediumReader, KnowsTheHolesOfASparseFile)
     if (!has_holes) GTEST_SKIP() << "no holes on this file system";
     const RAW_DISK_IO disk(path);
     medium_reader reader(disk);
+    EXPECT_LE(disk.get_stored_size(), u64{1} << 20) << "of three GiB, one page";
     EXPECT_EQ(reader.next_data(0), 1u << 20);
     EXPECT_EQ(reader.next_data((1 << 20) + 1), (1u << 20) + 1);
     EXPECT_EQ(reader.next_data(2 << 20), size);
