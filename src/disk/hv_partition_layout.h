@@ -2,6 +2,8 @@
 
 #include "base/hv_byte_view.h"
 
+#include <string_view>
+
 namespace hv {
 
 // clang-format off
@@ -30,6 +32,8 @@ inline constexpr le_field<u32> m_num_sectors        {12};
 
 /// GPT header, in the sector behind the MBR.
 namespace gpt_header {
+inline constexpr std::size_t   signature =  0;
+inline constexpr std::string_view signature_text = "EFI PART";
 inline constexpr le_field<u64> own_lba      {24}; ///< 1
 inline constexpr le_field<u64> array_lba    {72};
 inline constexpr le_field<u32> entry_count  {80};

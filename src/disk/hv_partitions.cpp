@@ -184,13 +184,32 @@ bool add_gpt_entry(partition_list &partitions, const RAW_DISK_IO &disk, byte_vie
     return true;
 }
 
+// The header in the second sector of a disk. Where it isn't, the signature of the first
+// one may still stand at 510 although sectors are larger: so disks of 4096-byte sectors
+// are written. The header then names itself. `sector_size` becomes that of the disk.
+byte_view find_gpt_header(const RAW_DISK_IO &disk, std::span<u8> buffer,
+                          u32 &sector_size)
+{
+    const byte_view header = read_at(disk, buffer, sector_size);
+    if (read_field(header, gpt_header::own_lba) == 1) return header;
+    for (const u32 size : {1024U, 2048U, 4096U, 8192U, 16384U}) {
+        const byte_view other = read_at(disk, buffer, size);
+        if (!holds_text(other, gpt_header::signature, gpt_header::signature_text) ||
+            read_field(other, gpt_header::own_lba) != 1)
+            continue;
+        sector_size = size;
+        return other;
+    }
+    return {};
+}
+
 bool walk_gpt(partition_list &partitions, const RAW_DISK_IO &disk, table_gaps gaps)
 {
     std::vector<u8> buffer(head_size);
-    const u32 sector_size = find_sector_size(read_at(disk, buffer, 0));
+    u32 sector_size = find_sector_size(read_at(disk, buffer, 0));
     if (sector_size == 0) return false;
-    const byte_view header = read_at(disk, buffer, sector_size);
-    if (read_field(header, gpt_header::own_lba) != 1) return false;
+    const byte_view header = find_gpt_header(disk, buffer, sector_size);
+    if (header.empty()) return false;
     const u64 array_lba = read_field(header, gpt_header::array_lba);
     const u64 slots = read_field(header, gpt_header::entry_count);
     const u32 entry_size = read_field(header, gpt_header::entry_size);
@@ -236,6 +255,28 @@ void add_unallocated(partition_list &partitions, u64 disk_size, u32 sector_size,
     add_gap(disk_size / sector_size, sector_size);
 }
 
+bool holds_a_volume(const partition_list &partitions)
+{
+    return std::ranges::any_of(partitions, &partition_entry::is_volume);
+}
+
+// A table says in sectors where its partitions are, and the place of its signature says
+// how large those are; but disks of 4096-byte sectors often have it at 510 as well. If
+// no partition holds a volume at 512 bytes a sector, and one does at 4096, that counts.
+void try_wide_sectors(partition_list &partitions, const RAW_DISK_IO &disk,
+                      byte_view head, table_gaps gaps, u32 &sector_size)
+{
+    constexpr u32 wide = 4096;
+    partition_list found;
+    if (sector_size != mbr::size || holds_a_volume(partitions) ||
+        !walk_mbr(found, disk, head, wide, gaps))
+        return;
+    recognise_volumes(found, disk);
+    if (!holds_a_volume(found)) return;
+    partitions.swap(found);
+    sector_size = wide;
+}
+
 bool find_by_table(partition_list &partitions, const RAW_DISK_IO &disk, byte_view head,
                    u32 sector_size, table_gaps gaps)
 {
@@ -247,7 +288,10 @@ bool find_by_table(partition_list &partitions, const RAW_DISK_IO &disk, byte_vie
     const bool is_gpt = partitions.front().is_gpt;
     // Below a GPT this is done already; below a lost table the types are evidence of
     // what the table said.
-    if (has_table && !is_gpt) recognise_volumes(partitions, disk);
+    if (has_table && !is_gpt) {
+        recognise_volumes(partitions, disk);
+        try_wide_sectors(partitions, disk, head, gaps, sector_size);
+    }
     if (gaps == table_gaps::on)
         add_unallocated(partitions, disk.get_size(), sector_size, is_gpt);
     return true;

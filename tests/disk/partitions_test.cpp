@@ -8,8 +8,10 @@
 #include <gtest/gtest.h>
 
 #include <cstdlib>
+#include <filesystem>
 #include <fstream>
 #include <iterator>
+#include <sstream>
 
 using namespace hv;
 using namespace test_support;
@@ -118,6 +120,44 @@ TEST(Partitions, AsSfdiskPrints)
     rows found = as_rows(walk(image).list);
     for (const std::string &link : links) EXPECT_EQ(std::erase(found, link), 1u) << link;
     EXPECT_EQ(found, expected);
+}
+
+// Tables for 4096-byte sectors, as they are written today: with the signature at 510.
+TEST(Partitions, AsFdiskPrintsForWideSectors)
+{
+    if (output_of("command -v fdisk").empty()) GTEST_SKIP() << "fdisk isn't there";
+    const temp_dir dir;
+    const std::string image = dir.write_file("i", std::string(64 << 20, '\0'));
+    const auto make = [&](const std::string &keys) {
+        output_of("printf '" + keys + "' | fdisk -b 4096 " + image);
+        return output_of("fdisk -b 4096 -l -o Start,Sectors " + image + " | sed '1,/^Start/d'");
+    };
+    const auto found = [&] {
+        std::string lines;
+        for (const partition_entry &one : walk(image).list)
+            lines += std::to_string(one.start_sector) + " " + std::to_string(one.sectors) + " " +
+                     std::to_string(one.byte_offset() / one.start_sector) + "\n";
+        return lines;
+    };
+    const auto squeezed = [](const std::string &printed, const std::string &size) {
+        std::string lines;
+        u64 start = 0, sectors = 0;
+        for (std::istringstream in(printed); in >> start >> sectors;)
+            lines += std::to_string(start) + " " + std::to_string(sectors) + " " + size + "\n";
+        return lines;
+    };
+    const std::string gpt = make("g\\nn\\n1\\n\\n+8M\\nn\\n2\\n\\n+16M\\nw\\n");
+    EXPECT_EQ(squeezed(gpt, "4096"), "256 2048 4096\n2304 4096 4096\n");
+    EXPECT_EQ(found(), squeezed(gpt, "4096"));
+
+    std::filesystem::resize_file(image, 0);
+    std::filesystem::resize_file(image, 64 << 20);
+    const std::string mbr = make("o\\nn\\np\\n1\\n256\\n+99\\nn\\np\\n2\\n512\\n+299\\nt\\n2\\n7\\nw\\n");
+    EXPECT_EQ(squeezed(mbr, ""), "256 100 \n512 300 \n");
+    EXPECT_EQ(found(), squeezed(mbr, "512")) << "nothing says that sectors are larger";
+    std::fstream file(image, std::ios::in | std::ios::out | std::ios::binary);
+    file.seekp(512 * 4096 + 3) << "NTFS    " << std::string("\0\x10", 2) << std::flush;
+    EXPECT_EQ(found(), squeezed(mbr, "4096"));
 }
 
 TEST(Partitions, AsSgdiskPrints)
