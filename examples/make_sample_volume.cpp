@@ -1,7 +1,10 @@
 // Makes a small NTFS volume with the bin of a Windows 10 in it: what make_sample_bin
-// writes as files, and what only a volume can hold. Usage: make_sample_volume FILE
+// writes as files, and what only a volume can hold, among it a shadow copy from the
+// time when the bin had one file more. Usage: make_sample_volume FILE
 
 #include "support/ntfs_volume_builder.h"
+#include "support/security_structures.h"
+#include "support/shadow_structures.h"
 
 #include <algorithm>
 #include <fstream>
@@ -28,6 +31,9 @@ constexpr std::uint64_t user = 65; // the entry of the user's folder
 
 constexpr std::uint64_t clusters = 640;
 constexpr int forgotten_cluster = 600; // far behind all that is in use
+constexpr int store_cluster = 512;     // at a block of the shadow copies
+
+constexpr std::uint32_t owner_id = 256;
 
 byte_vector text(std::string_view content)
 {
@@ -49,6 +55,7 @@ ntfs_item record(std::uint64_t entry, std::string name, std::u16string path,
         .name = std::move(name),
         .data =
             dollar_i_builder().path(std::move(path)).size(size).time(deleted).bytes(),
+        .security_id = owner_id,
         .times = all_at(deleted)};
 }
 
@@ -59,6 +66,7 @@ ntfs_item item(std::uint64_t entry, std::uint64_t parent, std::string name,
             .parent = parent,
             .name = std::move(name),
             .data = text(content),
+            .security_id = owner_id,
             .times = all_at(ticks(1706774400, 0))}; // 2024-02-01 08:00:00
 }
 
@@ -100,15 +108,35 @@ void add_traces(ntfs_volume_builder &volume)
                         .times = all_at(before)});
 }
 
+// All files of the sample belong to one user, as one entry of $Secure says.
+void add_owner(ntfs_volume_builder &volume)
+{
+    const byte_vector user_sid = sid(5, {21, 2025429265, 492894223, 1708537768, 1001});
+    const byte_vector full_access = ace(0, 3, 0x1F01FF, user_sid);
+    const byte_vector owned =
+        descriptor({user_sid, sid(5, {32, 545}), {}, acl({full_access})});
+    volume.stream({.entry = 9,
+                   .name = "$SDS",
+                   .data = sds_stream(sds_of(owner_id, 0, owned)),
+                   .stored = {.non_resident = true}});
+}
+
+ntfs_volume_builder whole_volume()
+{
+    ntfs_volume_builder volume;
+    add_bin(volume);
+    add_traces(volume);
+    add_owner(volume);
+    return volume.clusters(clusters);
+}
+
 // A free cluster still holds the record of metadata whose entry was given to another
 // file long ago: where an older $MFT or a copy of one lay, for example.
 void add_forgotten_record(ntfs_volume &volume)
 {
     constexpr std::uint64_t entry = 90;
     const ntfs_volume older =
-        ntfs_volume_builder()
-            .directory(item(64, 5, "$Recycle.Bin"))
-            .directory(item(user, 64, "S-1-5-21-2025429265-492894223-1708537768-1001"))
+        whole_volume()
             .file(record(entry, "$IW4X5Y6.pst", u"C:\\Users\\ada\\mail\\archive.pst",
                          73400320, before))
             .build_volume();
@@ -116,6 +144,52 @@ void add_forgotten_record(ntfs_volume &volume)
         older.image.begin() + static_cast<std::ptrdiff_t>(older.record_position(entry));
     const auto to = volume.image.begin() + std::ptrdiff_t{forgotten_cluster} * 4096;
     std::copy(from, from + 1024, to);
+}
+
+// When the shadow copy was made, the bin still had a file that was purged since, and
+// the copy has kept the block of the $MFT with its record.
+ntfs_volume build_with_shadow_copy()
+{
+    constexpr std::uint64_t entry = 92;
+    const auto add_files = [](ntfs_volume_builder volume, const byte_vector &kept) {
+        const std::uint64_t area = std::uint64_t{store_cluster} * 4096;
+        const shadow_store store{.created = first,
+                                 .block_list = area + shadow_block_size,
+                                 .header = area,
+                                 .bitmap = area + 2 * shadow_block_size,
+                                 .reference = 82 | std::uint64_t{1} << 48};
+        const std::string id = "{01010101-0101-0101-0101-010101010101}";
+        return volume.directory(item(80, 5, "System Volume Information"))
+            .file({.entry = 81,
+                   .parent = 80,
+                   .name = shadow_name,
+                   .data = shadow_catalog({store}),
+                   .stored = {.runs = {{store_cluster + 16, 4}}, .valid_size = 0}})
+            .file({.entry = 82,
+                   .parent = 80,
+                   .name = id + shadow_name,
+                   .data =
+                       joined({shadow_store_header(store, u"ada-pc", u"ada-pc"), kept}),
+                   .stored = {.runs = {{store_cluster, 16}}, .valid_size = 0}});
+    };
+    // The same volume then: all lies where it does now.
+    const byte_vector no_blocks(3 * shadow_block_size);
+    const ntfs_volume then =
+        add_files(whole_volume(), no_blocks)
+            .file(record(entry, "$IZ1Y2X3.zip", u"C:\\Users\\ada\\purged.zip", 5242880,
+                         before))
+            .build_volume();
+    const std::uint64_t record_at = then.record_position(entry);
+    const std::uint64_t block = record_at - record_at % shadow_block_size;
+    const auto kept = then.image.begin() + static_cast<std::ptrdiff_t>(block);
+    const std::uint64_t area = std::uint64_t{store_cluster} * 4096;
+    return add_files(whole_volume(),
+                     joined({shadow_descriptors({{block, area + 3 * shadow_block_size}},
+                                                area + shadow_block_size),
+                             shadow_bitmap({}, area + 2 * shadow_block_size),
+                             {kept, kept + shadow_block_size}}))
+        .file(item(entry, 5, "grocery list.txt", "milk"))
+        .build_volume();
 }
 
 } // namespace
@@ -126,10 +200,7 @@ int main(int argc, char **argv)
         std::cerr << "usage: make_sample_volume FILE\n";
         return 1;
     }
-    ntfs_volume_builder volume;
-    add_bin(volume);
-    add_traces(volume);
-    ntfs_volume built = volume.clusters(clusters).build_volume();
+    ntfs_volume built = build_with_shadow_copy();
     add_forgotten_record(built);
     std::ofstream file(argv[1], std::ios::binary);
     file << std::string(built.image.begin(), built.image.end()) << std::flush;

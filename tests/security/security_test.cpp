@@ -4,6 +4,7 @@
 #include "ntfs/ntfs.h"
 #include "support/mkntfs_volume.h"
 #include "support/ntfs_volume_builder.h"
+#include "support/security_structures.h"
 
 #include <gtest/gtest.h>
 
@@ -16,39 +17,6 @@ namespace hv {
 namespace {
 
 using namespace test_support;
-using ntfs_structures::append;
-
-byte_vector joined(const std::vector<byte_vector> &parts)
-{
-    byte_vector all;
-    for (const byte_vector &one : parts) append(all, one);
-    return all;
-}
-
-byte_vector le(u64 value, std::size_t width) { byte_vector bytes; return put_number(bytes, 0, value, width), bytes; }
-
-byte_vector sid(u8 authority, const std::vector<u32> &subauthorities)
-{
-    byte_vector bytes = {1, static_cast<u8>(subauthorities.size()), 0, 0, 0, 0, 0, authority};
-    for (const u32 one : subauthorities) append(bytes, le(one, 4));
-    return bytes;
-}
-
-byte_vector ace(u8 type, u8 flags, u32 mask, const byte_vector &trustee) { return joined({{type, flags}, le(8 + trustee.size(), 2), le(mask, 4), trustee}); }
-byte_vector acl(const std::vector<byte_vector> &aces) { return joined({{2, 0}, le(8 + joined(aces).size(), 2), le(aces.size(), 4), joined(aces)}); }
-
-// Owner, group, SACL, DACL, one behind the other; an empty one is left out.
-byte_vector descriptor(const std::vector<byte_vector> &parts)
-{
-    byte_vector bytes = {1, 0, 0x14, 0x80};
-    bytes.resize(20);
-    for (std::size_t i = 0; i < parts.size(); ++i) {
-        if (!parts[i].empty()) put_number(bytes, 4 + 4 * i, bytes.size(), 4);
-        append(bytes, parts[i]);
-    }
-    return bytes;
-}
-
 const byte_vector system_sid = sid(5, {18});
 // Owner at 20, group at 48, SACL at 64, DACL at 92, its ACEs at 100, 124 and 144.
 const byte_vector full = descriptor(
@@ -155,17 +123,6 @@ TEST(Descriptor, DamageGivesABoundedReport)
     }
 }
 
-// An entry of "$SDS". The hash is turned by three bits, and each word added.
-byte_vector sds_of(u32 id, u64 position, const byte_vector &content)
-{
-    u32 hash = 0;
-    for (std::size_t i = 0; i < content.size(); i += 4)
-        hash = (hash << 3 | hash >> 29) + (content[i] | u32{content[i + 1]} << 8 | u32{content[i + 2]} << 16 | u32{content[i + 3]} << 24);
-    byte_vector bytes = joined({le(hash, 4), le(id, 4), le(position, 8), le(20 + content.size(), 4), content});
-    bytes.resize((bytes.size() + 15) / 16 * 16);
-    return bytes;
-}
-
 // "entry owner" for each of the entries of a volume that has an owner.
 std::string owners_of(const std::string &image, u64 offset, const std::vector<u64> &entries)
 {
@@ -183,7 +140,7 @@ TEST(SecurityMap, FindsOwnersThroughDamage)
 {
     constexpr std::size_t mirror = 0x40000, each = 64;
     byte_vector sds, bytes;
-    for (u32 id = 256; id < 262; ++id) append(sds, sds_of(id, sds.size(), descriptor({sid(5, {32, id})})));
+    for (u32 id = 256; id < 262; ++id) sds = joined({sds, sds_of(id, sds.size(), descriptor({sid(5, {32, id})}))});
     sds.resize(mirror, 'T');
     sds = joined({sds, sds, sds_of(262, 2 * mirror, descriptor({}))}); // 262 is without an owner
     put_number(sds, each + 52, 9, 4);              // 257: another owner; the hash tells
