@@ -2,6 +2,7 @@
 
 #include "base/hv_types.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <fcntl.h>
 #include <limits>
@@ -40,6 +41,20 @@ inline int open_source_file(const char *path)
     // Not to wait was for the open alone.
     fcntl(descriptor, F_SETFL, fcntl(descriptor, F_GETFL) & ~O_NONBLOCK);
     return descriptor;
+}
+
+/// The bytes of an open target of `size` bytes that really are there: of a sparse file
+/// fewer than its size. Only a file that has a hole is believed to store less: many
+/// file systems, such as those that show the inside of an image, don't count blocks.
+inline u64 stored_bytes(int descriptor, u64 size)
+{
+    constexpr u64 block_unit = 512;
+    struct stat status {};
+    if (descriptor < 0 || fstat(descriptor, &status) != 0 || !S_ISREG(status.st_mode))
+        return size;
+    const off_t hole = lseek(descriptor, 0, SEEK_HOLE);
+    if (hole < 0 || static_cast<u64>(hole) >= size) return size;
+    return std::min(size, static_cast<u64>(status.st_blocks) * block_unit);
 }
 
 /// Reads until `length` bytes are there, the target ends, or an error comes. Returns

@@ -212,12 +212,10 @@ u64 RAW_DISK_IO::get_size() const
 
 u64 RAW_DISK_IO::get_stored_size() const
 {
-    constexpr u64 block_unit = 512;
-    struct stat status {};
-    if (m_type != disk_access::file || m_fd < 0 || fstat(m_fd, &status) != 0 ||
-        !S_ISREG(status.st_mode))
-        return get_size();
-    return std::min(get_size(), static_cast<u64>(status.st_blocks) * block_unit);
+    if (m_vmdk == nullptr) return stored_bytes(m_fd, get_size());
+    u64 bytes = 0;
+    for (const vmdk_file *file : m_vmdk->files()) bytes += file->get_stored_size();
+    return std::min(bytes, get_size());
 }
 
 u64 RAW_DISK_IO::first_volume_offset() const

@@ -35,7 +35,8 @@ public:
     /// be opened is told on standard error. With another access than `drive` nothing
     /// is opened.
     explicit RAW_DISK_IO(u32 drive_number, disk_access access = disk_access::drive);
-    /// By the files of a chain of virtual disks, in any order. `is_open` says that all
+    /// By the files of a chain of virtual disks, in any order, as a vector by that name
+    /// (a list in braces would be ambiguous). `is_open` says that all
     /// were read and that they make up a chain; the size is that of the base's disk.
     /// What of the chain can't be read is zeros.
     explicit RAW_DISK_IO(const std::vector<std::string> &paths);
@@ -46,8 +47,8 @@ public:
     /// The arguments were acceptable; see the constructors for what that says.
     bool is_open() const { return m_open; }
     u64 get_size() const;
-    /// The bytes that the target really takes up, of a sparse file fewer than its size:
-    /// what hostile structures may cost is measured by this.
+    /// The bytes that the target really takes up, of a sparse file or a chain fewer
+    /// than its size: what hostile structures may cost is measured by this.
     u64 get_stored_size() const;
     u32 bytes_per_sector() const { return m_bytes_per_sector; }
     /// Where the first partition of a chain begins, in bytes; 0 if its first sector

@@ -18,6 +18,10 @@ namespace {
 
 constexpr std::string_view sds_stream_name = "$SDS";
 
+// Entries stand one behind the other from the start of the stream on. Where so many
+// blocks in a row hold none, the stream's size is damaged.
+constexpr u64 most_empty_blocks = 64;
+
 // Two SIDs and two ACLs of the largest size take less.
 constexpr u64 most_descriptor_bytes = sds_entry::block_size;
 
@@ -30,7 +34,7 @@ u64 readable_size(const CNtfs &volume, const attrib_info &stream)
     return std::min(
         {std::max(stream.real_size, stream.valid_size),
          runs_total_bytes(stream.cluster_runs, volume.get_cluster_size(), false),
-         disk->get_size()});
+         disk->get_stored_size()});
 }
 
 bool find_attribute_of(attrib_info &out, const CNtfs &volume, u64 entry,
@@ -79,14 +83,20 @@ try {
     m_runs = run_index(stream.cluster_runs);
     const u64 size = readable_size(m_volume, stream);
     std::vector<u8> block(std::min(size, sds_entry::block_size));
-    for (u64 at = 0; at < size; at += sds_entry::block_size) {
+    u64 empty_blocks = 0;
+    for (u64 at = 0; at < size && empty_blocks < most_empty_blocks;
+         at += sds_entry::block_size) {
+        ++empty_blocks;
         u32 got = static_cast<u32>(std::min<u64>(block.size(), size - at));
         u64 flags = 0;
         // What can't be read here, the mirror may have.
         if (!read_stream_range(m_volume, m_runs, at, block.data(), got, flags))
             continue;
         for_each_sds_entry(byte_view{block.data(), got}, at,
-                           [this](const sds_record &entry) { remember(entry); });
+                           [&](const sds_record &entry) {
+                               empty_blocks = 0;
+                               remember(entry);
+                           });
     }
 } catch (const std::bad_alloc &) {
     return; // what is known so far stays

@@ -19,7 +19,7 @@ constexpr u64 largest_descriptor = u64{1} << 20;
 
 // Tables of the usual size cover 32 MiB each. A header that needs more than so many
 // tables is damaged.
-constexpr u64 most_tables = u64{1} << 22;
+constexpr u64 most_tables = u64{1} << 20;
 
 // Header and tables have always been addressed with 32 bits.
 constexpr u64 most_metadata_sectors =
@@ -164,6 +164,19 @@ bool vmdk_file::find_directory(u64 &place, u64 &entries) const
     return entries != 0 && entries <= most_tables;
 }
 
+u64 vmdk_file::get_stored_size() const
+{
+    return stored_bytes(m_fd, m_file_size);
+}
+
+// Whether a stretch of the file lies in a hole whole. Behind the end nothing does.
+bool vmdk_file::is_hole(u64 place, u64 length) const
+{
+    if (place >= m_file_size || length > m_file_size - place) return false;
+    const off_t data = lseek(m_fd, static_cast<off_t>(place), SEEK_DATA);
+    return data < 0 ? errno == ENXIO : static_cast<u64>(data) >= place + length;
+}
+
 bool vmdk_file::load_tables()
 {
     u64 place = 0;
@@ -171,13 +184,14 @@ bool vmdk_file::load_tables()
     if (!find_directory(place, count)) return false;
     const std::vector<u32> directory =
         table_of(byte_view{read_area(place, count * vmdk_entry_size)});
-    // No table is longer than the disk needs, and all together not than the file is.
+    // No table is longer than the disk needs. All together have about the size that
+    // the file really takes up: one in a hole is empty, and costs nothing.
     const u64 table_bytes =
         std::min<u64>(get(vmdk_header::entries_per_table), m_grains) * vmdk_entry_size;
-    u64 left = m_file_size;
+    u64 left = 2 * get_stored_size() + table_bytes;
     m_gts.reserve(directory.size());
     for (const u32 sector : directory) {
-        if (sector == 0) {
+        if (sector == 0 || is_hole(u64{sector} * vmdk_sector_size, table_bytes)) {
             m_gts.emplace_back();
             continue;
         }

@@ -44,6 +44,8 @@ public:
 
     /// The size of the virtual disk; 0 unless valid.
     u64 get_capacity_bytes() const;
+    /// The bytes that the file really takes up, at most its size.
+    u64 get_stored_size() const;
     /// Where the partitions begin that the disk's first sector tells of, in bytes of
     /// the virtual disk, and their sector sizes. Empty if this file doesn't hold the
     /// sector.
@@ -83,6 +85,7 @@ private:
         return byte_view{m_header}.read_padded<T>(field.offset);
     }
     std::vector<u8> read_area(u64 place, u64 most) const;
+    bool is_hole(u64 place, u64 length) const;
     bool read_header();
     bool read_descriptor();
     void add_descriptor_line(const std::string &line);

@@ -11,6 +11,7 @@
 #include <bit>
 #include <cstdio>
 #include <cstring>
+#include <new>
 #include <set>
 #include <tuple>
 
@@ -100,6 +101,7 @@ vss_container::~vss_container() = default;
 bool vss_container::init(std::string_view image_path, u64 volume_offset,
                          bool load_blocks)
 {
+    clear();
     auto opened = std::make_unique<CNtfs>(image_path, volume_offset, volume_kind::path);
     if (!opened->validate_volume()) return false;
     const bool complete = init(*opened, load_blocks);
@@ -107,13 +109,20 @@ bool vss_container::init(std::string_view image_path, u64 volume_offset,
     return complete;
 }
 
-bool vss_container::init(const CNtfs &volume, bool load_blocks)
+void vss_container::clear()
 {
     m_volume = nullptr;
+    m_stores.clear();
     m_snapshots.clear();
     m_index.clear();
+    m_cursor = 0;
     m_files.clear();
     m_attached = nullptr;
+}
+
+bool vss_container::init(const CNtfs &volume, bool load_blocks)
+try {
+    clear();
     if (!volume.is_validated()) return false;
     m_volume = &volume;
     m_source = vss_block_source(volume);
@@ -124,6 +133,9 @@ bool vss_container::init(const CNtfs &volume, bool load_blocks)
     number_stores();
     attach_own_files();
     return !load_blocks || load_all_blocks();
+} catch (const std::bad_alloc &) {
+    clear();
+    return false;
 }
 
 // Numbers in catalogs needn't begin with 1: old snapshots get deleted. Their order is
@@ -229,7 +241,8 @@ void vss_container::locate_mft(u64 store_number)
     pull_descriptors_at_vol_offset(set, block_start(own), store_number, true, false);
     for (const vss_descriptor_ref &ref : set) {
         const vss_block_descriptor &one = at(ref);
-        if (one.has(vss_descriptor::overlay) && one.sectors != 0) {
+        // Only the byte of the first eight sectors has always been looked at.
+        if (one.has(vss_descriptor::overlay) && (one.sectors & 0xFF) != 0) {
             result = one.store_offset;
             return;
         }
@@ -542,26 +555,29 @@ bool vss_container::read_snapshot_file(std::vector<u8> &buffer, u32 &out_length,
     const auto found = m_files.find(reference);
     if (m_volume == nullptr || (reference != 0 && found == m_files.end())) return false;
     if (reference != 0) m_attached = &found->second;
-    if (reference == 0) {
-        if (buffer.size() < length) buffer.resize(length);
-        u64 status = 0;
-        u32 got = length;
-        if (read_stream_range(*m_volume, m_attached->runs, offset, buffer.data(), got,
-                              status))
-            out_length = got;
-        return out_length != 0;
-    }
+    // The buffer grows with what arrives, whatever length is asked for.
     u64 position = 0;
     while (out_length < length &&
            !__builtin_add_overflow(offset, out_length, &position)) {
         const u32 share = std::min(length - out_length, block_size);
         if (buffer.size() < out_length + share) buffer.resize(out_length + share);
-        const u32 got =
-            read_clusters(buffer.data() + out_length, share, *m_attached, position);
+        u8 *const target = buffer.data() + out_length;
+        const u32 got = reference == 0
+                            ? read_live(target, share, *m_attached, position)
+                            : read_clusters(target, share, *m_attached, position);
         if (got == 0) break;
         out_length += got;
     }
     return out_length != 0;
+}
+
+// Up to `bytes` bytes of a file as it is on the volume now. Returns how many.
+u32 vss_container::read_live(u8 *out, u32 bytes, const attached_file &file,
+                             u64 position) const
+{
+    u64 status = 0;
+    return read_stream_range(*m_volume, file.runs, position, out, bytes, status) ? bytes
+                                                                                 : 0;
 }
 
 // Up to `bytes` bytes at a position of a file, no further than one run or one block

@@ -51,7 +51,8 @@ public:
     /// catalog; with `load_blocks` also the blocks of all stores. False if there is no
     /// volume or no catalog, or if a store can't be read whole. In that last case reads
     /// work all the same: what the store would have held comes from where it doesn't
-    /// hold anything.
+    /// hold anything. After a failed `init` whose volume or catalog is missing, and
+    /// for a lack of memory, nothing can be read; it may be called again.
     bool init(std::string_view image_path, u64 volume_offset, bool load_blocks);
     /// The same for a validated volume, which has to outlive this object.
     bool init(const CNtfs &volume, bool load_blocks);
@@ -80,14 +81,19 @@ public:
                        u64 volume_offset, bool include_flag_8 = false);
 
     /// Makes a file readable for `read_snapshot_file`: where its clusters are as of a
-    /// snapshot (0 for now). `init` has done so for the $MFT of each snapshot under the
-    /// snapshot's number, and for catalog and store files under their own references.
+    /// snapshot (0 for now). They stand in the file's record, which is read from the
+    /// snapshot's $MFT at entry number x record size; `decode_attribute_runs` takes
+    /// them from its $DATA. With the blocks loaded, `init` has attached the $MFT of
+    /// each snapshot under the snapshot's number, as far as its own record lists its
+    /// runs, and catalog and store files under their own references.
     void attach_file(u64 reference, u64 store_number,
                      const std::vector<disk_run> &runs);
     /// Reads `length` bytes at `offset` of an attached file as its snapshot saw them.
     /// The reference 0 reads the file that was read last as it is on the volume now;
     /// at first that is the $MFT. `buffer` grows as needed, `out_length` becomes the
-    /// bytes up to the first cluster that can't be read. False if there are none.
+    /// bytes up to the first cluster that can't be read. The length of the file isn't
+    /// known here: what its last cluster has behind its end is delivered as well. False
+    /// if there are no bytes.
     bool read_snapshot_file(std::vector<u8> &buffer, u32 &out_length, u64 reference,
                             u64 offset, u32 length);
 
@@ -129,6 +135,7 @@ private:
     };
     using level = std::span<const vss_descriptor_ref>;
 
+    void clear();
     void number_stores();
     bool load_all_blocks();
     void attach_own_files();
@@ -151,6 +158,7 @@ private:
     bool read_at(u8 *buffer, u32 &length, u64 offset, std::string_view label);
     bool read_snapshot_block(std::vector<u8> &buffer, u32 &out_length,
                              const vss_read_request &request);
+    u32 read_live(u8 *out, u32 bytes, const attached_file &file, u64 position) const;
     u32 read_clusters(u8 *out, u64 bytes, const attached_file &file, u64 position);
 
     std::unique_ptr<CNtfs> m_opened;

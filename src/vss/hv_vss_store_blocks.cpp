@@ -84,7 +84,7 @@ std::string vss_descriptor_flag_names(u32 flags)
 
 vss_block_source::vss_block_source(const CNtfs &from)
     : volume(&from),
-      blocks_left(from.get_disk()->get_size() / vss_block::block_size + 1)
+      blocks_left(from.get_disk()->get_stored_size() / vss_block::block_size + 1)
 {
 }
 

@@ -159,11 +159,18 @@ TEST(Vmdk, KeepsWhatACutFileHas)
     for (const char *lines : {"magic number:            0x564d444b\nversion:                 0x1\nflags:                   0x3\n\t- valid new line detection\n\t- redund",
                               "capacity:                0x18\n", "(1st):   0xd\ndouble EOL char (2nd):   0xa\ncompression algorithm:   0x0\npad for 433 (0x1b1) bytes\n"})
         EXPECT_NE(dump.str().find(lines), std::string::npos) << dump.str();
-    // Tables that share one place would cost more than the file has: of five sectors, five tables are taken.
+    // Tables that share one place would cost more than the file has: of five sectors, eleven tables are taken.
     std::string shared = sparse_file{.cid = "1", .capacity = 128 * 128, .entries = 128, .grains = {}}.bytes().substr(0, 5 * 512);
     for (std::size_t at = 0; at < 512; at += 4) shared[1536 + at] = shared[2048 + at] = 4;
     shared[64] = 5;
-    EXPECT_TRUE(many.open(dir.write_file("shared", shared)) && many.lookup(4 * 65536, length) && !many.lookup(5 * 65536, length));
+    // In a hole they cost nothing, and hold nothing.
+    std::string far = shared;
+    for (std::size_t at = 1540; at < 2048; at += 4) far.replace(at, 4, {5, 0, 0, 1});
+    const std::string holes = dir.write_file("holes", far);
+    std::filesystem::resize_file(holes, u64{16} << 30);
+    vmdk_file empty;
+    EXPECT_TRUE(empty.open(holes) && empty.lookup(0, length) && !empty.lookup(65536, length));
+    EXPECT_TRUE(many.open(dir.write_file("shared", shared)) && many.lookup(10 * 65536, length) && !many.lookup(11 * 65536, length));
 }
 
 TEST(Vmdk, ChecksLists)

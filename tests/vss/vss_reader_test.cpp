@@ -171,6 +171,16 @@ TEST(VssReader, EdgesAndReports)
     EXPECT_EQ(volume.describe(length), "114200*31 194000*8 0*8");
     ASSERT_TRUE(container.read_snapshot_file(volume.buffer, length, 0, 0, 512));
     EXPECT_EQ(volume.describe(length), "200000*1") << "the same file now";
+    volume.buffer = {};
+    EXPECT_TRUE(
+        container.read_snapshot_file(volume.buffer, length, 0, 0, 2'000'000'000));
+    EXPECT_EQ(length, 24576u) << "six clusters, whatever was asked for";
+    EXPECT_LT(volume.buffer.size(), 2 * block + 24576);
+    // Without the blocks, nothing of an earlier use is left.
+    EXPECT_TRUE(container.init(volume.path, 0, false));
+    EXPECT_EQ(volume.read(1, L0), "200000*32");
+    EXPECT_FALSE(container.init(volume.path, 512, true));
+    EXPECT_EQ(volume.read(0, L0), "-");
 }
 
 // The list's second block is away: what the first one has stays, and the loss is told.
