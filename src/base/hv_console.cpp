@@ -127,6 +127,11 @@ void flush_console()
     pending.flush();
 }
 
+void tend_console()
+{
+    pending.flush_if_due();
+}
+
 int print_error(const char *format, ...)
 {
     std::va_list args;

@@ -38,6 +38,8 @@ void end_progress(bool show_progress);
 
 /// Writes what was gathered.
 void flush_console();
+/// Writes it if it has waited long enough: for passes that draw rarely.
+void tend_console();
 
 /// Prints a printf-style message on standard error, behind an erased progress line. A
 /// text of more than 4096 characters isn't printed. Returns its length.

@@ -54,7 +54,8 @@ inline u64 stored_bytes(int descriptor, u64 size)
         return size;
     const off_t hole = lseek(descriptor, 0, SEEK_HOLE);
     if (hole < 0 || static_cast<u64>(hole) >= size) return size;
-    return std::min(size, static_cast<u64>(status.st_blocks) * block_unit);
+    const u64 stored = static_cast<u64>(status.st_blocks) * block_unit;
+    return stored == 0 ? size : std::min(size, stored);
 }
 
 /// Reads until `length` bytes are there, the target ends, or an error comes. Returns

@@ -92,6 +92,8 @@ void carve_cluster(const scan_item &item)
     const u64 size = item.data.size();
     const u64 chunk =
         options.cluster_size == 0 ? size : std::min<u64>(options.cluster_size, size);
+    // A smaller chunk holds neither a record nor a list, but there may be many of them.
+    if (chunk < info2::least_size) return;
     for (u64 at = 0; at < size; at += chunk) {
         const byte_view bytes = item.data.clip(at, chunk);
         const record_search records = take_records(item, at, bytes);

@@ -81,7 +81,7 @@ store_source source_of(const RAW_DISK_IO &disk, const trash_options &options)
 bool scan(trash_options &options, const store_source &source,
           const parse_options &parse, const RAW_DISK_IO *content_disk)
 {
-    u64 load_budget = source.disk.get_size();
+    u64 load_budget = source.disk.get_stored_size();
     const record_filter filter = [&](parsed_record &record, u64 store_index) {
         return filter_record(options, record, store_index, content_disk, load_budget);
     };

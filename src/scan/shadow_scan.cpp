@@ -6,9 +6,11 @@
 #include "ntfs/ntfs.h"
 #include "run/trash_options.h"
 #include "scan/carve.h"
+#include "scan/cluster_visits.h"
 #include "vss/hv_vss_catalog.h"
 
 #include <algorithm>
+#include <map>
 #include <vector>
 
 namespace hv {
@@ -22,9 +24,9 @@ constexpr u32 read_size = 4096;
 // Every so many clusters the progress line is drawn anew.
 constexpr u64 clusters_per_status = 53;
 
-// Store files don't share clusters, so all of them together fill the volume once at
-// most. Hostile run lists may lose the rest.
-constexpr u64 most_passes = 4;
+// Store files don't share clusters, and no two stores a file. Hostile catalogs and run
+// lists are served so often and no more.
+constexpr unsigned most_visits = 4;
 
 std::string pair_text(std::string_view name, std::string_view value)
 {
@@ -55,10 +57,9 @@ public:
           m_disk(*volume.get_disk()),
           m_entries(volume, options.log()),
           m_reader(m_disk),
-          m_buffer(read_size)
+          m_buffer(read_size),
+          m_visits(most_visits)
     {
-        m_clusters_left =
-            most_passes * (m_disk.get_stored_size() / volume.get_cluster_size() + 1);
     }
 
     bool can_read() const { return m_entries.is_open(); }
@@ -66,17 +67,17 @@ public:
     store_outcome scan_store(const std::string &store_id, const vss_store &store)
     {
         mft_entry file;
+        const u64 entry = reference_entry(store.file_reference);
         // Without this entry of the catalog, nothing says which file it is.
-        if (!store.entry_of(3).seen ||
-            !m_entries.analyze_entry(file, reference_entry(store.file_reference)))
+        if (!store.entry_of(3).seen || ++m_file_visits[entry] > most_visits ||
+            !m_entries.analyze_entry(file, entry))
             return store_outcome::skipped;
         m_options.scan_label = location_text(store_id, store, m_options.format);
         if (m_options.progress) print_error("analyzing: %s\n", store_id.c_str());
         const attribute_view *data = first_data(file);
         if (data == nullptr) return store_outcome::stop;
-        u64 count = 0;
-        for (const data_run &run : data->runs)
-            if (!scan_run(run, count)) break;
+        m_count = 0;
+        for (const data_run &run : data->runs) scan_run(run);
         return store_outcome::scanned;
     }
 
@@ -93,32 +94,46 @@ private:
         return nullptr;
     }
 
-    // False if no more clusters may be read.
-    bool scan_run(const data_run &run, u64 &count)
+    // The clusters of a run that begin on the medium, each as often as it may be read.
+    void scan_run(const data_run &run)
+    {
+        const u64 counted = m_count + run.clusters;
+        const u64 end = clusters_on_volume();
+        if (run.lcn < end) {
+            const u64 clusters = std::min<u64>(run.clusters, end - run.lcn);
+            for (const auto &[first, behind] :
+                 m_visits.take(run.lcn, run.lcn + clusters)) {
+                const u64 first_count = counted - run.clusters + (first - run.lcn);
+                scan_stretch(first, behind, first_count);
+            }
+        }
+        m_count = counted;
+    }
+
+    // Up to the last cluster of which the medium has a byte.
+    u64 clusters_on_volume() const
+    {
+        const u64 size = m_disk.get_size();
+        const u64 offset = m_volume.get_volume_offset();
+        const u64 cluster = m_volume.get_cluster_size();
+        return offset >= size ? 0 : (size - offset - 1) / cluster + 1;
+    }
+
+    void scan_stretch(u64 first, u64 end, u64 count)
     {
         const u64 cluster_size = m_volume.get_cluster_size();
-        const disk_piece piece{.lcn = run.lcn, .clusters = run.clusters};
-        for (u64 i = 0; i < run.clusters;) {
-            u64 position = 0;
-            // Nothing of the run lies on the medium from here on.
-            if (!cluster_position(piece, i, m_volume.get_cluster_size(),
-                                  m_volume.get_volume_offset(), position) ||
-                position >= m_disk.get_size()) {
-                count += run.clusters - i;
-                return true;
-            }
-            const u64 left = run.clusters - i;
+        for (u64 cluster = first; cluster < end;) {
+            const u64 position = cluster * cluster_size + m_volume.get_volume_offset();
+            const u64 left = end - cluster;
             if (const u64 empty = std::min(empty_clusters(position), left)) {
                 pass_empty(count, empty);
-                i += empty;
+                cluster += empty;
                 continue;
             }
-            if (m_clusters_left-- == 0) return false;
-            scan_cluster(run.lcn + i, position, left * cluster_size, count);
-            ++i;
+            scan_cluster(cluster, position, left * cluster_size, count);
+            ++cluster;
             ++count;
         }
-        return true;
     }
 
     // How many clusters from a position on give nothing but a hole of the image.
@@ -160,6 +175,7 @@ private:
         item.offset = position;
         item.number = cluster;
         carve_cluster(item);
+        tend_console();
     }
 
     const CNtfs &m_volume;
@@ -168,7 +184,9 @@ private:
     const mft_entries_ctx m_entries;
     medium_reader m_reader;
     std::vector<u8> m_buffer;
-    u64 m_clusters_left;
+    cluster_visits m_visits;
+    std::map<u64, unsigned> m_file_visits; ///< by entry number
+    u64 m_count = 0;                       ///< clusters of the store, as reported
 };
 
 bool scan_all_stores(const CNtfs &volume, trash_options &options)

@@ -58,6 +58,7 @@ bool read_bitmap(const CNtfs &volume, byte_sink::visitor visit)
     std::ostream stream(&sink);
     stream_options options;
     options.compact = true;
+    options.most_bytes = most_clusters / 8 + 1; // one byte more is too many already
     return read_inode_data(volume, bitmap_entry_number, stream, options);
 }
 
@@ -144,6 +145,7 @@ private:
             const u64 behind = std::min(cluster + empty, end);
             count(cluster, behind);
             cluster = behind;
+            if (empty != 0) m_last_position = in_a_hole;
             if (empty == 0) cluster += scan_group(cluster, end - cluster, position);
         }
     }
@@ -165,6 +167,7 @@ private:
                 hand_on(cluster + i, position + i * m_cluster_size,
                         bytes.clip(i * m_cluster_size, m_cluster_size));
         }
+        tend_console();
         return many;
     }
 
@@ -197,7 +200,9 @@ private:
     bool read_into_buffer(u64 position)
     {
         u32 length = m_cluster_size;
-        if (m_last_position != position)
+        if (m_last_position == in_a_hole)
+            std::ranges::fill(m_cluster, u8{0});
+        else
             m_disk.read_checked(m_cluster.data(), length, m_last_position);
         length = m_cluster_size;
         return m_disk.read_checked(m_cluster.data(), length, position);
@@ -212,8 +217,9 @@ private:
     medium_reader m_reader;
     std::vector<u8> m_cluster;
     scan_item m_item;
-    u64 m_last_position = ~u64{0};
-    u64 m_next = 0; ///< cluster of the next bit
+    static constexpr u64 in_a_hole = ~u64{0};
+    u64 m_last_position = in_a_hole; ///< of the cluster handed on or passed over last
+    u64 m_next = 0;                  ///< cluster of the next bit
     u64 m_start = 0;
     bool m_is_open = false;
     bool m_announce = true;

@@ -20,7 +20,7 @@ constexpr std::string_view folder_name = "system volume information";
 
 // A volume has some hundred snapshots at most, each with two entries of 128 bytes. A
 // file that claims more may be a hole of any size.
-constexpr u64 largest_catalog = u64{64} << 20;
+constexpr u64 largest_catalog = u64{4} << 20;
 
 bool has_identifier(byte_view block)
 {

@@ -1,4 +1,5 @@
 #include "scan/carve.h"
+#include "scan/cluster_visits.h"
 #include "scan/mft_scan.h"
 #include "scan/shadow_scan.h"
 #include "scan/unalloc_scan.h"
@@ -11,6 +12,8 @@
 
 #include <gtest/gtest.h>
 
+#include <map>
+#include <random>
 #include <sstream>
 
 namespace hv {
@@ -37,28 +40,38 @@ protected:
 };
 
 // The free clusters of a volume, each with what lies there: as a plain walk of the
-// bitmap tells, on a whole image and on one that is cut inside a free cluster.
-TEST_F(LaterPasses, UnallocatedScanGivesEachFreeClusterOnce)
+// bitmap tells, on a whole image and on one that is cut inside a free cluster, with
+// zeros stored and with holes in their place.
+class UnallocatedScan : public LaterPasses, public testing::WithParamInterface<u64> {};
+
+TEST_P(UnallocatedScan, GivesEachFreeClusterOnce)
 {
-    constexpr u64 volume_offset = 1536;
-    const ntfs_volume built =
-        ntfs_volume_builder()
-            .offset(volume_offset)
-            .clusters(1003) // the last byte of the bitmap is padded
-            .file({.entry = 64,
-                   .name = "a",
-                   .data = byte_vector(90000, 'a'),
-                   .stored = {.runs = {{500, 10}, {700, 12}}}})
-            .build_volume();
+    using item_list = std::vector<std::pair<u64, std::string>>;
+    const u64 volume_offset = GetParam();
+    const ntfs_volume built = ntfs_volume_builder()
+                                  .offset(volume_offset)
+                                  .clusters(1003) // the bitmap's last byte is padded
+                                  .file({.entry = 64,
+                                         .name = "a",
+                                         .data = byte_vector(90000, 'a'),
+                                         .stored = {.runs = {{500, 10}, {700, 12}}}})
+                                  .build_volume();
     byte_vector image = built.image;
     for (u64 i = 0; i < image.size(); i += 512)
-        image[i + 100] ^= static_cast<u8>(i >> 9);
+        if ((i - volume_offset) >> 16 & 1)
+            image[i + 100] ^= static_cast<u8>(i >> 9 | 1);
     const u64 bitmap = volume_offset + built.stream_runs(6).at(0).lcn * 4096;
+    const auto drop_zeros = [](item_list &list) {
+        std::erase_if(list, [](auto &one) {
+            return one.second.find_first_not_of('\0') == std::string::npos;
+        });
+    };
     for (const u64 cut : {u64{0}, u64{4096} * 3 + 1000}) {
         image.resize(image.size() - cut);
+        image[image.size() - 500] = 1; // what is ahead of it lies in a hole
         const std::string medium = text(image);
         std::string last(4096, '\0');
-        std::vector<std::pair<u64, std::string>> expected, found;
+        item_list expected;
         for (u64 cluster = 0; cluster < 1008; ++cluster) {
             const u64 at = volume_offset + cluster * 4096;
             if ((image[bitmap + cluster / 8] >> cluster % 8 & 1) != 0 ||
@@ -70,22 +83,45 @@ TEST_F(LaterPasses, UnallocatedScanGivesEachFreeClusterOnce)
             last.replace(0, there.size(), there);
             expected.emplace_back(cluster, last);
         }
-        const auto volume = open(image, volume_offset);
-        ASSERT_NE(volume, nullptr);
-        EXPECT_TRUE(scan_unallocated(
-            *volume,
-            [&](const scan_item &item) {
-                EXPECT_EQ(item.offset, volume_offset + item.number * 4096);
-                found.emplace_back(item.number, text({item.data.bytes().begin(),
-                                                      item.data.bytes().end()}));
-            },
-            options));
         EXPECT_GT(expected.size(), 900u);
-        // Clusters that the image doesn't hold may be left out: they read as zeros.
-        std::erase_if(expected, [](auto &one) {
-            return one.second.find_first_not_of('\0') == std::string::npos;
-        });
-        EXPECT_EQ(found, expected);
+        drop_zeros(expected);
+        for (const char *sparse : {"never", "always"}) {
+            const std::string path = dir / sparse;
+            const std::string copy = std::string("cp --sparse=") + sparse + " " +
+                                     dir.write_file("image", medium) + " " + path;
+            ASSERT_EQ(std::system(copy.c_str()), 0);
+            const auto volume = open_volume(path, volume_offset);
+            ASSERT_NE(volume, nullptr);
+            item_list found;
+            const scan_callback take = [&found, volume_offset](const scan_item &item) {
+                EXPECT_EQ(item.offset, volume_offset + item.number * 4096);
+                const auto bytes = item.data.bytes();
+                found.emplace_back(item.number,
+                                   std::string(bytes.begin(), bytes.end()));
+            };
+            EXPECT_TRUE(scan_unallocated(*volume, take, options));
+            drop_zeros(found);
+            EXPECT_EQ(found, expected) << sparse << ' ' << cut;
+        }
+    }
+}
+// At the start of a block of the file, and inside one.
+INSTANTIATE_TEST_SUITE_P(Offsets, UnallocatedScan, testing::Values(8192, 1536));
+
+TEST(ClusterVisits, HandsOutEachClusterSoOftenAndNoMore)
+{
+    std::mt19937 random(5);
+    cluster_visits visits(2);
+    std::map<u64, int> counts;
+    for (int round = 0; round < 2000; ++round) {
+        const u64 first = random() % 300, end = first + random() % 40;
+        std::vector<u64> found, expected;
+        for (const auto &[from, to] : visits.take(first, end))
+            for (u64 cluster = from; cluster < to; ++cluster) found.push_back(cluster);
+        for (u64 cluster = first; cluster < end; ++cluster)
+            if (counts[cluster] < 2) ++counts[cluster], expected.push_back(cluster);
+        ASSERT_EQ(found, expected) << round;
+        if (round % 50 == 49) visits = cluster_visits(2), counts.clear();
     }
 }
 
