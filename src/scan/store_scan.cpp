@@ -17,8 +17,9 @@ constexpr u32 largest_record_size = 4096;
 constexpr u32 default_first_read = 4096;
 constexpr u32 sector_size = 512;
 
-// One request for many blocks: the cost of a scan is in the requests.
-constexpr u64 large_read = u64{512} * 1024;
+// One request for many blocks: the cost of a scan is in the requests, and in bytes that
+// have left the nearest caches by the time they are looked at.
+constexpr u64 large_read = u64{64} * 1024;
 
 constexpr unsigned progress_width = 40;
 constexpr unsigned progress_step = 5;

@@ -226,10 +226,10 @@ TEST(Vmdk, SurvivesDamage)
     for (std::size_t size = 0; size < good.size(); size += 37) opened += try_out(good.substr(0, size));
     EXPECT_TRUE(opened > 0 && opened < good.size() / 74) << "a cut ahead of the first grain is no disk";
     for (std::size_t at = 0; at < 2080; at = at == 79 ? 512 : at == 600 ? 1536 : at == 1580 ? 2048 : at + 1)
-        for (const int change : {0x01, 0x80, 0xFF}) {
+        for (const int flipped : {0x01, 0x80, 0xFF}) {
             std::string bytes = good;
-            try_out(bytes.replace(at, 1, 1, static_cast<char>(good[at] ^ change)));
-            if (at % 4 == 0) try_out(bytes.replace(at, 4, 4, static_cast<char>(change)));
+            try_out(bytes.replace(at, 1, 1, static_cast<char>(good[at] ^ flipped)));
+            if (at % 4 == 0) try_out(bytes.replace(at, 4, 4, static_cast<char>(flipped)));
         }
     EXPECT_TRUE(try_out(std::string(good).replace(72, 1, 1, '\1'))) << "an unclean shutdown is noted and no more";
     for (const std::size_t at : {12u, 20u, 36u, 44u, 56u, 64u, 3u * 512}) // sizes and places of 0; the last is a table's
