@@ -289,7 +289,7 @@ bool parse_u32(std::string_view source, u32 &value)
 bool parse_u64(std::string_view source, u64 &value)
 {
     constexpr std::size_t longest_text = 30;
-    constexpr std::size_t hex_digits = 16;
+    constexpr std::size_t most_hex_digits = 16;
     constexpr std::size_t octal_digits = 22;
     constexpr std::size_t decimal_digits = 20;
     value = 0;
@@ -305,7 +305,7 @@ bool parse_u64(std::string_view source, u64 &value)
         if (lower_char(text[1]) == 'x' || first == 'x') {
             base = 16;
             at = first == 'x' ? 1 : 2;
-            most = hex_digits;
+            most = most_hex_digits;
         } else if (first == 'o') {
             base = 8;
             at = 1;
@@ -330,6 +330,11 @@ std::string number_text(u64 value, bool hex, unsigned width)
     digits += "x0";
     std::reverse(digits.begin(), digits.end());
     return digits;
+}
+
+std::string hex_digits(u64 value, unsigned width)
+{
+    return number_text(value, true, width).substr(2);
 }
 
 bool guid_text(std::string &result, byte_view guid)

@@ -115,6 +115,8 @@ bool parse_u64(std::string_view text, u64 &value);
 /// Decimal, or "0x" and lower-case digits. The digits are filled with zeros to `width`;
 /// if that is 0, to 2, 4, 6 or 8, whichever the value needs.
 std::string number_text(u64 value, bool hex, unsigned width = 0);
+/// The lower-case hexadecimal digits of `value`, filled with zeros to `width`.
+std::string hex_digits(u64 value, unsigned width);
 /// A GUID in its usual text form, in lower case and without braces. False, and empty,
 /// unless there are 16 bytes.
 bool guid_text(std::string &result, byte_view guid);

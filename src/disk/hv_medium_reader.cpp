@@ -130,6 +130,8 @@ byte_view medium_reader::view(u64 offset, u32 length, u64 ahead)
     const u64 medium_size = m_disk.get_size();
     if (length == 0 || offset >= medium_size || length > medium_size - offset)
         return {};
+    // A page that failed while it was in use is one of zeros now: not to be used again.
+    if (m_mapped && fault_seen != 0) unmap();
     if (!covers(offset, length)) {
         unmap();
         const u64 wanted =

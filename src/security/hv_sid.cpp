@@ -134,11 +134,6 @@ void sid_to_name(std::string &out_name, byte_view sid)
         out_name = find_name(rids, subauthority_of(sid, count - 1));
 }
 
-std::string hex_digits(u64 value, unsigned width)
-{
-    return number_text(value, true, width).substr(2);
-}
-
 void dump_sid(std::ostream &out, byte_view sid)
 {
     std::string text;

@@ -28,9 +28,6 @@ void sid_to_name(std::string &out_name, byte_view sid);
 /// Writes a SID field by field, one on each line. Fields behind the end are left out.
 void dump_sid(std::ostream &out, byte_view sid);
 
-/// The lower-case hexadecimal digits of `value`, filled with zeros to `width`.
-std::string hex_digits(u64 value, unsigned width);
-
 /// Writes one line of a dump: label, two digits for each byte of the field, and what
 /// explains them. Nothing for a field that passes the end.
 template <std::unsigned_integral T>

@@ -270,12 +270,9 @@ bool vmdk_file::read_row(u8 *buffer, u64 place, u64 length) const
 void dump_header(std::ostream &out, const vmdk_file &file)
 {
     const byte_view header{file.header()};
-    const auto hexadecimal = [](u64 value) {
-        return number_text(value, true, 1).substr(2);
-    };
     for (const auto &[offset, width, text] : vmdk_header::labels) {
         const byte_view field = header.clip(offset, width);
-        out << text << (width == 0 ? "" : hexadecimal(field.read_padded<u64>(0)))
+        out << text << (width == 0 ? "" : hex_digits(field.read_padded<u64>(0), 1))
             << '\n';
         if (offset != vmdk_header::flags.offset) continue;
         for (const auto &[mask, name] : vmdk_header::flag_labels)

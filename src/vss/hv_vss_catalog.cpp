@@ -125,15 +125,9 @@ constexpr std::array type_names = {
 };
 // clang-format on
 
-std::string padded(u64 value)
-{
-    return number_text(value, true, 8);
-}
-
-// A label that already ends in "0x" is followed by the digits alone.
 std::string digits(u64 value)
 {
-    return padded(value).substr(2);
+    return hex_digits(value, 8);
 }
 
 std::string created_text(u64 created)
