@@ -2,7 +2,7 @@
 // plain file of the same content. The chain holds its grains by turns.
 
 #include "disk/hv_raw_disk_io.h"
-#include "support/vmdk_builder.h"
+#include "samples/vmdk_builder.h"
 
 #include <benchmark/benchmark.h>
 

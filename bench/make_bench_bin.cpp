@@ -1,7 +1,7 @@
 // Makes a bin of COUNT pairs of metadata and data files, spread over ten users.
 // Usage: make_bench_bin FOLDER COUNT
 
-#include "support/record_builders.h"
+#include "samples/record_builders.h"
 
 #include <cstdio>
 #include <filesystem>

@@ -1,9 +1,9 @@
 // What single steps cost: parsing metadata, and turning entries into rows.
 
-#include "support/record_builders.h"
+#include "samples/record_builders.h"
 
+#include "output/write_table.h"
 #include "trash/deleted_records.h"
-#include "trash/write_table.h"
 
 #include <benchmark/benchmark.h>
 

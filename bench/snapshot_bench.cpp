@@ -1,7 +1,7 @@
 // What it costs to read a volume as a snapshot saw it, against reading the same bytes
 // of the image.
 
-#include "support/shadow_structures.h"
+#include "samples/shadow_structures.h"
 #include "support/temp_dir.h"
 
 #include "vss/hv_vss_reader.h"

@@ -1,7 +1,7 @@
 // Makes the sample bin that comes along under examples/: two bins, as a Windows 10 and
 // a Windows XP would leave them. Usage: make_sample_bin FOLDER
 
-#include "support/record_builders.h"
+#include "samples/record_builders.h"
 
 #include <filesystem>
 #include <fstream>

@@ -2,9 +2,9 @@
 // writes as files, and what only a volume can hold, among it a shadow copy from the
 // time when the bin had one file more. Usage: make_sample_volume FILE
 
-#include "support/ntfs_volume_builder.h"
-#include "support/security_structures.h"
-#include "support/shadow_structures.h"
+#include "samples/ntfs_volume_builder.h"
+#include "samples/security_structures.h"
+#include "samples/shadow_structures.h"
 
 #include <algorithm>
 #include <fstream>

@@ -1,6 +1,6 @@
 // The carver on bytes that nothing leads to. The first byte chooses the cluster size.
 
-#include "run/trash_options.h"
+#include "records/trash_options.h"
 #include "scan/carve.h"
 
 #include <cstdlib>

@@ -11,20 +11,19 @@ namespace {
 // A walk of an ACL sees so many bytes; each becomes so many characters at most. A dump
 // writes lines of up to 31 characters for a subauthority, and 600 for an ACE of 8
 // bytes.
-constexpr hv::u64 most_report_per_byte = 20;
-constexpr hv::u64 most_dump_per_byte = 80;
+constexpr hv::u64 max_report_per_byte = 20;
+constexpr hv::u64 max_dump_per_byte = 80;
 
 void check_texts(hv::byte_view bytes)
 {
     std::ostringstream report;
     hv::report_descriptor(report, bytes);
-    if (report.str().size() > 8192 + 2 * most_report_per_byte * hv::most_acl_bytes)
+    if (report.str().size() > 8192 + 2 * max_report_per_byte * hv::max_acl_bytes)
         std::abort();
     std::ostringstream dump;
     hv::dump_descriptor(dump, bytes);
     hv::dump_acl(dump, bytes);
-    if (dump.str().size() > 8192 + most_dump_per_byte * hv::most_acl_bytes)
-        std::abort();
+    if (dump.str().size() > 8192 + max_dump_per_byte * hv::max_acl_bytes) std::abort();
     std::ostringstream keys;
     hv::write_descriptor_keys(keys, bytes);
     // Both name an owner, or none.

@@ -36,7 +36,7 @@ void check_blocks(byte_view input)
         (!is_list && !list.empty()))
         std::abort();
     for (std::size_t i = 0; i < list.size(); ++i)
-        if (list[i].position != 3 * vss_descriptor::most_in_block + i) std::abort();
+        if (list[i].position != 3 * vss_descriptor::max_in_block + i) std::abort();
 
     std::vector<vss_block_range> ranges;
     const bool has_ranges = parse_range_block(ranges, header, input, 0);

@@ -1,8 +1,8 @@
 // Finds the NTFS volume on a disk, or says which offset to name, and lists a folder.
 // Usage: list_folder DISK FOLDER [OFFSET], for example list_folder disk.dd '\Users'
 
-#include "disk/hv_volume_targets.h"
 #include "ntfs/hv_path_lookup.h"
+#include "ntfs/hv_volume_targets.h"
 
 #include <iostream>
 #include <set>

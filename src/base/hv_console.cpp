@@ -14,7 +14,7 @@ namespace {
 
 constexpr unsigned status_width = 60;
 constexpr unsigned widest_status = 70;
-constexpr int longest_message = 4096;
+constexpr int max_message = 4096;
 
 // There is one progress line, drawn from one thread, so its state is process-wide.
 u64 progress_step = 0;
@@ -35,8 +35,7 @@ public:
     void flush_if_due()
     {
         if (m_text.empty()) return;
-        if (m_text.size() >= most_bytes || clock::now() - m_written >= longest_wait)
-            flush();
+        if (m_text.size() >= max_bytes || clock::now() - m_written >= max_wait) flush();
     }
     void flush()
     {
@@ -49,8 +48,8 @@ public:
 
 private:
     using clock = std::chrono::steady_clock;
-    static constexpr std::chrono::milliseconds longest_wait{100};
-    static constexpr std::size_t most_bytes = 32768;
+    static constexpr std::chrono::milliseconds max_wait{100};
+    static constexpr std::size_t max_bytes = 32768;
 
     std::string m_text;
     clock::time_point m_written;
@@ -140,7 +139,7 @@ int print_error(const char *format, ...)
     va_copy(again, args);
     const int length = std::vsnprintf(nullptr, 0, format, args);
     va_end(args);
-    if (length >= 0 && length <= longest_message) {
+    if (length >= 0 && length <= max_message) {
         std::string text(static_cast<std::size_t>(length) + 1, '\0');
         std::vsnprintf(text.data(), text.size(), format, again);
         text.pop_back();

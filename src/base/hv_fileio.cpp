@@ -20,7 +20,7 @@ namespace {
 
 constexpr std::size_t output_buffer_size = 0x40000;
 constexpr u64 first_read_piece = 0x10000;
-constexpr u64 largest_read_piece = 0x10000000;
+constexpr u64 max_read_piece = 0x10000000;
 
 // The size that stands for a device which can't be measured.
 constexpr u64 unmeasured_size = 0x40000;
@@ -237,7 +237,7 @@ bool fileio::read_vector(std::vector<u8> &result, u64 length, u64 offset) const
         result.resize(had + (good ? got : 0));
         if (!good) return had != 0;
         if (got < wanted) break;
-        piece = std::min(piece * 2, largest_read_piece);
+        piece = std::min(piece * 2, max_read_piece);
     }
     return true;
 }

@@ -62,8 +62,8 @@ inline u64 stored_bytes(int descriptor, u64 size)
 /// the bytes read; -1 only for an error ahead of the first one.
 inline i64 read_fully(int descriptor, u8 *buffer, u64 length, u64 offset)
 {
-    constexpr u64 largest_offset = std::numeric_limits<off_t>::max();
-    if (offset > largest_offset || length > largest_offset - offset) return -1;
+    constexpr u64 max_offset = std::numeric_limits<off_t>::max();
+    if (offset > max_offset || length > max_offset - offset) return -1;
     u64 done = 0;
     while (done < length) {
         const ssize_t got = pread(descriptor, buffer + done, length - done,

@@ -12,7 +12,7 @@ constexpr std::size_t expansion_limit = 513;
 
 // A variable may name itself. Each replacement therefore counts, and after this many
 // the text stays as it is.
-constexpr int most_replacements = 512;
+constexpr int max_replacements = 512;
 
 constexpr std::string_view blank_characters = " \t\r\n";
 
@@ -246,7 +246,7 @@ std::string expand_variables(std::string_view source, bool allow_vss)
 {
     std::string text(source);
     std::size_t from = 0;
-    for (int count = 0; count < most_replacements && text.size() < expansion_limit;) {
+    for (int count = 0; count < max_replacements && text.size() < expansion_limit;) {
         const std::size_t open = text.find('%', from);
         if (open == std::string::npos) break;
         const std::size_t close = text.find('%', open + 1);
@@ -288,14 +288,14 @@ bool parse_u32(std::string_view source, u32 &value)
 
 bool parse_u64(std::string_view source, u64 &value)
 {
-    constexpr std::size_t longest_text = 30;
-    constexpr std::size_t most_hex_digits = 16;
+    constexpr std::size_t max_text = 30;
+    constexpr std::size_t max_hex_digits = 16;
     constexpr std::size_t octal_digits = 22;
     constexpr std::size_t decimal_digits = 20;
     value = 0;
     const std::string text(
         source.substr(std::min(source.find_first_not_of(' '), source.size())));
-    if (text.empty() || source.size() > longest_text) return false;
+    if (text.empty() || source.size() > max_text) return false;
     if (text.find(' ') != std::string::npos) return false;
     int base = 10;
     std::size_t at = 0;
@@ -305,7 +305,7 @@ bool parse_u64(std::string_view source, u64 &value)
         if (lower_char(text[1]) == 'x' || first == 'x') {
             base = 16;
             at = first == 'x' ? 1 : 2;
-            most = most_hex_digits;
+            most = max_hex_digits;
         } else if (first == 'o') {
             base = 8;
             at = 1;

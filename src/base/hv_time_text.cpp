@@ -153,12 +153,12 @@ struct time_fields {
 };
 
 // Fields beyond this aren't a time of day, whatever unit they are in.
-constexpr double largest_time_field = 1000;
+constexpr double max_time_field = 1000;
 
 bool read_field(std::string_view text, double &value)
 {
     value = std::strtod(std::string(text).c_str(), nullptr);
-    return value >= 0 && value <= largest_time_field;
+    return value >= 0 && value <= max_time_field;
 }
 
 bool read_time_fields(std::string_view source, time_fields &fields)
@@ -289,8 +289,8 @@ time::time(const char *text, bool use_own_calendar)
 
 bool parse_date(std::string_view text, int &day, int &month, int &year)
 {
-    constexpr std::size_t longest_text = 512;
-    text = text.substr(0, longest_text);
+    constexpr std::size_t max_text = 512;
+    text = text.substr(0, max_text);
     const char separator = holds(text, "-") ? '-' : '/';
     const std::size_t first = text.find(separator);
     if (first == npos) return false;

@@ -15,7 +15,7 @@ constexpr u64 window_size = u64{2} << 20;
 constexpr u64 buffer_size = u64{256} << 10;
 
 // To map a shorter stretch costs more than to copy it.
-constexpr u64 least_mapping = u64{64} << 10;
+constexpr u64 min_mapping = u64{64} << 10;
 
 // A page of a mapped file that can't be read, because of a bad sector or because the
 // file was cut meanwhile, raises a signal. The handler puts a page of zeros there and
@@ -137,7 +137,7 @@ byte_view medium_reader::view(u64 offset, u32 length, u64 ahead)
         const u64 wanted =
             std::clamp<u64>(ahead, length, std::max<u64>(window_size, length));
         const u64 there = std::min(wanted, medium_size - offset);
-        if (m_descriptor < 0 || there < least_mapping || !map_window(offset, there)) {
+        if (m_descriptor < 0 || there < min_mapping || !map_window(offset, there)) {
             const u64 piece = std::min(there, std::max<u64>(buffer_size, length));
             if (!read_window(offset, piece) && !read_window(offset, length)) return {};
         }

@@ -1,8 +1,8 @@
 #include "disk/hv_partitions.h"
 
 #include "base/hv_text_convert.h"
-#include "disk/hv_partition_layout.h"
 #include "disk/hv_raw_disk_io.h"
+#include "partitions/hv_partition_layout.h"
 
 #include <algorithm>
 #include <array>
@@ -23,7 +23,7 @@ constexpr u64 long_probe = 2048;
 constexpr u32 array_window = 32768;
 // Tables have 128 slots. A header that says more than this, or more than the medium can
 // hold, leads through bytes that are no entries, and sooner or later out of the medium.
-constexpr u64 most_gpt_slots = 65536;
+constexpr u64 max_gpt_slots = 65536;
 
 // The bytes at a position, as many as `buffer` takes: fewer at the end of the medium,
 // none where the read fails.
@@ -219,7 +219,7 @@ bool walk_gpt(partition_list &partitions, const RAW_DISK_IO &disk, table_gaps ga
         add_reserved(partitions, 1, 1, type, sector_size, "gpt header");
         add_reserved(partitions, 2, 32, type, sector_size, "gpt partition entries");
     }
-    const u64 most = std::min(most_gpt_slots, disk.get_size() / gpt_entry::size);
+    const u64 most = std::min(max_gpt_slots, disk.get_size() / gpt_entry::size);
     gpt_array array(disk, saturating_product(array_lba, sector_size), entry_size,
                     slots);
     for (u64 slot = 0; slot < slots; ++slot) {

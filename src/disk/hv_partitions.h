@@ -1,6 +1,6 @@
 #pragma once
 
-#include "disk/hv_partition_buffer.h"
+#include "partitions/hv_partition_buffer.h"
 
 /// The walk over the partition tables of a disk.
 namespace hv {

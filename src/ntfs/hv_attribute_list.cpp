@@ -13,7 +13,7 @@ std::vector<u8> read_attribute_list(const CNtfs &volume, attribute_ref list,
     if (budget == 0) return bytes;
     if (list.non_resident()) {
         // Clusters may be larger than the limit: one has to be read in any case.
-        const u64 most = std::max<u64>(most_list_bytes, volume.get_cluster_size());
+        const u64 most = std::max<u64>(max_list_bytes, volume.get_cluster_size());
         bytes = volume.read_attribute_clusters(list, most);
     } else {
         const auto content = list.content().bytes();

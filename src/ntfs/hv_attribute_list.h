@@ -20,7 +20,7 @@ using attribute_key = std::pair<u32, u16>;
 
 /// The system itself lets no list grow larger. Bytes behind that are never read, so
 /// that a list costs at most so many reads of records.
-inline constexpr u64 most_list_bytes = u64{256} * 1024;
+inline constexpr u64 max_list_bytes = u64{256} * 1024;
 
 /// One entry of a list.
 struct attribute_list_entry {
@@ -47,7 +47,7 @@ template <class Visit> void for_each_list_entry(byte_view rest, Visit visit)
 }
 
 /// The content of a list attribute, resident or not. Of a non-resident one whole
-/// clusters, up to the first that can't be read, and about `most_list_bytes` at most.
+/// clusters, up to the first that can't be read, and about `max_list_bytes` at most.
 /// Nothing if `budget` is used up; it shrinks by the bytes read.
 std::vector<u8> read_attribute_list(const CNtfs &volume, attribute_ref list,
                                     u64 &budget);

@@ -14,8 +14,8 @@ constexpr u64 no_number = ~u64{0};
 // the number of length bytes, the high half that of offset bytes.
 constexpr unsigned offset_count_shift = 4;
 constexpr u8 length_count_mask = 0x0F;
-constexpr u8 largest_header_without_offset = 0x0F;
-constexpr std::size_t largest_number = sizeof(u64);
+constexpr u8 max_header_without_offset = 0x0F;
+constexpr std::size_t max_number = sizeof(u64);
 
 struct run_entry {
     byte_view bytes; ///< all of it, its header byte first
@@ -62,7 +62,7 @@ struct run_offset {
 // The signed offset of an entry. A field of more than 8 bytes counts by its first 8.
 run_offset read_offset(byte_view field)
 {
-    const byte_view bytes = field.clip(0, largest_number);
+    const byte_view bytes = field.clip(0, max_number);
     if (bytes.empty()) return {};
     const u64 value = bytes.read_padded<u64>(0);
     const std::size_t bits = 8 * bytes.size();
@@ -100,7 +100,7 @@ bool is_sparse_run(const data_run &run, std::size_t index)
     if (run.delta != 0) return false;
     // A first run may truly lie at cluster 0; only the header byte tells.
     const bool has_offset =
-        !run.raw.empty() && run.raw.front() > largest_header_without_offset;
+        !run.raw.empty() && run.raw.front() > max_header_without_offset;
     return index != 0 || !has_offset;
 }
 

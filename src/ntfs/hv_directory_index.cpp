@@ -20,13 +20,13 @@ constexpr u64 batch_blocks = 32;
 
 // Limits of the live walk. Names of more than about 215 units make longer entries: the
 // walk of their block ends there, and the slack search takes over.
-constexpr u64 most_bytes_in_use = 4095;
-constexpr u16 longest_live_entry = 512;
-constexpr u16 longest_next_entry = 1024;
+constexpr u64 max_bytes_in_use = 4095;
+constexpr u16 max_live_entry = 512;
+constexpr u16 max_next_entry = 1024;
 
 // Limits of the walk that wants entry numbers alone.
-constexpr u32 most_bytes_of_names = 4096;
-constexpr u16 longest_next_name = 768;
+constexpr u32 max_bytes_of_names = 4096;
+constexpr u16 max_next_name = 768;
 
 constexpr u16 flag_last_entry = 2;
 constexpr u16 highest_flags = 3;
@@ -230,11 +230,11 @@ u64 walk_live_entries(index_live_map &live, u64 &parent_reference,
 {
     using namespace index_entry_layout;
     u64 allowance = index_header.read_padded<u32>(index_header::bytes_in_use);
-    while (allowance >= 1 && allowance <= most_bytes_in_use) {
+    while (allowance >= 1 && allowance <= max_bytes_in_use) {
         const byte_view bytes = index_header.from(offset);
         const u16 entry_length = bytes.read_padded<u16>(length);
-        if (!bytes.fits(0, content) || entry_length > longest_live_entry ||
-            bytes.read_padded<u16>(content_length) > longest_live_entry ||
+        if (!bytes.fits(0, content) || entry_length > max_live_entry ||
+            bytes.read_padded<u16>(content_length) > max_live_entry ||
             bytes.read_padded<u64>(reference) == 0 ||
             is_last(bytes.read_padded<u16>(flags)))
             break;
@@ -249,7 +249,7 @@ u64 walk_live_entries(index_live_map &live, u64 &parent_reference,
         if (entry_length > allowance) break;
         allowance -= entry_length;
         const u16 next = index_header.from(offset).read_padded<u16>(length);
-        if (next == 0 || next > longest_next_entry) break;
+        if (next == 0 || next > max_next_entry) break;
     }
     return offset;
 }
@@ -326,14 +326,14 @@ constexpr u64 search_step = 8;
 // Behind a time stamp that was found come the other three of its entry.
 constexpr u64 step_behind_times = 32;
 // Two entries can't begin closer to each other than the fields ahead of the name take.
-constexpr u64 least_distance = index_entry_layout::name;
+constexpr u64 min_distance = index_entry_layout::name;
 // Behind a parent's reference, and behind the first time stamp, so much of the entry
 // has to follow.
-constexpr u64 least_behind_parent = 58;
-constexpr u64 least_behind_time = 32;
-constexpr u64 least_harvest = index_entry_layout::content + file_name::fixed_size;
+constexpr u64 min_behind_parent = 58;
+constexpr u64 min_behind_time = 32;
+constexpr u64 min_harvest = index_entry_layout::content + file_name::fixed_size;
 // Longer names are rare and chance hits are not: they fail the test.
-constexpr u8 longest_name = 64;
+constexpr u8 max_name = 64;
 constexpr u8 highest_name_space = 3;
 constexpr u16 end_entry_length = 16;
 
@@ -361,7 +361,7 @@ bool passes_entry_test(byte_view entry)
     return bits <= flag_last_entry && inner != 0 && whole != 0 && whole >= inner &&
            entry.read_padded<u16>(padding) == 0 &&
            entry.read_padded<u8>(name_space) <= highest_name_space && units >= 1 &&
-           units <= longest_name &&
+           units <= max_name &&
            entry.read_padded<u64>(content + file_name::allocated_size) >=
                entry.read_padded<u64>(content + file_name::real_size);
 }
@@ -369,9 +369,8 @@ bool passes_entry_test(byte_view entry)
 void add_apart(candidate_set &candidates, u64 start)
 {
     const auto next = candidates.lower_bound(start);
-    if (next != candidates.end() && start + least_distance > *next) return;
-    if (next != candidates.begin() && *std::prev(next) + least_distance >= start)
-        return;
+    if (next != candidates.end() && start + min_distance > *next) return;
+    if (next != candidates.begin() && *std::prev(next) + min_distance >= start) return;
     candidates.insert(next, start);
 }
 
@@ -382,7 +381,7 @@ void find_by_parent(candidate_set &candidates, byte_view region, u64 parent_refe
     u64 found = 0;
     for (u64 hit = 0; region.read(hit, found); hit += search_step) {
         if (found != parent_reference || hit < index_entry_layout::content ||
-            !region.fits(hit, least_behind_parent))
+            !region.fits(hit, min_behind_parent))
             continue;
         const u64 start = hit - index_entry_layout::content;
         if (passes_entry_test(region.from(start))) add_apart(candidates, start);
@@ -398,7 +397,7 @@ void find_by_times(candidate_set &candidates, byte_view region)
         step = search_step;
         if (found < bounds.low || found > bounds.high) continue;
         step = step_behind_times;
-        if (hit < times_at || !region.fits(hit, least_behind_time)) continue;
+        if (hit < times_at || !region.fits(hit, min_behind_time)) continue;
         // If the fourth stamp from here is one as well, this is the first. If not, it
         // may be any of the four.
         if (is_plausible_filetime(region.read_padded<u64>(hit + 3 * sizeof(u64)))) {
@@ -420,7 +419,7 @@ void harvest(index_slack_map &slack, byte_view region, const candidate_set &cand
     for (const u64 start : candidates) {
         const byte_view bytes = region.from(start);
         const u64 units = bytes.read_padded<u8>(index_entry_layout::name_length);
-        if (units == 0 || !bytes.fits(0, least_harvest) ||
+        if (units == 0 || !bytes.fits(0, min_harvest) ||
             !bytes.fits(index_entry_layout::name, 2 * units))
             continue;
         index_entry entry = entry_at(bytes);
@@ -460,7 +459,7 @@ bool list_directory(const CNtfs &volume, index_live_map &live, index_slack_map &
         for (const attrib_info &one : attributes) {
             const byte_view root{one.content};
             if (one.type == static_cast<u32>(attribute_type::index_root)) {
-                if (root.size() >= index_root::least_size)
+                if (root.size() >= index_root::min_size)
                     parse_index_entries(live, slack, parent_reference,
                                         root.from(index_root::header), 0, mode);
                 continue;
@@ -482,11 +481,11 @@ bool read_index_names(std::set<u64> &children, byte_view index_header, name_walk
 {
     using namespace index_entry_layout;
     const u32 in_use = index_header.read_padded<u32>(index_header::bytes_in_use);
-    if (in_use < 1 || in_use > most_bytes_of_names) return false;
+    if (in_use < 1 || in_use > max_bytes_of_names) return false;
     u64 offset = index_header.read_padded<u32>(index_header::first_entry);
     u64 remaining = in_use;
     bool any = false;
-    while (remaining >= 1 && remaining <= most_bytes_in_use) {
+    while (remaining >= 1 && remaining <= max_bytes_in_use) {
         const byte_view bytes = index_header.from(offset);
         if (!bytes.fits(0, content)) break;
         any = true;
@@ -503,7 +502,7 @@ bool read_index_names(std::set<u64> &children, byte_view index_header, name_walk
         offset += entry_length;
         remaining -= entry_length;
         const u16 next = index_header.from(offset).read_padded<u16>(length);
-        if (next == 0 || next > longest_next_name) break;
+        if (next == 0 || next > max_next_name) break;
     }
     return any;
 }

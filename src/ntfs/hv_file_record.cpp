@@ -10,8 +10,8 @@ namespace hv {
 namespace {
 
 constexpr u32 smallest_sector = 512;
-constexpr std::size_t least_typed_size = 1024;
-constexpr u16 most_fixups_of_bad = 10;
+constexpr std::size_t min_typed_size = 1024;
+constexpr u16 max_fixups_of_bad = 10;
 
 struct type_name {
     u32 type;
@@ -62,8 +62,8 @@ bool passes_record_test(byte_view record)
     fixed_view<header_size> header;
     return record.fixed(0, header) && header.get<signature_field>() == signature &&
            header.get<fixup_offset>() == required_fixup_offset &&
-           header.get<fixup_count>() <= most_fixups &&
-           header.get<first_attribute>() <= largest_first_attribute;
+           header.get<fixup_count>() <= max_fixups &&
+           header.get<first_attribute>() <= max_first_attribute;
 }
 
 u32 fixup_step(u16 count, std::size_t block_size, u32 sector_size)
@@ -104,10 +104,10 @@ block_type apply_fixup_typed(std::span<u8> block, u32 sector_size)
         count == 0
             ? 0
             : (count - 1u) * std::size_t{fixup_step(count, block.size(), sector_size)};
-    if (block.size() < least_typed_size || block.size() < covered)
+    if (block.size() < min_typed_size || block.size() < covered)
         return block_type::unknown;
     if (has_signature(view, file_record::bad_signature))
-        return count <= most_fixups_of_bad ? block_type::bad : block_type::unknown;
+        return count <= max_fixups_of_bad ? block_type::bad : block_type::unknown;
     if (!apply_fixup(block, sector_size)) return block_type::unknown;
     return has_signature(view, index_block::signature) ? block_type::index
                                                        : block_type::file;

@@ -12,7 +12,7 @@ constexpr std::size_t clears_output_below = 9;
 constexpr unsigned items_per_flags = 8;
 constexpr unsigned token_length_bits = 12;
 constexpr u16 token_length_mask = 0xFFF;
-constexpr unsigned least_match = 3;
+constexpr unsigned min_match = 3;
 
 constexpr u16 chunk_is_compressed = 0x8000;
 constexpr u16 chunk_length_mask = 0x0FFF;
@@ -49,7 +49,7 @@ bool for_each_item(byte_view input, std::size_t capacity, Literal literal, Match
             const std::size_t distance =
                 (token >> (token_length_bits - fewer)) + std::size_t{1};
             const std::size_t length =
-                (token & (token_length_mask >> fewer)) + least_match;
+                (token & (token_length_mask >> fewer)) + min_match;
             if (distance > at) return false;
             const std::size_t end = std::min(capacity, at + length);
             match(at, distance, end);

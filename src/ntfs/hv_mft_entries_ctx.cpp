@@ -98,7 +98,7 @@ template <class Run> void order_by_vcn(std::vector<Run> &runs)
 
 // An extent takes a cluster at least, with a hole on either side at most. More runs
 // than the medium has room for can only come from a list that repeats itself.
-u64 most_runs(const CNtfs &volume)
+u64 max_runs(const CNtfs &volume)
 {
     const RAW_DISK_IO *disk = volume.get_disk();
     const u32 cluster_size = volume.get_cluster_size();
@@ -112,7 +112,7 @@ public:
     entry_analysis(mft_entry &result, const CNtfs &volume, bool index_only)
         : m_result(result),
           m_index_only(index_only),
-          m_runs_left(most_runs(volume))
+          m_runs_left(max_runs(volume))
     {
     }
 
@@ -251,7 +251,7 @@ bool mft_entries_ctx::analyze_entry(mft_entry &out_result, u64 entry) const
 
     entry_analysis analysis(out_result, m_volume, index_attributes_only);
     listed_records listed;
-    u64 budget = most_list_bytes; // for all lists of the entry; one is usual
+    u64 budget = max_list_bytes; // for all lists of the entry; one is usual
     for_each_attribute(record, [&](attribute_ref attribute) {
         if (attribute.is(attribute_type::attribute_list))
             follow_attribute_list(listed, out_result, m_volume, attribute, budget,

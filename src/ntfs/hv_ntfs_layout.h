@@ -46,8 +46,8 @@ inline constexpr u16 flag_directory = 2;
 // The record test. Every volume seen has its update sequence at 48; a record with another
 // offset is refused, and with it whatever old systems wrote at 42.
 inline constexpr u16 required_fixup_offset = 48;
-inline constexpr u16 most_fixups = 9;
-inline constexpr u16 largest_first_attribute = 72;
+inline constexpr u16 max_fixups = 9;
+inline constexpr u16 max_first_attribute = 72;
 } // namespace file_record
 
 /// Attribute header, with the fields of both forms.
@@ -137,7 +137,7 @@ inline constexpr std::size_t indexed_type = 0; ///< u32
 inline constexpr std::size_t collation    = 4; ///< u32
 inline constexpr std::size_t block_size   = 8; ///< u32
 inline constexpr std::size_t header       = 16;
-inline constexpr std::size_t least_size   = 32;
+inline constexpr std::size_t min_size   = 32;
 } // namespace index_root
 
 /// Index entry of a directory: a reference and a copy of the child's $FILE_NAME.

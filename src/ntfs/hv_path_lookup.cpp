@@ -17,10 +17,10 @@ namespace {
 constexpr std::string_view index_name = "$I30";
 
 // Links may lead to themselves. Systems give up after so many as well.
-constexpr int most_restarts = 40;
+constexpr int max_restarts = 40;
 
 // An extension record leads to its base in one step; more than a few are a circle.
-constexpr int most_base_steps = 4;
+constexpr int max_base_steps = 4;
 
 // "\\?\snapid_" and the hexadecimal digits behind it.
 constexpr std::size_t snapshot_word_at = 4;
@@ -53,7 +53,7 @@ void read_index_part(std::set<u64> &children, bool &result, const CNtfs &volume,
 {
     if (part.is(attribute_type::index_root)) {
         const byte_view content = part.content();
-        if (content.size() >= index_root::least_size &&
+        if (content.size() >= index_root::min_size &&
             content.read_padded<u32>(index_root::indexed_type) ==
                 static_cast<u32>(attribute_type::file_name))
             result = read_index_names(children, content.from(index_root::header), mode);
@@ -119,7 +119,7 @@ bool read_listed_index(std::set<u64> &children, bool &result, const CNtfs &volum
 // Reads a directory's record; for an extension record that of its base.
 bool read_base_record(std::vector<u8> &bytes, const CNtfs &volume, u64 &entry)
 {
-    for (int step = 0; step < most_base_steps; ++step) {
+    for (int step = 0; step < max_base_steps; ++step) {
         if (!volume.read_filerecord(entry, bytes)) return false;
         const u64 base =
             byte_view{bytes}.read_padded<u64>(file_record::base_reference.offset);
@@ -250,7 +250,7 @@ public:
             ++next;
             if (m_links == link_mode::follow && restart_at_link(inode, next)) {
                 debug_log(m_log, "info: restart segments [link]");
-                if (++restarts > most_restarts || m_segments.empty()) return false;
+                if (++restarts > max_restarts || m_segments.empty()) return false;
                 next = first_name(m_segments);
                 parent = current = inode = root_entry_number;
                 continue;
@@ -417,7 +417,7 @@ bool read_directory_children(std::set<u64> &children, const CNtfs &volume, u64 e
     }
     attribute_ref list;
     if (!find_attribute(record, attribute_type::attribute_list, list)) return result;
-    u64 budget = most_list_bytes;
+    u64 budget = max_list_bytes;
     const std::vector<u8> content = read_attribute_list(volume, list, budget);
     return read_listed_index(children, result, volume, byte_view{content}, entry,
                              mode) &&

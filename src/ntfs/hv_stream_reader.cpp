@@ -15,10 +15,10 @@ namespace {
 constexpr u16 attribute_is_compressed = 1;
 constexpr u64 clusters_per_unit = 16;
 // A unit of the largest clusters there are, 2 MiB. A boot sector may claim any size.
-constexpr u64 largest_unit = u64{32} << 20;
+constexpr u64 max_unit = u64{32} << 20;
 // Small clusters make small units; reading several at once changes nothing but the
 // time.
-constexpr u64 least_plain_step = 0x40000;
+constexpr u64 min_plain_step = 0x40000;
 
 // Delivers the clusters of a plan one after the other, until one can't be read.
 class range_delivery {
@@ -154,7 +154,7 @@ bool copy_plain_stream(const CNtfs &volume, const attrib_info &attribute,
                        bool restore_blocks)
 {
     const u64 unit = clusters_per_unit * volume.get_cluster_size();
-    const u64 step = std::min(largest_unit, std::max(unit, least_plain_step));
+    const u64 step = std::min(max_unit, std::max(unit, min_plain_step));
     std::vector<u8> buffer(std::min(step, total));
     u64 done = 0;
     while (done < total) {
@@ -174,13 +174,13 @@ bool copy_plain_stream(const CNtfs &volume, const attrib_info &attribute,
 
 // Reads and expands a compressed stream, unit by unit. True if any unit was read.
 bool expand_stream(const CNtfs &volume, const run_index &runs,
-                   const stream_extent &extent, u64 most_bytes, std::ostream &out)
+                   const stream_extent &extent, u64 max_bytes, std::ostream &out)
 {
     const u64 unit = clusters_per_unit * volume.get_cluster_size();
-    if (unit > largest_unit) return false;
+    if (unit > max_unit) return false;
     std::vector<u8> raw(unit);
     std::vector<u8> plain(unit);
-    const u64 wanted = std::min(extent.readable, most_bytes);
+    const u64 wanted = std::min(extent.readable, max_bytes);
     u64 done = 0;
     while (done < wanted) {
         // The last unit, be it the only one, is read to the end of its allocation: cut
@@ -248,12 +248,12 @@ try {
     if (!options.whole_allocation &&
         attribute.attribute_flags == attribute_is_compressed &&
         attribute.compression_unit != 0 && attribute.compressed_size != 0)
-        return expand_stream(volume, attribute.cluster_runs, extent, options.most_bytes,
+        return expand_stream(volume, attribute.cluster_runs, extent, options.max_bytes,
                              out);
 
     u64 total = extent.readable;
     if (options.follow_slack) total += std::min(extent.slack, ~total);
-    total = std::min(total, options.most_bytes);
+    total = std::min(total, options.max_bytes);
     std::vector<cluster_run> runs = attribute.cluster_runs;
     if (options.compact) {
         compact_runs(runs);

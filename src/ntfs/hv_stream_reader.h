@@ -23,14 +23,14 @@ struct stream_options {
     bool whole_allocation = false; ///< all allocated bytes, as they lie on the volume
     bool compact = false;          ///< holes are left out instead of read as zeros
     bool follow_slack = false;     ///< go on behind the stream's end
-    u64 most_bytes = ~u64{0};      ///< for a reader that keeps them all in memory
+    u64 max_bytes = ~u64{0};       ///< for a reader that keeps them all in memory
     log_handle log = {};
 };
 
 /// Writes an attribute to `out`: the content of a resident one; of the others the
 /// larger of real and valid size, as far as the runs reach and can be read, expanded if
 /// it is compressed. Blocks of an index get their update sequence applied. Never more
-/// than `most_bytes` and, with `compact`, than the medium has, unless compressed. False
+/// than `max_bytes` and, with `compact`, than the medium has, unless compressed. False
 /// if nothing was written, for a bad stream, or for a lack of memory.
 bool read_attribute_stream(const CNtfs &volume, const attrib_info &attribute,
                            std::ostream &out, const stream_options &options);

@@ -11,14 +11,14 @@ namespace hv {
 
 namespace {
 
-constexpr u8 most_sectors_per_cluster = 128;
-constexpr u32 largest_exponent = 31;
+constexpr u8 max_sectors_per_cluster = 128;
+constexpr u32 max_exponent = 31;
 
 // Clusters of up to 2 MiB are real; a boot sector that says more is damaged.
-constexpr u64 largest_cluster = u64{2} << 20;
+constexpr u64 max_cluster = u64{2} << 20;
 
 // No record is larger. A boot sector that says more costs no more memory than this.
-constexpr u32 largest_record = 65536;
+constexpr u32 max_record = 65536;
 
 constexpr std::string_view boot_signature = "NTFS    ";
 
@@ -31,7 +31,7 @@ u64 multiplied(u64 a, u64 b)
 // The size of a record that entry 0 states, if it can be one.
 bool is_record_size(u32 size)
 {
-    return size >= 512 && size <= largest_record && std::has_single_bit(size);
+    return size >= 512 && size <= max_record && std::has_single_bit(size);
 }
 
 // The attribute of a record that has a list entry's type and id.
@@ -228,11 +228,11 @@ bool CNtfs::read_boot_sector()
 void CNtfs::compute_geometry()
 {
     const u8 sectors = m_boot.get(ntfs_boot::sectors_per_cluster);
-    const u32 exponent = std::min<u32>(256u - sectors, largest_exponent);
+    const u32 exponent = std::min<u32>(256u - sectors, max_exponent);
     m_sectors_per_cluster =
-        sectors > most_sectors_per_cluster ? 1u << exponent : sectors;
+        sectors > max_sectors_per_cluster ? 1u << exponent : sectors;
     const u64 cluster = u64{get_bytes_per_sector()} * m_sectors_per_cluster;
-    m_cluster_size = cluster <= largest_cluster ? static_cast<u32>(cluster) : 0;
+    m_cluster_size = cluster <= max_cluster ? static_cast<u32>(cluster) : 0;
     if (m_cluster_size == 0) return;
 
     const u8 per_record = m_boot.get(ntfs_boot::clusters_per_record);
@@ -244,7 +244,7 @@ void CNtfs::compute_geometry()
         record = u64{m_cluster_size} * per_record;
         m_mft_cluster_per_record_fixed = per_record;
     }
-    m_mft_record_size = static_cast<u32>(std::min<u64>(record, largest_record));
+    m_mft_record_size = static_cast<u32>(std::min<u64>(record, max_record));
     m_total_clusters = m_boot.get(ntfs_boot::total_sectors) / m_sectors_per_cluster;
     m_mft_file_pos = multiplied(m_cluster_size, get_mft_start_lcn());
 }
@@ -281,7 +281,7 @@ void CNtfs::count_entries()
     m_mft_stats = {};
     for_each_attribute(record, [&](attribute_ref one) {
         if (one.is(attribute_type::attribute_list)) {
-            outside = read_attribute_clusters(one, most_list_bytes);
+            outside = read_attribute_clusters(one, max_list_bytes);
             list = one.non_resident() ? byte_view{outside} : one.content();
         }
         return parse_attribute(m_mft_stats, one);
@@ -345,11 +345,11 @@ u64 CNtfs::get_entry_position(u64 entry) const
 
 u64 CNtfs::get_last_allocated_indo_per_mftbitmap() const
 {
-    constexpr std::size_t least_bitmap = 512;
-    if (!m_disk || m_cluster_size < least_bitmap) return 0;
+    constexpr std::size_t min_bitmap = 512;
+    if (!m_disk || m_cluster_size < min_bitmap) return 0;
     const std::vector<u8> bitmap =
         read_runs(m_mft_stats.bitmap_runs, m_disk->get_size());
-    if (bitmap.size() < least_bitmap) return 0;
+    if (bitmap.size() < min_bitmap) return 0;
     for (u64 i = bitmap.size(); i-- > 0;)
         if (bitmap[i] != 0)
             return i * 8 + static_cast<u64>(std::bit_width(bitmap[i])) - 1;
@@ -471,7 +471,7 @@ bool CNtfs::collect_inode_stats(byte_view record, INODE_STATS &stats, u64 entry)
     stats = {};
     for_each_attribute(record, [&](attribute_ref one) {
         if (one.is(attribute_type::attribute_list)) {
-            outside = read_attribute_clusters(one, most_list_bytes);
+            outside = read_attribute_clusters(one, max_list_bytes);
             list = one.non_resident() ? byte_view{outside} : one.content();
         }
         good = parse_attribute(stats, one);

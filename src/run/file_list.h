@@ -2,7 +2,7 @@
 
 #include "base/hv_fileio.h"
 #include "base/hv_portable_dir.h"
-#include "run/trash_options.h"
+#include "records/trash_options.h"
 
 #include <string>
 #include <utility>

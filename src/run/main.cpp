@@ -1,7 +1,7 @@
 #include "base/hv_console.h"
 #include "base/hv_fileio.h"
+#include "records/trash_options.h"
 #include "run/run_modes.h"
-#include "run/trash_options.h"
 #include "run/usage.h"
 
 #include <csignal>

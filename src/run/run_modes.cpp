@@ -3,10 +3,10 @@
 #include "base/hv_portable_dir.h"
 #include "base/hv_text_convert.h"
 #include "run/file_list.h"
+#include "run/process_entries.h"
 #include "run/volume_modes.h"
 #include "trash/classify.h"
 #include "trash/register_file.h"
-#include "trash/resolve.h"
 
 #include <cstdio>
 

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "run/trash_options.h"
+#include "records/trash_options.h"
 
 namespace hv {
 

@@ -1,4 +1,4 @@
-#include "run/trash_options.h"
+#include "records/trash_options.h"
 
 #include "base/hv_portable_dir.h"
 #include "base/hv_string.h"

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "run/option_readers.h"
+#include "options/option_readers.h"
 
 #include <string>
 #include <string_view>

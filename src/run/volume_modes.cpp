@@ -2,14 +2,14 @@
 
 #include "base/hv_console.h"
 #include "ntfs/ntfs.h"
+#include "run/process_entries.h"
+#include "scan/find_bins.h"
 #include "scan/mft_scan.h"
+#include "scan/mft_walk.h"
 #include "scan/raw_scan.h"
 #include "scan/shadow_scan.h"
-#include "scan/store_scan.h"
 #include "scan/unalloc_scan.h"
 #include "trash/classify.h"
-#include "trash/find_bins.h"
-#include "trash/resolve.h"
 
 #include <algorithm>
 
@@ -57,20 +57,20 @@ u64 attach_mft(const CNtfs &volume, RAW_DISK_IO &disk)
 void run_later_passes(CNtfs &volume, trash_options &options)
 {
     // Real paths are far from using this up; hostile records may lose theirs.
-    const auto most_text = [&options] {
+    const auto max_text = [&options] {
         return (u64{16} << 20) + options.records.size() * 256;
     };
     if (options.include_vss) {
         mark_bin_dirs(options);
         scan_shadow_stores(volume, options);
         log_store_count(options, "vss");
-        build_directory_paths(options, most_text());
+        build_directory_paths(options, max_text());
     }
     if (options.include_unalloc) {
         mark_bin_dirs(options);
         scan_volume_extras(volume, options);
         log_store_count(options, "unalloc");
-        build_directory_paths(options, most_text());
+        build_directory_paths(options, max_text());
     }
 }
 

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "run/trash_options.h"
+#include "records/trash_options.h"
 
 /// The run modes that take their records from an `$MFT` or a volume. Each writes its
 /// results to the options' stream.

@@ -1,7 +1,7 @@
 #include "scan/carve.h"
 
 #include "ntfs/hv_file_record.h"
-#include "run/trash_options.h"
+#include "records/trash_options.h"
 #include "scan/mft_scan.h"
 #include "trash/deleted_records.h"
 
@@ -93,7 +93,7 @@ void carve_cluster(const scan_item &item)
     const u64 chunk =
         options.cluster_size == 0 ? size : std::min<u64>(options.cluster_size, size);
     // A smaller chunk holds neither a record nor a list, but there may be many of them.
-    if (chunk < info2::least_size) return;
+    if (chunk < info2::min_size) return;
     for (u64 at = 0; at < size; at += chunk) {
         const byte_view bytes = item.data.clip(at, chunk);
         const record_search records = take_records(item, at, bytes);

@@ -1,4 +1,4 @@
-#include "scan/store_scan.h"
+#include "scan/mft_walk.h"
 
 #include "base/hv_string.h"
 #include "ntfs/hv_ntfs_layout.h"
@@ -14,7 +14,7 @@ namespace {
 constexpr std::string_view root_text = "[root]";
 
 // Longer paths can't be opened by any Windows; only loops of damaged records make them.
-constexpr std::size_t longest_path = 32767;
+constexpr std::size_t max_path = 32767;
 
 std::string unknown_name(u64 entry)
 {
@@ -23,10 +23,10 @@ std::string unknown_name(u64 entry)
 
 class path_builder {
 public:
-    path_builder(_inode_collection &collection, u64 most_text)
+    path_builder(_inode_collection &collection, u64 max_text)
         : m_collection(collection),
           m_records(collection.records),
-          m_budget(most_text)
+          m_budget(max_text)
     {
     }
 
@@ -83,7 +83,7 @@ private:
             std::string_view name = m_records.name(index);
             const std::string unknown = unknown_name(m_records[index].entry);
             if (name.empty()) name = unknown;
-            if (text.size() + name.size() > longest_path || text.size() > m_budget) {
+            if (text.size() + name.size() > max_path || text.size() > m_budget) {
                 text.clear();
                 m_complete = false;
             }
@@ -107,9 +107,9 @@ private:
 
 } // namespace
 
-void build_directory_paths(_inode_collection &collection, u64 most_text)
+void build_directory_paths(_inode_collection &collection, u64 max_text)
 {
-    path_builder builder(collection, most_text);
+    path_builder builder(collection, max_text);
     for (const auto &[entry, index] : collection.directories)
         builder.resolve(entry, index);
 }

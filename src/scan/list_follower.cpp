@@ -21,7 +21,7 @@ list_follower::list_follower(const store_source &source, u32 record_size)
       m_cluster_size(source.cluster_size != 0 ? source.cluster_size
                                               : default_cluster_size),
       m_list_bytes(std::min(source.total_size, source.disk.get_stored_size()) +
-                   spare_lists * most_list_bytes),
+                   spare_lists * max_list_bytes),
       m_extension_reads(m_list_bytes / record_size)
 {
     m_reader.read_record = [this](u64 entry, std::vector<u8> &record) {
@@ -59,8 +59,7 @@ std::vector<u8> list_follower::read_list_clusters(const std::vector<flat_run> &r
 bool list_follower::take_cluster(std::vector<u8> &bytes, const flat_run &run, u32 index)
 {
     u64 position = 0;
-    if (bytes.size() + m_cluster_size >
-            std::max<u64>(most_list_bytes, m_cluster_size) ||
+    if (bytes.size() + m_cluster_size > std::max<u64>(max_list_bytes, m_cluster_size) ||
         m_list_bytes < m_cluster_size || run.delta == 0 ||
         __builtin_mul_overflow(run.lcn + index, m_cluster_size, &position) ||
         __builtin_add_overflow(position, m_source.disk.map_base(), &position) ||

@@ -1,7 +1,7 @@
 #pragma once
 
+#include "scan/mft_walk.h"
 #include "scan/record_parse.h"
-#include "scan/store_scan.h"
 
 #include <vector>
 

@@ -5,7 +5,7 @@
 #include "ntfs/hv_attribute_list.h"
 #include "ntfs/hv_mft_entries_ctx.h"
 #include "ntfs/ntfs.h"
-#include "run/trash_options.h"
+#include "records/trash_options.h"
 
 #include <algorithm>
 
@@ -14,12 +14,12 @@ namespace hv {
 namespace {
 
 // A name of one byte is refused, wherever it stands.
-constexpr std::size_t least_name = 2;
+constexpr std::size_t min_name = 2;
 
 // The content of an `INFO2` is counted in clusters of this size, whatever the volume's.
 // On a volume with larger ones, the end of a long `INFO2` is lost.
 constexpr unsigned info2_cluster_shift = 12;
-constexpr u64 largest_info2 = 0xFFFFFF;
+constexpr u64 max_info2 = 0xFFFFFF;
 
 bool is_bin_name(std::string_view name)
 {
@@ -62,7 +62,7 @@ bool load_info2(const trash_options &options, parsed_record &record,
     std::vector<cluster_run> runs;
     flat_to_cluster_runs(record.data_runs, runs);
     const u64 clusters = runs_total_bytes(runs, 1, true);
-    if (clusters > largest_info2 >> info2_cluster_shift || options.rawscan) return true;
+    if (clusters > max_info2 >> info2_cluster_shift || options.rawscan) return true;
     const u64 bytes = clusters << info2_cluster_shift;
     if (bytes > load_budget) return true;
     load_budget -= bytes;
@@ -92,7 +92,7 @@ bool scan(trash_options &options, const store_source &source,
 // Every so many entries the progress line is drawn anew.
 constexpr u64 entries_per_status = 53;
 
-constexpr std::size_t least_record = 1024;
+constexpr std::size_t min_record = 1024;
 
 u64 reference_of(u64 entry, u16 sequence)
 {
@@ -135,7 +135,7 @@ std::vector<u8> read_list_clusters(const CNtfs &volume,
     for (const flat_run &run : runs) {
         for (u32 i = 0; i < run.clusters; ++i) {
             const std::size_t had = bytes.size();
-            if (run.delta == 0 || had >= most_list_bytes || !spend(budget, cluster))
+            if (run.delta == 0 || had >= max_list_bytes || !spend(budget, cluster))
                 return bytes;
             bytes.resize(had + cluster);
             u32 length = cluster;
@@ -182,7 +182,7 @@ u64 mft_size_of(const CNtfs &volume)
 filter_answer filter_record(trash_options &options, parsed_record &record,
                             u64 store_index, const RAW_DISK_IO *disk, u64 &load_budget)
 {
-    if (record.name.size() < least_name) return filter_answer::refuse;
+    if (record.name.size() < min_name) return filter_answer::refuse;
     const bool wanted = record.is_directory()
                             ? is_wanted_directory(options, record, store_index)
                             : is_in_bin(options, record);
@@ -245,7 +245,7 @@ bool scan_mft_entries(const CNtfs &volume, const scan_callback &callback,
 void process_mft_record(const scan_item &item)
 {
     if (item.context == nullptr || item.volume == nullptr ||
-        item.data.size() < least_record)
+        item.data.size() < min_record)
         return;
     trash_options &options = *item.context;
     if (options.results_stream == nullptr || !options.results_stream->good()) return;

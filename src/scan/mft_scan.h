@@ -2,8 +2,8 @@
 
 #include "base/hv_types.h"
 #include "disk/hv_raw_disk_io.h"
+#include "scan/mft_walk.h"
 #include "scan/scan_item.h"
-#include "scan/store_scan.h"
 
 #include <string_view>
 

@@ -2,11 +2,11 @@
 
 #include "base/hv_console.h"
 #include "disk/hv_medium_reader.h"
-#include "run/trash_options.h"
+#include "records/trash_options.h"
 #include "scan/carve.h"
 #include "scan/list_follower.h"
 #include "scan/mft_scan.h"
-#include "scan/store_scan.h"
+#include "scan/mft_walk.h"
 #include "trash/deleted_records.h"
 
 #include <algorithm>
@@ -25,7 +25,7 @@ constexpr u32 default_cluster_size = 4096;
 
 // No file system has larger clusters. A carver gets zeros behind the end of the medium
 // only as far as this, whatever size the user claims.
-constexpr u64 largest_cluster = u64{2} << 20;
+constexpr u64 max_cluster = u64{2} << 20;
 
 constexpr unsigned progress_width = 40;
 constexpr unsigned progress_step = 5;
@@ -159,7 +159,7 @@ private:
     {
         const u64 left = m_source.total_size - position;
         const u64 size =
-            std::min<u64>(m_options.cluster_size, std::max(left, largest_cluster));
+            std::min<u64>(m_options.cluster_size, std::max(left, max_cluster));
         std::vector<u8> cluster(size);
         u32 length = static_cast<u32>(std::min(size, left));
         if (!m_source.disk.read_checked(cluster.data(), length, position)) return;
@@ -188,7 +188,7 @@ private:
 
 bool run_raw_scan(trash_options &options, std::string_view path)
 {
-    constexpr u64 least_path_budget = u64{16} << 20;
+    constexpr u64 min_path_budget = u64{16} << 20;
     if (path.empty() || options.cluster_size == 0) return false;
     const RAW_DISK_IO disk(path);
     if (!disk.is_open()) return false;
@@ -198,7 +198,7 @@ bool run_raw_scan(trash_options &options, std::string_view path)
     scanner.scan();
     end_progress(options.progress);
     if (!options.directories.empty())
-        build_directory_paths(options, std::max(scanner.scanned(), least_path_budget));
+        build_directory_paths(options, std::max(scanner.scanned(), min_path_budget));
     return !options.bin_directories.empty();
 }
 

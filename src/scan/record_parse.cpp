@@ -17,8 +17,8 @@ constexpr u32 store_sector_size = 512;
 // What the first entry of an attribute list has to be like, for the list to be
 // believed.
 constexpr u32 type_step = 16;
-constexpr u32 largest_type = 256;
-constexpr u16 least_list_entry = 32;
+constexpr u32 max_type = 256;
+constexpr u16 min_list_entry = 32;
 
 constexpr std::string_view zone_stream = "zone.identifier";
 
@@ -134,9 +134,8 @@ private:
         const u16 length = list.read_padded<u16>(list_entry::length);
         const u32 name_end = list.read_padded<u8>(list_entry::name_offset) +
                              u32{list.read_padded<u8>(list_entry::name_length)};
-        return type % type_step == 0 && type <= largest_type &&
-               length >= least_list_entry && length <= list.size() &&
-               name_end <= length;
+        return type % type_step == 0 && type <= max_type && length >= min_list_entry &&
+               length <= list.size() && name_end <= length;
     }
 
     void follow_list(attribute_ref one)

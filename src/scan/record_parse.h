@@ -3,7 +3,7 @@
 #include "base/hv_byte_view.h"
 #include "ntfs/hv_data_run.h"
 #include "ntfs/hv_file_record.h"
-#include "scan/inode_record.h"
+#include "records/inode_record.h"
 
 #include <functional>
 #include <span>

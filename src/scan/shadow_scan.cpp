@@ -4,7 +4,7 @@
 #include "disk/hv_medium_reader.h"
 #include "ntfs/hv_mft_entries_ctx.h"
 #include "ntfs/ntfs.h"
-#include "run/trash_options.h"
+#include "records/trash_options.h"
 #include "scan/carve.h"
 #include "scan/cluster_visits.h"
 #include "vss/hv_vss_catalog.h"
@@ -26,7 +26,7 @@ constexpr u64 clusters_per_status = 53;
 
 // Store files don't share clusters, and no two stores a file. Hostile catalogs and run
 // lists are served so often and no more.
-constexpr unsigned most_visits = 4;
+constexpr unsigned max_visits = 4;
 
 std::string pair_text(std::string_view name, std::string_view value)
 {
@@ -58,7 +58,7 @@ public:
           m_entries(volume, options.log()),
           m_reader(m_disk),
           m_buffer(read_size),
-          m_visits(most_visits)
+          m_visits(max_visits)
     {
     }
 
@@ -69,7 +69,7 @@ public:
         mft_entry file;
         const u64 entry = reference_entry(store.file_reference);
         // Without this entry of the catalog, nothing says which file it is.
-        if (!store.entry_of(3).seen || ++m_file_visits[entry] > most_visits ||
+        if (!store.entry_of(3).seen || ++m_file_visits[entry] > max_visits ||
             !m_entries.analyze_entry(file, entry))
             return store_outcome::skipped;
         m_options.scan_label = location_text(store_id, store, m_options.format);

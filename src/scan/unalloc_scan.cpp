@@ -4,7 +4,7 @@
 #include "disk/hv_medium_reader.h"
 #include "ntfs/hv_stream_reader.h"
 #include "ntfs/ntfs.h"
-#include "run/trash_options.h"
+#include "records/trash_options.h"
 #include "scan/carve.h"
 #include "scan/mft_scan.h"
 
@@ -25,7 +25,7 @@ constexpr u64 clusters_per_status = 753;
 // What is asked of the medium at a time.
 constexpr u64 group_bytes = u64{64} << 10;
 
-constexpr u64 most_clusters = std::numeric_limits<i32>::max();
+constexpr u64 max_clusters = std::numeric_limits<i32>::max();
 
 /// Hands the bytes of a stream on as they come, so that the bitmap of a large volume
 /// needn't be held in memory.
@@ -58,7 +58,7 @@ bool read_bitmap(const CNtfs &volume, byte_sink::visitor visit)
     std::ostream stream(&sink);
     stream_options options;
     options.compact = true;
-    options.most_bytes = most_clusters / 8 + 1; // one byte more is too many already
+    options.max_bytes = max_clusters / 8 + 1; // one byte more is too many already
     return read_inode_data(volume, bitmap_entry_number, stream, options);
 }
 
@@ -237,7 +237,7 @@ bool scan_unallocated(const CNtfs &volume, const scan_callback &callback,
         return false;
     const u64 total = bytes * 8;
     // The count of clusters has always been kept in 31 bits.
-    if (total == 0 || total > most_clusters) return true;
+    if (total == 0 || total > max_clusters) return true;
     free_cluster_walk walk(volume, callback, context, total);
     read_bitmap(volume, [&walk](std::span<const char> piece) {
         for (const char byte : piece) walk.take_bits(static_cast<u8>(byte));

@@ -25,12 +25,12 @@ struct ace_summary {
 using ace_map = std::map<std::string, ace_summary>;
 
 /// No ACL has more bytes: the field that tells its size has 16 bits.
-inline constexpr u64 most_acl_bytes = 65535;
+inline constexpr u64 max_acl_bytes = 65535;
 
 /// Calls `visit` with the bytes from each ACE on, in the order of the list; `acl`
 /// begins with the ACL's header and may go on behind it. Each ACE says where the next
 /// one is, be it in the same place or inside itself, and the header how many there are.
-/// ACEs of a sound ACL lie apart; a walk that has seen `most_acl_bytes` has met some
+/// ACEs of a sound ACL lie apart; a walk that has seen `max_acl_bytes` has met some
 /// more than once and ends, so that a few bytes can't ask for 65535 texts. False for
 /// a header that passes the end.
 template <class Visit> bool for_each_ace(byte_view acl, Visit visit)
@@ -39,7 +39,7 @@ template <class Visit> bool for_each_ace(byte_view acl, Visit visit)
     if (!acl.fits(0, acl_layout::header_size) ||
         !acl.read(acl_layout::ace_count.offset, count))
         return false;
-    u64 bytes_left = most_acl_bytes;
+    u64 bytes_left = max_acl_bytes;
     byte_view rest = acl.from(acl_layout::header_size);
     for (u32 i = 0; i < count && rest.fits(0, ace_layout::sid); ++i) {
         const u64 size = ace_layout::sid + sid_at(rest, ace_layout::sid).size();

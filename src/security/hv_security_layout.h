@@ -22,7 +22,7 @@ inline constexpr labelled_field<u8> count         { 1, "subauthority count: 0x"}
 inline constexpr std::size_t        authority     =  2; ///< 6 bytes
 inline constexpr std::size_t        authority_end =  8;
 inline constexpr std::size_t        subauthority  =  8; ///< u32, `count` times
-inline constexpr std::size_t        least_size    = 12;
+inline constexpr std::size_t        min_size    = 12;
 inline constexpr std::string_view authority_label    = "ident authority:    0x";
 inline constexpr std::string_view subauthority_label = "subauthority:       0x";
 } // namespace sid_layout

@@ -20,10 +20,10 @@ constexpr std::string_view sds_stream_name = "$SDS";
 
 // Entries stand one behind the other from the start of the stream on. Where so many
 // blocks in a row hold none, the stream's size is damaged.
-constexpr u64 most_empty_blocks = 64;
+constexpr u64 max_empty_blocks = 64;
 
 // Two SIDs and two ACLs of the largest size take less.
-constexpr u64 most_descriptor_bytes = sds_entry::block_size;
+constexpr u64 max_descriptor_bytes = sds_entry::block_size;
 
 // The stream is read as far as its runs reach. Runs may name clusters that don't exist,
 // or the same ones over and over; none of it makes it larger than the medium.
@@ -84,7 +84,7 @@ try {
     const u64 size = readable_size(m_volume, stream);
     std::vector<u8> block(std::min(size, sds_entry::block_size));
     u64 empty_blocks = 0;
-    for (u64 at = 0; at < size && empty_blocks < most_empty_blocks;
+    for (u64 at = 0; at < size && empty_blocks < max_empty_blocks;
          at += sds_entry::block_size) {
         ++empty_blocks;
         u32 got = static_cast<u32>(std::min<u64>(block.size(), size - at));
@@ -178,7 +178,7 @@ bool security_map::read_own_descriptor(std::vector<u8> &out_descriptor, u64 entr
     if (!find_attribute_of(attribute, m_volume, entry,
                            attribute_type::security_descriptor, {}) ||
         !read_attribute_stream(m_volume, attribute, content,
-                               {.most_bytes = most_descriptor_bytes}))
+                               {.max_bytes = max_descriptor_bytes}))
         return false;
     const std::string text = std::move(content).str();
     out_descriptor.assign(text.begin(), text.end());

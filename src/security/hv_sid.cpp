@@ -114,7 +114,7 @@ byte_view sid_at(byte_view bytes, u64 at)
 bool sid_to_text(std::string &out_text, byte_view sid)
 {
     out_text.clear();
-    if (sid.size() < sid_layout::least_size || size_of(sid) > sid.size()) return false;
+    if (sid.size() < sid_layout::min_size || size_of(sid) > sid.size()) return false;
     const u8 revision = sid.read_padded<u8>(sid_layout::revision.offset);
     out_text =
         "S-" + std::to_string(revision) + "-" + std::to_string(authority_of(sid));

@@ -10,13 +10,13 @@ constexpr auto npos = std::string_view::npos;
 constexpr std::string_view info2_name = "INFO2";
 
 // A shorter "$I..." is no name that Windows gives: "$I", six characters, an extension.
-constexpr std::size_t least_dollar_i_name = 8;
-constexpr std::size_t least_name = 2;
+constexpr std::size_t min_dollar_i_name = 8;
+constexpr std::size_t min_name = 2;
 
 bool is_metadata_name(std::string_view name)
 {
     return name == info2_name ||
-           (name.size() >= least_dollar_i_name && name.starts_with("$I"));
+           (name.size() >= min_dollar_i_name && name.starts_with("$I"));
 }
 
 void file_metadata(_trash_inodes &collection, u64 index)
@@ -98,7 +98,7 @@ bool classify_record(_trash_inodes &collection, u64 index)
         collection.recycler_layout = bin_name.starts_with('R');
     }
     const std::string_view name = records.name(index);
-    if (!records[index].has_parents() || name.size() < least_name) return false;
+    if (!records[index].has_parents() || name.size() < min_name) return false;
     if (is_metadata_name(name)) {
         file_metadata(collection, index);
         return true;

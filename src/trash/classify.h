@@ -1,6 +1,6 @@
 #pragma once
 
-#include "trash/trash_inodes.h"
+#include "records/trash_inodes.h"
 
 namespace hv {
 

@@ -13,10 +13,10 @@ namespace {
 
 // The path field holds 520 bytes, of which the last two units have always been left
 // out: a path that uses them is cut.
-constexpr u64 longest_path_bytes = 516;
+constexpr u64 max_path_bytes = 516;
 
 // A torn record that is shorter can't hold a path worth reporting.
-constexpr std::size_t least_torn_size = 289;
+constexpr std::size_t min_torn_size = 289;
 
 enum dollar_i_version : u32 { version_1 = 1, version_2 = 2 };
 
@@ -104,9 +104,9 @@ bool check_i2(byte_view file)
 {
     const u32 units = file.read_padded<u32>(dollar_i::path_units.offset);
     return file.read_padded<u32>(dollar_i::version.offset) == version_2 &&
-           file.size() >= dollar_i::least_size_2 &&
+           file.size() >= dollar_i::min_size_2 &&
            file.read_padded<u32>(dollar_i::path_2) != 0 && units >= 2 &&
-           units <= dollar_i::most_units &&
+           units <= dollar_i::max_units &&
            is_plausible_filetime(file.read_padded<u64>(dollar_i::deleted_time.offset));
 }
 
@@ -130,8 +130,7 @@ bool parse_i1(std::vector<trash_entry> &parsed, byte_view file, bool keep_parsed
     if (!keep_parsed) parsed.clear();
     if (!check_i1(file)) return false;
     trash_entry entry = read_dollar_i(file, source);
-    entry.deleted_path =
-        read_wide_path(file.from(dollar_i::path_1), longest_path_bytes);
+    entry.deleted_path = read_wide_path(file.from(dollar_i::path_1), max_path_bytes);
     parsed.push_back(std::move(entry));
     return true;
 }
@@ -154,22 +153,22 @@ bool parse_info2(std::vector<trash_entry> &parsed, byte_view file, bool keep_par
                  const metadata_source &source, bool carved)
 {
     if (!keep_parsed) parsed.clear();
-    if (file.size() < info2::least_size || !has_info2_header(file)) return false;
+    if (file.size() < info2::min_size || !has_info2_header(file)) return false;
     bool found = false;
     byte_view rest = file.from(info2::first_cursor);
     for (; rest.size() >= info2::record_size; rest = rest.from(info2::record_size)) {
         if (!looks_like_info2(rest, true)) continue;
-        parsed.push_back(read_info2_record(rest, longest_path_bytes, source, carved));
+        parsed.push_back(read_info2_record(rest, max_path_bytes, source, carved));
         found = true;
     }
     // What is left is shorter than a record. Without one good record ahead of it, it
     // isn't believed.
     if (!found) return false;
-    if (rest.size() < least_torn_size || !has_plausible_fields(rest) ||
+    if (rest.size() < min_torn_size || !has_plausible_fields(rest) ||
         !begins_with_drive(rest))
         return true;
     const u64 limit =
-        std::min<u64>(longest_path_bytes, rest.size() - info2_record::wide_path);
+        std::min<u64>(max_path_bytes, rest.size() - info2_record::wide_path);
     parsed.push_back(read_info2_record(rest, limit, source, carved));
     return true;
 }
@@ -186,7 +185,7 @@ bool parse_metadata(std::vector<trash_entry> &parsed, byte_view file, bool keep_
 u64 useful_metadata_size(byte_view head)
 {
     if (has_info2_header(head)) return std::numeric_limits<u64>::max();
-    return dollar_i::path_2 + u64{2} * dollar_i::most_units;
+    return dollar_i::path_2 + u64{2} * dollar_i::max_units;
 }
 
 } // namespace hv

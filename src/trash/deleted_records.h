@@ -2,7 +2,7 @@
 
 #include "base/hv_byte_view.h"
 #include "base/hv_types.h"
-#include "trash/trash_entry.h"
+#include "records/trash_entry.h"
 
 #include <string_view>
 #include <vector>
@@ -23,15 +23,15 @@ inline constexpr std::size_t   path_1       = 24; ///< version 1: UTF-16LE, 520 
 inline constexpr le_field<u32> path_units   {24}; ///< version 2: with the ending zero
 inline constexpr std::size_t   path_2       = 28; ///< version 2: UTF-16LE
 inline constexpr std::size_t   size_1       = 544;
-inline constexpr std::size_t   least_size_2 = 30;
-inline constexpr u32           most_units   = 2048;
+inline constexpr std::size_t   min_size_2 = 30;
+inline constexpr u32           max_units   = 2048;
 } // namespace dollar_i
 
 /// `INFO2` file: a header and an array of records, for a whole bin.
 namespace info2 {
 inline constexpr std::size_t record_size_field = 12; ///< u32, must be `record_size`
 inline constexpr std::size_t first_cursor      = 16; ///< four bytes ahead of record one
-inline constexpr std::size_t least_size        = 816;
+inline constexpr std::size_t min_size        = 816;
 inline constexpr std::size_t record_size       = 800;
 } // namespace info2
 

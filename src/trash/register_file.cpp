@@ -20,7 +20,7 @@ constexpr u64 metadata_head_size = 0x8000;
 
 // No `INFO2` comes near this: it would be the record of a million files. Without a
 // limit a sparse file of a few bytes on disk could take all memory.
-constexpr u64 largest_metadata = u64{1} << 30;
+constexpr u64 max_metadata = u64{1} << 30;
 
 enum class file_role { root, metadata, data, none };
 
@@ -85,8 +85,7 @@ std::vector<u8> read_metadata_file(std::string_view path)
     uni::fileio file;
     if (!file.open(path, uni::open_mode::read)) return data;
     if (!file.read_vector(data, metadata_head_size, 0)) return {};
-    const u64 useful =
-        std::min(useful_metadata_size(byte_view{data}), largest_metadata);
+    const u64 useful = std::min(useful_metadata_size(byte_view{data}), max_metadata);
     if (data.size() > useful) {
         data.resize(useful);
         data.shrink_to_fit();

@@ -1,7 +1,7 @@
 #pragma once
 
 #include "base/hv_log.h"
-#include "trash/trash_inodes.h"
+#include "records/trash_inodes.h"
 
 #include <string_view>
 #include <vector>

@@ -1,11 +1,9 @@
 #include "trash/resolve.h"
 
-#include "base/hv_console.h"
 #include "base/hv_fileio.h"
 #include "base/hv_string.h"
 #include "trash/deleted_records.h"
 #include "trash/register_file.h"
-#include "trash/write_table.h"
 
 #include <utility>
 
@@ -14,7 +12,7 @@ namespace hv {
 namespace {
 
 constexpr auto npos = std::string_view::npos;
-constexpr std::size_t least_name = 2;
+constexpr std::size_t min_name = 2;
 
 // How much of a metadata file a parser reads when the file's own record gave nothing.
 constexpr u64 late_read_size = 32768;
@@ -152,7 +150,7 @@ void process_metadata(trash_options &options, u64 volume_offset)
 {
     for (const auto &[entry, index] : options.metadata_index) {
         const std::string_view name = options.records.name(index);
-        if (name.size() < least_name) continue;
+        if (name.size() < min_name) continue;
         adopt_carved_data(options, index, volume_offset);
         if (!parse_metadata_record(options, index)) log_problem(options, name);
     }
@@ -262,7 +260,7 @@ data_file_keys data_file_key(const trash_entry &entry, std::string_view metadata
 bool parse_metadata_record(trash_options &options, u64 index)
 {
     inode_store &records = options.records;
-    if (records.name(index).size() < least_name) return false;
+    if (records.name(index).size() < min_name) return false;
     if (!complete_metadata_path(options, index)) return false;
     options.keep_parsed = true;
     std::vector<u8> &data = records.extras(index).data;
@@ -301,14 +299,11 @@ bool resolve_carved_entry(trash_options &options, trash_entry entry)
     return pair_entry(options, keys.key, std::move(entry), keys) == pairing::alone;
 }
 
-void process_entries(std::ostream &results_stream, u64 volume_offset,
-                     trash_options &options)
+void resolve_records(trash_options &options, u64 volume_offset)
 {
     process_metadata(options, volume_offset);
     process_carved(options);
     process_orphans(options);
-    flush_console();
-    write_results(results_stream, options.results, options);
 }
 
 } // namespace hv

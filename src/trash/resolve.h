@@ -1,6 +1,6 @@
 #pragma once
 
-#include "run/trash_options.h"
+#include "records/trash_options.h"
 
 #include <string>
 #include <string_view>
@@ -27,9 +27,7 @@ bool resolve_entries(trash_options &options, u64 index);
 bool resolve_carved_entry(trash_options &options, trash_entry entry);
 
 /// Makes all rows of the run: of metadata files, of carved `INFO2` data, and of data
-/// files that no metadata is left for; then writes them to `results_stream`.
-/// `volume_offset` is in bytes. Runs once, at the end of every run mode.
-void process_entries(std::ostream &results_stream, u64 volume_offset,
-                     trash_options &options);
+/// files that no metadata is left for. `volume_offset` is in bytes.
+void resolve_records(trash_options &options, u64 volume_offset);
 
 } // namespace hv

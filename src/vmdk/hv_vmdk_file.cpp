@@ -3,7 +3,7 @@
 #include "base/hv_open_file.h"
 #include "base/hv_string.h"
 #include "base/hv_text_convert.h"
-#include "disk/hv_partition_buffer.h"
+#include "partitions/hv_partition_buffer.h"
 
 #include <algorithm>
 #include <limits>
@@ -15,15 +15,14 @@ namespace {
 
 // Real descriptors have some ten kilobytes, and what links the files stands at their
 // front. A damaged size must not bring a whole disk into memory.
-constexpr u64 largest_descriptor = u64{1} << 20;
+constexpr u64 max_descriptor = u64{1} << 20;
 
 // Tables of the usual size cover 32 MiB each. A header that needs more than so many
 // tables is damaged.
-constexpr u64 most_tables = u64{1} << 20;
+constexpr u64 max_tables = u64{1} << 20;
 
 // Header and tables have always been addressed with 32 bits.
-constexpr u64 most_metadata_sectors =
-    std::numeric_limits<u32>::max() / vmdk_sector_size;
+constexpr u64 max_metadata_sectors = std::numeric_limits<u32>::max() / vmdk_sector_size;
 
 u64 divide_up(u64 value, u64 by)
 {
@@ -99,7 +98,7 @@ bool vmdk_file::read_descriptor()
         __builtin_mul_overflow(get(vmdk_header::descriptor_size), vmdk_sector_size,
                                &size))
         return false;
-    const std::vector<u8> area = read_area(place, std::min(size, largest_descriptor));
+    const std::vector<u8> area = read_area(place, std::min(size, max_descriptor));
     if (area.empty()) return false;
     // The text is filled up with NUL bytes, which are no line of it.
     const std::string text(area.begin(), std::ranges::find(area, u8{0}));
@@ -152,7 +151,7 @@ bool vmdk_file::find_directory(u64 &place, u64 &entries) const
 {
     const u64 overhead = get(vmdk_header::overhead);
     const u64 sector = get(vmdk_header::directory_offset);
-    if (overhead > most_metadata_sectors || sector > overhead ||
+    if (overhead > max_metadata_sectors || sector > overhead ||
         overhead * vmdk_sector_size > m_file_size)
         return false;
     place = sector * vmdk_sector_size;
@@ -161,7 +160,7 @@ bool vmdk_file::find_directory(u64 &place, u64 &entries) const
     if (first_table > overhead || first_table <= sector) return false;
     entries = std::min((first_table - sector) * vmdk_sector_size / vmdk_entry_size,
                        divide_up(m_grains, get(vmdk_header::entries_per_table)));
-    return entries != 0 && entries <= most_tables;
+    return entries != 0 && entries <= max_tables;
 }
 
 u64 vmdk_file::get_stored_size() const

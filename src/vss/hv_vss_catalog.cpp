@@ -15,12 +15,12 @@ namespace hv {
 
 namespace {
 
-constexpr std::size_t least_catalog = 1024;
+constexpr std::size_t min_catalog = 1024;
 constexpr std::string_view folder_name = "system volume information";
 
 // A volume has some hundred snapshots at most, each with two entries of 128 bytes. A
 // file that claims more may be a hole of any size.
-constexpr u64 largest_catalog = u64{4} << 20;
+constexpr u64 max_catalog = u64{4} << 20;
 
 bool has_identifier(byte_view block)
 {
@@ -201,7 +201,7 @@ bool parse_catalog(vss_block_map &out_blocks, vss_store_map &out_stores,
                    byte_view catalog)
 {
     vss_block_hdr header;
-    if (catalog.size() < least_catalog ||
+    if (catalog.size() < min_catalog ||
         !parse_block_header(header, catalog, vss_block_type::catalog, 0))
         return false;
     out_blocks[0] = header;
@@ -258,7 +258,7 @@ bool load_stores(std::array<u8, vss_block::header_size> &out_header,
     if (!volume.is_validated() || !find_catalog(folder, entry, volume)) return false;
     std::ostringstream stream;
     stream_options options;
-    options.most_bytes = std::min(largest_catalog, volume.get_disk()->get_size());
+    options.max_bytes = std::min(max_catalog, volume.get_disk()->get_size());
     options.log = log;
     if (!read_inode_data(volume, entry, stream, options)) return false;
     const std::string bytes = stream.str();

@@ -64,7 +64,7 @@ inline constexpr le_field<u64> store_offset      {16}; ///< where they lie in th
 inline constexpr le_field<u32> flags             {24};
 inline constexpr le_field<u32> allocation_bitmap {28}; ///< one bit for each sector
 inline constexpr std::size_t   size = 32;
-inline constexpr std::size_t   most_in_block =
+inline constexpr std::size_t   max_in_block =
     (vss_block::block_size - vss_block::header_size) / size;
 inline constexpr u32 forwarder = 0x1; ///< the data are those of another offset
 inline constexpr u32 overlay   = 0x2; ///< only the sectors of the allocation bitmap
@@ -78,7 +78,7 @@ inline constexpr le_field<u64> offset          { 0};
 inline constexpr le_field<u64> relative_offset { 8};
 inline constexpr le_field<u64> range_size      {16};
 inline constexpr std::size_t   size = 24;
-inline constexpr std::size_t   least_block = vss_block::header_size + size;
+inline constexpr std::size_t   min_block = vss_block::header_size + size;
 } // namespace vss_range
 
 /// Bitmap behind a block header: one bit for each block of the volume, the least

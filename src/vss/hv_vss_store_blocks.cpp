@@ -10,7 +10,7 @@ namespace hv {
 namespace {
 
 // A chain ends where not even so much of a block is left on the medium.
-constexpr u64 least_on_medium = 4096;
+constexpr u64 min_on_medium = 4096;
 
 bool is_list_end(const fixed_view<vss_descriptor::size> &fields)
 {
@@ -28,7 +28,7 @@ bool parse_descriptor_block(std::vector<vss_block_descriptor> &out_list,
     if (!parse_block_header(out_header, block, vss_block_type::descriptors, offset))
         return false;
     byte_view rest = block.clip(vss_block::header_size,
-                                vss_descriptor::most_in_block * vss_descriptor::size);
+                                vss_descriptor::max_in_block * vss_descriptor::size);
     fixed_view<vss_descriptor::size> fields;
     for (u64 slot = 0; rest.fixed(0, fields) && !is_list_end(fields); ++slot) {
         out_list.push_back(
@@ -37,7 +37,7 @@ bool parse_descriptor_block(std::vector<vss_block_descriptor> &out_list,
              .store_offset = fields.get<vss_descriptor::store_offset>(),
              .flags = fields.get<vss_descriptor::flags>(),
              .sectors = fields.get<vss_descriptor::allocation_bitmap>(),
-             .position = block_index * vss_descriptor::most_in_block + slot});
+             .position = block_index * vss_descriptor::max_in_block + slot});
         rest = rest.from(vss_descriptor::size);
     }
     return true;
@@ -46,7 +46,7 @@ bool parse_descriptor_block(std::vector<vss_block_descriptor> &out_list,
 bool parse_range_block(std::vector<vss_block_range> &out_ranges,
                        vss_block_hdr &out_header, byte_view block, u64 offset)
 {
-    if (block.size() < vss_range::least_block ||
+    if (block.size() < vss_range::min_block ||
         !parse_block_header(out_header, block, vss_block_type::block_ranges, offset))
         return false;
     byte_view rest = block.from(vss_block::header_size);
@@ -116,7 +116,7 @@ bool vss_block_chain::next(byte_view &out_block, vss_block_hdr &out_header,
         return false;
     }
     m_state = state::damaged;
-    if (source.bytes_behind(offset) < least_on_medium || source.blocks_left == 0 ||
+    if (source.bytes_behind(offset) < min_on_medium || source.blocks_left == 0 ||
         !m_visited.insert(offset).second)
         return false;
     m_buffer.resize(vss_block::block_size);

@@ -1,9 +1,9 @@
 // What a file system forgot: raw media, free clusters, shadow-copy stores.
 
+#include "samples/ntfs_volume_builder.h"
+#include "samples/shadow_structures.h"
 #include "support/mkntfs_volume.h"
-#include "support/ntfs_volume_builder.h"
 #include "support/run_veskit.h"
-#include "support/shadow_structures.h"
 
 #include <gtest/gtest.h>
 

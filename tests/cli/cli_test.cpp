@@ -1,6 +1,6 @@
 // The whole program, as a user runs it.
 
-#include "support/record_builders.h"
+#include "samples/record_builders.h"
 #include "support/run_veskit.h"
 #include "support/temp_dir.h"
 

@@ -1,7 +1,7 @@
 // Volumes that other software made and wrote.
 
+#include "samples/record_builders.h"
 #include "support/mkntfs_volume.h"
-#include "support/record_builders.h"
 #include "support/run_veskit.h"
 
 #include <gtest/gtest.h>

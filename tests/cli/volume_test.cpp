@@ -1,6 +1,6 @@
 // Whole volumes, through `-image` and `-mftfile`.
 
-#include "support/ntfs_volume_builder.h"
+#include "samples/ntfs_volume_builder.h"
 #include "support/run_veskit.h"
 
 #include <gtest/gtest.h>

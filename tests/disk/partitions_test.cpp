@@ -2,7 +2,7 @@
 
 #include "base/hv_string.h"
 #include "disk/hv_raw_disk_io.h"
-#include "support/record_builders.h"
+#include "samples/record_builders.h"
 #include "support/temp_dir.h"
 
 #include <gtest/gtest.h>

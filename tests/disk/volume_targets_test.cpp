@@ -1,7 +1,7 @@
-#include "disk/hv_volume_targets.h"
+#include "ntfs/hv_volume_targets.h"
 
 #include "base/hv_string.h"
-#include "support/ntfs_volume_builder.h"
+#include "samples/ntfs_volume_builder.h"
 #include "support/temp_dir.h"
 
 #include <gtest/gtest.h>

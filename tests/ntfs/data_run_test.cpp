@@ -1,6 +1,6 @@
 #include "ntfs/hv_data_run.h"
 
-#include "support/record_builders.h"
+#include "samples/record_builders.h"
 
 #include <gtest/gtest.h>
 

@@ -1,7 +1,7 @@
 #include "ntfs/hv_directory_index.h"
 
 #include "ntfs/hv_file_record.h"
-#include "support/record_builders.h"
+#include "samples/record_builders.h"
 
 #include <gtest/gtest.h>
 

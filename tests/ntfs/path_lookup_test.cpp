@@ -2,7 +2,7 @@
 
 #include "ntfs/hv_mft_entries_ctx.h"
 #include "ntfs/ntfs.h"
-#include "support/ntfs_volume_builder.h"
+#include "samples/ntfs_volume_builder.h"
 #include "support/temp_dir.h"
 
 #include <gtest/gtest.h>

@@ -2,7 +2,7 @@
 
 #include "ntfs/hv_mft_entries_ctx.h"
 #include "ntfs/ntfs.h"
-#include "support/ntfs_volume_builder.h"
+#include "samples/ntfs_volume_builder.h"
 #include "support/temp_dir.h"
 
 #include <gtest/gtest.h>
@@ -66,7 +66,7 @@ TEST(StreamReader, ReadsEveryKindOfStream)
         EXPECT_TRUE(out.str() == std::string(expected.begin(), expected.end())) << i;
     }
     std::ostringstream cut;
-    EXPECT_TRUE(read_inode_data(volume, 65, cut, {.most_bytes = 5000}));
+    EXPECT_TRUE(read_inode_data(volume, 65, cut, {.max_bytes = 5000}));
     EXPECT_EQ(cut.str().size(), 5000u);
     std::ostringstream slack;
     EXPECT_TRUE(read_inode_data(volume, 65, slack, {.follow_slack = true}));

@@ -2,8 +2,8 @@
 // on the damaged bytes may go.
 
 #include "run/volume_modes.h"
-#include "support/ntfs_volume_builder.h"
-#include "support/shadow_structures.h"
+#include "samples/ntfs_volume_builder.h"
+#include "samples/shadow_structures.h"
 #include "support/temp_dir.h"
 
 #include <gtest/gtest.h>

@@ -5,8 +5,8 @@
 #include "scan/unalloc_scan.h"
 
 #include "ntfs/ntfs.h"
-#include "run/trash_options.h"
-#include "support/ntfs_volume_builder.h"
+#include "records/trash_options.h"
+#include "samples/ntfs_volume_builder.h"
 #include "support/temp_dir.h"
 #include "vss/hv_vss_catalog.h"
 

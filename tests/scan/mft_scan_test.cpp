@@ -1,8 +1,8 @@
 #include "scan/mft_scan.h"
 
 #include "ntfs/ntfs.h"
-#include "run/trash_options.h"
-#include "support/ntfs_volume_builder.h"
+#include "records/trash_options.h"
+#include "samples/ntfs_volume_builder.h"
 #include "support/temp_dir.h"
 
 #include <gtest/gtest.h>

@@ -2,9 +2,9 @@
 #include "security/hv_security_map.h"
 
 #include "ntfs/ntfs.h"
+#include "samples/ntfs_volume_builder.h"
+#include "samples/security_structures.h"
 #include "support/mkntfs_volume.h"
-#include "support/ntfs_volume_builder.h"
-#include "support/security_structures.h"
 
 #include <gtest/gtest.h>
 
@@ -117,7 +117,7 @@ TEST(Descriptor, DamageGivesABoundedReport)
         byte_vector damaged = full;
         damaged[at / 5] = std::array<u8, 5>{0, 1, 0x7F, 0xFF, 0x5C}[at % 5];
         if (at % 5 == 0) damaged.resize(at / 5); // of its own size: a read behind the end is noticed
-        EXPECT_LT(report(damaged).size(), 200 + 2 * 20 * most_acl_bytes) << "20 characters of each byte of an ACE";
+        EXPECT_LT(report(damaged).size(), 200 + 2 * 20 * max_acl_bytes) << "20 characters of each byte of an ACE";
         written(dump_descriptor, damaged);
         if (damaged.size() > 92) written(dump_acl, {damaged.begin() + 92, damaged.end()});
     }

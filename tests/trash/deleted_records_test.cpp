@@ -1,6 +1,6 @@
 #include "trash/deleted_records.h"
 
-#include "support/record_builders.h"
+#include "samples/record_builders.h"
 
 #include <gtest/gtest.h>
 

@@ -1,6 +1,6 @@
 #include "trash/resolve.h"
 
-#include "support/record_builders.h"
+#include "samples/record_builders.h"
 #include "support/temp_dir.h"
 #include "trash/classify.h"
 #include "trash/deleted_records.h"
@@ -54,8 +54,7 @@ protected:
     {
         mark_bin_dirs(options);
         classify_records(options);
-        std::ostringstream ignored;
-        process_entries(ignored, 0, options);
+        resolve_records(options, 0);
         std::vector<std::string> texts;
         for (const trash_entry *entry : options.results.in_order()) {
             const u64 paired =

@@ -2,9 +2,9 @@
 
 #include "ntfs/hv_stream_reader.h"
 #include "ntfs/ntfs.h"
-#include "support/ntfs_volume_builder.h"
+#include "samples/ntfs_volume_builder.h"
+#include "samples/vmdk_builder.h"
 #include "support/temp_dir.h"
-#include "support/vmdk_builder.h"
 
 #include <gtest/gtest.h>
 

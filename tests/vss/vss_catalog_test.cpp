@@ -1,6 +1,6 @@
 #include "vss/hv_vss_catalog.h"
 
-#include "support/shadow_structures.h"
+#include "samples/shadow_structures.h"
 
 #include <gtest/gtest.h>
 

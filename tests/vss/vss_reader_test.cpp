@@ -2,7 +2,7 @@
 
 #include "ntfs/hv_data_run.h"
 #include "ntfs/hv_file_record.h"
-#include "support/shadow_structures.h"
+#include "samples/shadow_structures.h"
 #include "support/temp_dir.h"
 
 #include <gtest/gtest.h>

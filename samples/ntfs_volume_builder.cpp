@@ -1,0 +1,724 @@
+#include "samples/ntfs_volume_builder.h"
+
+#include <array>
+#include <bit>
+
+namespace test_support {
+
+using namespace ntfs_structures;
+
+namespace {
+
+constexpr u64 unit_clusters = 16; // of a compression unit
+constexpr u32 directory_bit = 0x10000000;
+constexpr const char *index_name = "$I30";
+
+// A size that the boot sector gives in clusters or, below a cluster, as an exponent.
+u64 size_code(u32 bytes, u32 cluster_size)
+{
+    if (bytes >= cluster_size) return bytes / cluster_size;
+    return 256 - static_cast<u64>(std::countr_zero(bytes));
+}
+
+void put_times(byte_vector &bytes, std::size_t at, const ntfs_times &times)
+{
+    put_fields(bytes,
+               {{0, 8, times.created},
+                {8, 8, times.modified},
+                {16, 8, times.mft_changed},
+                {24, 8, times.accessed}},
+               at);
+}
+
+bool has_hole(const std::vector<extent> &runs)
+{
+    return std::any_of(runs.begin(), runs.end(),
+                       [](const extent &run) { return run.lcn == hole; });
+}
+
+// Which clusters are taken; those of deleted files are kept from others, but are free
+// in $Bitmap.
+class cluster_map {
+public:
+    void take(const extent &run, bool live, u64 entry)
+    {
+        if (run.lcn == hole) return;
+        if (m_taken.size() < run.lcn + run.clusters) {
+            m_taken.resize(run.lcn + run.clusters);
+            m_live.resize(m_taken.size());
+        }
+        for (u64 lcn = run.lcn; lcn < run.lcn + run.clusters; ++lcn) {
+            if (live && m_live[lcn]) refuse(entry, "its clusters are taken");
+            m_taken[lcn] = true;
+            if (live) m_live[lcn] = true;
+        }
+    }
+
+    // Finds free clusters for so many runs of whole granules, and takes them.
+    std::vector<extent> place(u64 clusters, u64 fragments, u64 granule, bool live)
+    {
+        std::vector<extent> runs;
+        const u64 each = round_up((clusters + fragments - 1) / fragments, granule);
+        for (u64 left = clusters; left > 0; left -= runs.back().clusters) {
+            runs.push_back({m_next, std::min(each, left)});
+            while (!free(runs.back())) ++runs.back().lcn;
+            take(runs.back(), live, 0);
+            m_next = runs.back().lcn + runs.back().clusters + (fragments > 1 ? 1 : 0);
+        }
+        return runs;
+    }
+
+    void skip() { ++m_next; }
+    u64 end() const { return std::max<u64>(m_next, m_taken.size()); }
+
+    byte_vector bits(u64 clusters, std::size_t bytes) const
+    {
+        byte_vector map(bytes);
+        for (u64 lcn = 0; lcn < bytes * 8; ++lcn)
+            if (lcn >= clusters || (lcn < m_live.size() && m_live[lcn]))
+                set_bit(map, lcn);
+        return map;
+    }
+
+private:
+    bool free(const extent &run) const
+    {
+        const u64 end = std::min<u64>(run.lcn + run.clusters, m_taken.size());
+        for (u64 lcn = run.lcn; lcn < end; ++lcn)
+            if (m_taken[lcn]) return false;
+        return true;
+    }
+
+    std::vector<bool> m_taken, m_live;
+    u64 m_next = 0;
+};
+
+// One entry on its way to the disk.
+struct entry_state {
+    ntfs_item item = {};
+    bool directory = false;
+    bool system = false;
+    std::vector<attribute> attributes = {};
+};
+
+class volume_writer {
+public:
+    explicit volume_writer(const ntfs_plan &plan)
+        : m_plan(plan),
+          m_form{plan.record_size, plan.update_step}
+    {
+        check_sizes();
+    }
+
+    ntfs_volume write()
+    {
+        add_items();
+        count_records();
+        take_wanted_clusters();
+        for (auto &[number, state] : m_items) add_standard_information(state);
+        add_system_streams();
+        add_streams();
+        add_names();
+        for (auto &[number, state] : m_items)
+            if (state.directory) add_index(number, state);
+        add_whole_volume_streams();
+        for (const ntfs_move &move : m_plan.moves) move_attribute(move);
+        for (auto &[number, state] : m_items) number_attributes(number, state);
+        write_image();
+        return std::move(m_volume);
+    }
+
+private:
+    void check_sizes() const
+    {
+        const auto check = [](u32 value, u32 least, u32 most, const char *reason) {
+            if (!std::has_single_bit(value) || value < least || value > most)
+                refuse(0, reason);
+        };
+        check(m_plan.cluster_size, 512, 1U << 21, "bad cluster size");
+        check(m_plan.record_size, 1024, 4096, "bad record size");
+        check(m_plan.sector_size, 512, std::min(4096U, m_plan.cluster_size),
+              "bad sector size");
+        check(m_plan.update_step, 512, 4096, "bad update step");
+    }
+
+    // Entries
+
+    void add_items()
+    {
+        static constexpr std::array names = {
+            "$MFT",    "$MFTMirr", "$LogFile", "$Volume", "$AttrDef", ".",
+            "$Bitmap", "$Boot",    "$BadClus", "$Secure", "$UpCase",  "$Extend"};
+        for (u64 number = 0; number < names.size(); ++number) {
+            entry_state &state = m_items[number];
+            state.item = {.entry = number,
+                          .name = names[number],
+                          .sequence = static_cast<u16>(std::max<u64>(number, 1)),
+                          .name_space = ntfs_names::win32_and_dos,
+                          .attributes = 0x06}; // hidden, system
+            state.directory = number == 5 || number == 11;
+            state.system = true;
+        }
+        for (const auto &[number, planned] : m_plan.items) {
+            m_items[number].item = planned.first;
+            m_items[number].directory = planned.second;
+        }
+        for (const ntfs_move &move : m_plan.moves)
+            if (m_items.contains(move.record)) refuse(move.record, "is not free");
+    }
+
+    // At least the 24 that every volume has, and whole clusters of them.
+    void count_records()
+    {
+        u64 count = std::max<u64>(24, m_items.rbegin()->first + 1);
+        for (const ntfs_move &move : m_plan.moves)
+            count = std::max(count, move.record + 1);
+        m_records = round_up(count * m_plan.record_size, m_plan.cluster_size) /
+                    m_plan.record_size;
+    }
+
+    entry_state &state_of(u64 number)
+    {
+        const auto found = m_items.find(number);
+        if (found == m_items.end()) refuse(number, "no such entry");
+        return found->second;
+    }
+
+    u64 reference(u64 number) const
+    {
+        const auto found = m_items.find(number);
+        const u64 sequence = found == m_items.end() ? 1 : found->second.item.sequence;
+        return number | sequence << 48;
+    }
+
+    static u32 attribute_bits(const ntfs_item &item)
+    {
+        return item.attributes | (item.stored.compressed ? 0x800U : 0U) |
+               (has_hole(item.stored.runs) ? 0x200U : 0U);
+    }
+
+    static void add_standard_information(entry_state &state)
+    {
+        byte_vector value(72);
+        put_times(value, 0, state.item.times);
+        put_fields(value, {{32, 4, attribute_bits(state.item)},
+                           {52, 4, state.item.security_id}});
+        state.attributes.push_back(
+            {.type = ntfs_type::standard_information, .content = value});
+    }
+
+    // Names
+
+    byte_vector name_content(const ntfs_link &link, const ntfs_item &item,
+                             bool directory, u64 allocated, u64 size) const
+    {
+        const std::u16string name = to_utf16(link.name);
+        byte_vector value(66);
+        const u64 parent = item.parent_sequence != 0
+                               ? link.parent | u64{item.parent_sequence} << 48
+                               : reference(link.parent);
+        put_number(value, 0, parent, 8);
+        put_times(value, 8, item.times);
+        put_fields(value,
+                   {{40, 8, allocated},
+                    {48, 8, size},
+                    {56, 4, attribute_bits(item) | (directory ? directory_bit : 0)},
+                    {64, 1, name.size()},
+                    {65, 1, link.name_space}});
+        put_utf16(value, 66, name);
+        return value;
+    }
+
+    void add_name(entry_state &state, const ntfs_link &link)
+    {
+        u64 allocated = 0, size = 0;
+        for (const attribute &one : state.attributes)
+            if (one.type == ntfs_type::data && one.name.empty())
+                std::tie(allocated, size) = std::tie(one.allocated_size, one.real_size);
+        const byte_vector value =
+            name_content(link, state.item, state.directory, allocated, size);
+        state.attributes.push_back(
+            {.type = ntfs_type::file_name, .content = value, .indexed = true});
+        if (!state.item.in_use || !state.item.in_index) return;
+        m_children[link.parent].push_back(
+            {to_utf16(link.name), encode_index_entry(reference(link.entry), value)});
+    }
+
+    void add_names()
+    {
+        for (auto &[number, state] : m_items)
+            if (const ntfs_item &item = state.item; !item.name.empty())
+                add_name(state, {number, item.parent, item.name, item.name_space});
+        for (const ntfs_link &link : m_plan.links) add_name(state_of(link.entry), link);
+    }
+
+    // Streams
+
+    u64 clusters_for(u64 bytes) const
+    {
+        return round_up(bytes, m_plan.cluster_size) / m_plan.cluster_size;
+    }
+
+    // Clusters that were asked for are not free for anything else.
+    void take_wanted_clusters()
+    {
+        m_clusters.take({0, clusters_for(8192)}, true, 7); // $Boot
+        for (const extent &run : m_plan.mft.runs) m_clusters.take(run, true, 0);
+        for (const auto &[number, state] : m_items)
+            for (const extent &run : state.item.stored.runs)
+                m_clusters.take(run, state.item.in_use, number);
+        for (const ntfs_stream &stream : m_plan.streams)
+            for (const extent &run : stream.stored.runs)
+                m_clusters.take(run, state_of(stream.entry).item.in_use, stream.entry);
+    }
+
+    bool stays_in_record(const ntfs_stream &stream) const
+    {
+        const ntfs_storage &how = stream.stored;
+        return !how.non_resident && how.runs.empty() && how.fragments == 1 &&
+               !how.compressed && stream.data.size() <= m_plan.record_size / 2;
+    }
+
+    void add_stream(const ntfs_stream &stream)
+    {
+        entry_state &state = state_of(stream.entry);
+        attribute made = {.type = stream.type, .name = stream.name};
+        made.real_size = stream.data.size();
+        if (stays_in_record(stream)) {
+            made.content = stream.data;
+            made.allocated_size = round_up(stream.data.size(), 8);
+        } else {
+            store(made, stream, state.item.in_use);
+            m_volume.runs[{stream.entry, stream.type, stream.name}] = made.runs;
+        }
+        state.attributes.push_back(std::move(made));
+    }
+
+    void store(attribute &made, const ntfs_stream &stream, bool live)
+    {
+        const ntfs_storage &how = stream.stored;
+        made.non_resident = true;
+        if (how.compressed) {
+            store_units(made, stream.data, how.fragments > 1, live);
+        } else {
+            made.runs = how.runs;
+            if (made.runs.empty())
+                made.runs = m_clusters.place(clusters_for(made.real_size),
+                                             how.fragments, granule(stream), live);
+            m_writes.push_back({made.runs, stream.data, live});
+        }
+        made.flags = how.compressed        ? flag_compressed
+                     : has_hole(made.runs) ? flag_sparse
+                                           : 0;
+        made.allocated_size = made.clusters(true) * m_plan.cluster_size;
+        made.packed_size = made.clusters(false) * m_plan.cluster_size;
+        made.valid_size = how.valid_size.value_or(made.real_size);
+        if (made.allocated_size < made.real_size)
+            refuse(stream.entry, "the runs are too short for the data");
+    }
+
+    // Records and index blocks are not torn apart by a cut between two runs.
+    u64 granule(const ntfs_stream &stream) const
+    {
+        const u32 whole = stream.type == ntfs_type::index_allocation ? index_block_size
+                          : stream.entry == 0 ? m_plan.record_size
+                                              : 1;
+        return clusters_for(whole);
+    }
+
+    // A unit that gets no smaller by a cluster at least is stored plain, one of zeros
+    // not at all.
+    void store_units(attribute &made, const byte_vector &data, bool gaps, bool live)
+    {
+        const std::size_t unit_size = unit_clusters * m_plan.cluster_size;
+        for (std::size_t at = 0; at < data.size(); at += unit_size) {
+            const auto begin = data.begin() + std::ptrdiff_t(at);
+            const byte_vector plain(
+                begin, begin + std::ptrdiff_t(std::min(unit_size, data.size() - at)));
+            byte_vector bytes = compress_unit(plain);
+            u64 clusters = clusters_for(bytes.size());
+            if (clusters >= unit_clusters) {
+                bytes = plain;
+                clusters = unit_clusters;
+            }
+            if (std::count(plain.begin(), plain.end(), 0) == std::ssize(plain))
+                clusters = 0;
+            for (const extent &run : m_clusters.place(clusters, 1, 1, live)) {
+                append_run(made.runs, run);
+                m_writes.push_back({{run}, bytes, live});
+            }
+            if (clusters < unit_clusters)
+                append_run(made.runs, {hole, unit_clusters - clusters});
+            if (gaps) m_clusters.skip();
+        }
+    }
+
+    // Runs that touch, and neighbouring holes, become one.
+    static void append_run(std::vector<extent> &runs, const extent &run)
+    {
+        const bool joins =
+            !runs.empty() &&
+            (run.lcn == hole ? runs.back().lcn == hole
+                             : runs.back().lcn != hole &&
+                                   runs.back().lcn + runs.back().clusters == run.lcn);
+        if (joins)
+            runs.back().clusters += run.clusters;
+        else
+            runs.push_back(run);
+    }
+
+    // Windows keeps four records, or a whole cluster of them.
+    u64 mirrored() const
+    {
+        return std::max<u64>(4, m_plan.cluster_size / m_plan.record_size);
+    }
+
+    byte_vector record_bits() const
+    {
+        byte_vector bits(round_up(m_records, 64) / 8);
+        for (const auto &[number, state] : m_items)
+            if (state.item.in_use) set_bit(bits, number);
+        for (const ntfs_move &move : m_plan.moves) set_bit(bits, move.record);
+        return bits;
+    }
+
+    void add_system_streams()
+    {
+        const byte_vector version = {0, 0, 0, 0, 0, 0, 0, 0, 3, 1, 0, 0};
+        const byte_vector empty_log(65536, 0xFF);
+        byte_vector label;
+        put_utf16(label, 0, to_utf16(m_plan.label));
+        const ntfs_storage in_record = {}, in_clusters = {.non_resident = true};
+        const ntfs_storage boot = {.runs = {{0, clusters_for(8192)}}};
+        ntfs_storage mft = m_plan.mft;
+        mft.non_resident = true;
+        const u64 record = m_plan.record_size;
+
+        add_stream({0, "", byte_vector(m_records * record), mft});
+        add_stream({0, "", record_bits(), in_clusters, ntfs_type::bitmap});
+        add_stream({1, "", byte_vector(mirrored() * record), in_clusters});
+        add_stream({2, "", empty_log, in_clusters});
+        add_stream({3, "", label, in_record, ntfs_type::volume_name});
+        add_stream({3, "", version, in_record, ntfs_type::volume_information});
+        add_stream({3});
+        add_stream({4, "", attribute_definitions(), in_clusters});
+        add_stream({7, "", byte_vector(8192), boot});
+        add_stream({8});
+        add_stream({10, "", upcase_table(), in_clusters});
+    }
+
+    void add_streams()
+    {
+        for (const auto &[number, state] : m_items)
+            if (!state.system && !state.directory)
+                add_stream({number, "", state.item.data, state.item.stored});
+        for (const ntfs_stream &stream : m_plan.streams) add_stream(stream);
+    }
+
+    // Directories
+
+    index_slack slack_of(u64 directory) const
+    {
+        index_slack slack;
+        for (const ntfs_stale_entry &stale : m_plan.stale) {
+            if (stale.directory != directory) continue;
+            if (slack.bytes.empty()) slack.end_on_top = stale.end_on_top;
+            const ntfs_link link = {stale.entry, directory, stale.name,
+                                    stale.name_space};
+            const ntfs_item item = {.attributes = stale.attributes,
+                                    .times = stale.times};
+            const byte_vector value =
+                name_content(link, item, false, round_up(stale.size, 8), stale.size);
+            append(slack.bytes,
+                   encode_index_entry(stale.entry | u64{stale.sequence} << 48, value));
+        }
+        return slack;
+    }
+
+    // What the root may take, so that the attributes of an index in blocks fit, too.
+    std::size_t root_room(const entry_state &state) const
+    {
+        const std::size_t end_mark = 8, root_header = 32, others = 152, least = 64;
+        std::size_t used = m_form.first_attribute() + end_mark + root_header + others;
+        for (const attribute &one : state.attributes) used += encode(one).size();
+        return used + least > m_plan.record_size ? least : m_plan.record_size - used;
+    }
+
+    void add_index(u64 number, entry_state &state)
+    {
+        index_tree tree(m_plan.cluster_size, m_plan.update_step,
+                        std::move(m_children[number]), slack_of(number));
+        tree.grow(root_room(state), state.item.index_blocks);
+        state.attributes.push_back({.type = ntfs_type::index_root,
+                                    .name = index_name,
+                                    .content = tree.root_value()});
+        const std::size_t count = tree.blocks().size();
+        if (count == 0) return;
+        byte_vector blocks, bits(round_up(count, 64) / 8);
+        for (const byte_vector &block : tree.blocks()) append(blocks, block);
+        for (std::size_t i = 0; i < count; ++i) set_bit(bits, i);
+        ntfs_storage stored = state.item.stored;
+        stored.non_resident = true;
+        add_stream({number, index_name, blocks, stored, ntfs_type::index_allocation});
+        add_stream({number, index_name, bits, {}, ntfs_type::bitmap});
+        m_volume.index_blocks[number].resize(count);
+    }
+
+    // $Bitmap and $BadClus are as large as the volume is, so its size is fixed here,
+    // with some clusters left free.
+    void add_whole_volume_streams()
+    {
+        const u64 taken = m_clusters.end();
+        const u64 spare =
+            32 + taken / 4096 + m_plan.moves.size() + m_plan.clustered_lists.size();
+        m_total = std::max(m_plan.clusters, taken + spare);
+        add_stream({.entry = 6,
+                    .data = byte_vector(round_up(m_total, 64) / 8),
+                    .stored = {.non_resident = true}});
+        const u64 bytes = m_total * m_plan.cluster_size;
+        m_items[8].attributes.push_back({.type = ntfs_type::data,
+                                         .name = "$Bad",
+                                         .non_resident = true,
+                                         .runs = {{hole, m_total}},
+                                         .allocated_size = bytes,
+                                         .real_size = bytes});
+    }
+
+    // Attribute lists
+
+    // Takes the runs from number `first` on away from `piece`, as a piece of their own.
+    static attribute cut_off(attribute &piece, std::size_t first)
+    {
+        attribute rest = piece;
+        const auto cut = static_cast<std::ptrdiff_t>(first - piece.first_run);
+        rest.runs.erase(rest.runs.begin(), rest.runs.begin() + cut);
+        piece.runs.resize(first - piece.first_run);
+        rest.first_vcn = piece.first_vcn + piece.clusters(true);
+        rest.first_run = first;
+        return rest;
+    }
+
+    static bool covers(const attribute &one, const ntfs_move &move)
+    {
+        return one.type == move.type && one.name == move.name &&
+               one.first_run <= move.first_run &&
+               move.first_run <
+                   one.first_run + std::max<std::size_t>(1, one.runs.size());
+    }
+
+    void move_attribute(const ntfs_move &move)
+    {
+        auto &all = state_of(move.entry).attributes;
+        std::size_t nth = move.nth;
+        const auto found =
+            std::find_if(all.begin(), all.end(), [&](const attribute &one) {
+                return covers(one, move) && nth-- == 0;
+            });
+        if (found == all.end()) refuse(move.entry, "no attribute to move");
+        m_extensions[move.record] = move.sequence;
+        if (move.first_run == found->first_run) {
+            found->record = move.record;
+            return;
+        }
+        attribute rest = cut_off(*found, move.first_run);
+        rest.record = move.record;
+        all.insert(found + 1, std::move(rest));
+    }
+
+    u64 host_reference(u64 number, const attribute &one) const
+    {
+        if (!one.record) return reference(number);
+        return *one.record | u64{m_extensions.at(*one.record)} << 48;
+    }
+
+    // Puts the attributes in order, and makes the list where there has to be one.
+    void number_attributes(u64 number, entry_state &state)
+    {
+        const auto before = [](const attribute &a, const attribute &b) {
+            return std::tuple(a.type, upper(to_utf16(a.name)), a.first_vcn) <
+                   std::tuple(b.type, upper(to_utf16(b.name)), b.first_vcn);
+        };
+        auto &all = state.attributes;
+        std::stable_sort(all.begin(), all.end(), before);
+        const bool clustered = m_plan.clustered_lists.contains(number);
+        bool listed = clustered;
+        std::map<u64, u16> next_ids;
+        for (attribute &one : all) {
+            one.id = next_ids[one.record.value_or(number)]++;
+            listed = listed || one.record;
+        }
+        if (!listed) return;
+        byte_vector list;
+        for (const attribute &one : all)
+            append(list, encode_list_entry(one, host_reference(number, one)));
+        add_stream(
+            {number, "", list, {.non_resident = clustered}, ntfs_type::attribute_list});
+        all.back().id = next_ids[number];
+        std::stable_sort(all.begin(), all.end(), before);
+    }
+
+    // The image
+
+    u64 byte_position(const std::vector<extent> &runs, u64 offset) const
+    {
+        u64 vcn = offset / m_plan.cluster_size;
+        for (const extent &run : runs) {
+            if (vcn < run.clusters)
+                return run.lcn == hole ? hole
+                                       : m_plan.offset + offset % m_plan.cluster_size +
+                                             (run.lcn + vcn) * m_plan.cluster_size;
+            vcn -= run.clusters;
+        }
+        return hole;
+    }
+
+    // Bytes that fall into a hole are not stored.
+    void write_at(const std::vector<extent> &runs, u64 offset, const byte_vector &bytes)
+    {
+        for (std::size_t done = 0; done < bytes.size();) {
+            const u64 at = byte_position(runs, offset + done);
+            const u64 step =
+                m_plan.cluster_size - (offset + done) % m_plan.cluster_size;
+            const std::size_t count = std::min<std::size_t>(step, bytes.size() - done);
+            if (at != hole)
+                std::copy_n(bytes.begin() + std::ptrdiff_t(done), count,
+                            m_volume.image.begin() + std::ptrdiff_t(at));
+            done += count;
+        }
+    }
+
+    const std::vector<extent> &runs_of(u64 entry, u32 type = ntfs_type::data,
+                                       const char *name = "") const
+    {
+        return m_volume.runs.at({entry, type, name});
+    }
+
+    void write_image()
+    {
+        if (m_clusters.end() > m_total) refuse(6, "the volume is too small");
+        m_volume.boot_position = m_plan.offset;
+        m_volume.image.resize(m_plan.offset + m_total * m_plan.cluster_size +
+                              m_plan.sector_size);
+        for (const bool live :
+             {false, true}) // where both claim a cluster, the live wins
+            for (const cluster_write &one : m_writes)
+                if (one.live == live) write_at(one.runs, 0, one.bytes);
+        write_at(runs_of(6), 0, m_clusters.bits(m_total, round_up(m_total, 64) / 8));
+        write_boot_sectors();
+        for (u64 number = 0; number < m_records; ++number)
+            write_record({.entry = number}, {});
+        for (const auto &[number, state] : m_items) write_entry(number, state);
+        for (auto &[number, blocks] : m_volume.index_blocks)
+            for (std::size_t i = 0; i < blocks.size(); ++i)
+                blocks[i] = byte_position(
+                    runs_of(number, ntfs_type::index_allocation, index_name),
+                    i * index_block_size);
+        write_mirror();
+        for (const ntfs_plan::poke &poke : m_plan.pokes)
+            write_at(runs_of(0), poke.entry * m_plan.record_size + poke.offset,
+                     poke.bytes);
+    }
+
+    void write_boot_sectors()
+    {
+        byte_vector bytes(512);
+        put_text(bytes, 3, "NTFS    ");
+        put_fields(bytes, {{0, 3, 0x9052EB}, // a jump
+                           {11, 2, m_plan.sector_size},
+                           {13, 1, cluster_sectors_code()},
+                           {21, 1, 0xF8}, // a fixed disk
+                           {24, 2, 63},   // sectors in a track
+                           {26, 2, 255},  // heads
+                           {28, 4, m_plan.offset / m_plan.sector_size},
+                           {36, 4, 0x800080},
+                           {40, 8, m_total * m_plan.cluster_size / m_plan.sector_size},
+                           {48, 8, runs_of(0).front().lcn},
+                           {56, 8, runs_of(1).front().lcn},
+                           {64, 1, size_code(m_plan.record_size, m_plan.cluster_size)},
+                           {68, 1, size_code(index_block_size, m_plan.cluster_size)},
+                           {72, 8, 0x5A3C17E09B2D4F68}, // serial number
+                           {510, 2, 0xAA55}});
+        write_at(runs_of(7), 0, bytes);
+        // the copy stands in the sector behind the last cluster
+        std::copy(bytes.begin(), bytes.end(),
+                  m_volume.image.end() - std::ptrdiff_t(m_plan.sector_size));
+    }
+
+    u64 cluster_sectors_code() const
+    {
+        const u32 sectors = m_plan.cluster_size / m_plan.sector_size;
+        return sectors <= 128 ? sectors
+                              : 256 - static_cast<u64>(std::countr_zero(sectors));
+    }
+
+    void write_record(const record_header &header, const byte_vector &attributes)
+    {
+        const u64 offset = header.entry * m_plan.record_size;
+        m_volume.records[header.entry] = byte_position(runs_of(0), offset);
+        write_at(runs_of(0), offset, encode_record(m_form, header, attributes));
+    }
+
+    // Writes the record of an entry and its extension records.
+    void write_entry(u64 number, const entry_state &state)
+    {
+        std::map<u64, byte_vector> records;
+        u16 links = 0;
+        for (const attribute &one : state.attributes) {
+            const u64 host = one.record.value_or(number);
+            byte_vector &bytes = records[host];
+            m_volume.attributes[{number, one.type, one.name}].push_back(
+                m_volume.records.at(host) + m_form.first_attribute() + bytes.size());
+            append(bytes, encode(one));
+            if (one.type == ntfs_type::file_name) ++links;
+        }
+        for (const auto &[host, bytes] : records) {
+            record_header header = {.entry = host, .next_id = state.attributes.size()};
+            header.flags = state.item.in_use ? 1 : 0;
+            if (host == number) {
+                header.sequence = state.item.sequence;
+                header.links = links;
+                header.flags |= state.directory ? 2 : 0;
+            } else {
+                header.sequence = m_extensions.at(host);
+                header.base = reference(number);
+            }
+            write_record(header, bytes);
+        }
+    }
+
+    void write_mirror()
+    {
+        for (u64 number = 0; number < std::min(mirrored(), m_records); ++number) {
+            const auto record =
+                m_volume.image.begin() + std::ptrdiff_t(m_volume.records.at(number));
+            write_at(runs_of(1), number * m_plan.record_size,
+                     byte_vector(record, record + m_plan.record_size));
+        }
+    }
+
+    struct cluster_write {
+        std::vector<extent> runs;
+        byte_vector bytes;
+        bool live;
+    };
+
+    const ntfs_plan &m_plan;
+    const record_form m_form;
+    ntfs_volume m_volume = {};
+    std::map<u64, entry_state> m_items;
+    std::map<u64, u16> m_extensions; // their sequence numbers
+    std::map<u64, std::vector<tree_entry>> m_children;
+    std::vector<cluster_write> m_writes;
+    cluster_map m_clusters;
+    u64 m_records = 0;
+    u64 m_total = 0;
+};
+
+} // namespace
+
+ntfs_volume ntfs_volume_builder::build_volume() const
+{
+    return volume_writer(m_plan).write();
+}
+
+} // namespace test_support
