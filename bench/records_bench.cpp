@@ -22,8 +22,7 @@ void parse_dollar_i(benchmark::State &state)
             .bytes();
     std::vector<hv::trash_entry> parsed;
     for (auto _ : state)
-        benchmark::DoNotOptimize(
-            hv::parse_metadata(parsed, hv::byte_view{file}, false, {}));
+        benchmark::DoNotOptimize(hv::parse_metadata(parsed, hv::byte_view{file}, {}));
     state.SetBytesProcessed(state.iterations() * std::ssize(file));
 }
 BENCHMARK(parse_dollar_i)->Arg(1)->Arg(2);
@@ -34,19 +33,17 @@ void parse_info2(benchmark::State &state)
         info2_file(std::vector<info2_item>(static_cast<std::size_t>(state.range(0))));
     std::vector<hv::trash_entry> parsed;
     for (auto _ : state)
-        benchmark::DoNotOptimize(
-            hv::parse_metadata(parsed, hv::byte_view{file}, false, {}));
+        benchmark::DoNotOptimize(hv::parse_metadata(parsed, hv::byte_view{file}, {}));
     state.SetBytesProcessed(state.iterations() * std::ssize(file));
 }
 BENCHMARK(parse_info2)->Arg(100)->Arg(10000);
 
 void write_rows(benchmark::State &state)
 {
-    hv::trash_options options;
+    hv::inode_store records;
     hv::result_list entries;
-    const hv::u64 record = options.records.add();
-    options.records.set_path(record,
-                             "/mnt/$Recycle.Bin/S-1-5-21-1-2-3-1001/$RAB12CD.docx");
+    const hv::u64 record = records.add();
+    records.set_path(record, "/mnt/$Recycle.Bin/S-1-5-21-1-2-3-1001/$RAB12CD.docx");
     for (int i = 0; i < 1000; ++i) {
         hv::trash_entry entry;
         entry.deleted_time = sample_filetime;
@@ -57,7 +54,7 @@ void write_rows(benchmark::State &state)
     }
     for (auto _ : state) {
         std::ostringstream out;
-        hv::write_results(out, entries, options);
+        hv::write_results(out, entries, records, {});
         benchmark::DoNotOptimize(out);
     }
     state.SetItemsProcessed(state.iterations() * 1000);

@@ -9,7 +9,7 @@
 extern "C" int LLVMFuzzerTestOneInput(const hv::u8 *data, std::size_t size)
 {
     std::vector<hv::trash_entry> parsed;
-    hv::parse_metadata(parsed, {data, size}, false, {});
+    hv::parse_metadata(parsed, {data, size}, {});
     // An INFO2 record costs at least 285 bytes, a `$I` file all of its own.
     if (parsed.size() > 1 + size / 800) std::abort();
     for (const hv::trash_entry &entry : parsed) {

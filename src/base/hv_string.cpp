@@ -184,6 +184,12 @@ std::string join_args(const std::vector<std::string> &args, std::size_t first,
     return text;
 }
 
+std::string quoted_pair(std::string_view key, std::string_view value)
+{
+    std::string text = "\"";
+    return text.append(key).append("\":\"").append(value).append("\"");
+}
+
 std::size_t last_separator(std::string_view path)
 {
     const std::size_t backslash = path.rfind('\\');

@@ -79,6 +79,9 @@ bool split_lines(std::string_view bytes, std::vector<std::string> &lines);
 std::string join_args(const std::vector<std::string> &args, std::size_t first,
                       char quote = '\'');
 
+/// "key":"value", with the quotes.
+std::string quoted_pair(std::string_view key, std::string_view value);
+
 // ---- Paths. Both separators are understood; a backslash wins where a path has both.
 
 /// The position of the last backslash or, where there is none, of the last slash;

@@ -19,11 +19,11 @@ std::string program_name_of(const std::string &program_path)
     return name.substr(0, name.rfind('.'));
 }
 
-void read_log_options(cmd_params &params, arg_list &args)
+void read_log_options(cmd_params &params, arg_list &args, evidence_test is_evidence)
 {
     if (!take_value(args, "-diags", params.log_path)) return;
     // A log that would land in the evidence is no log.
-    if (!names_a_source(args, params.log_path)) {
+    if (!is_evidence_path(args, params.log_path, is_evidence)) {
         params.log_stream = std::make_unique<std::ofstream>(
             params.log_path, std::ios::out | std::ios::app);
     }
@@ -39,31 +39,22 @@ void read_log_options(cmd_params &params, arg_list &args)
         params.log_level = 3;
 }
 
-void set_form(cmd_params &params, bool cmd_params::*form)
+// Each form replaces the one before it, so the order of these lines is the precedence.
+void read_form_options(output_form &form, arg_list &args)
 {
-    for (bool cmd_params::*other :
-         {&cmd_params::xml, &cmd_params::csv, &cmd_params::csvl2t, &cmd_params::csvgen,
-          &cmd_params::bodyfile, &cmd_params::multiline})
-        params.*other = other == form;
-}
-
-// Each form clears the one before it, so the order of these lines is the precedence.
-void read_form_options(cmd_params &params, arg_list &args)
-{
-    const auto take_form = [&](std::string_view name, bool cmd_params::*form,
+    const auto take_form = [&](std::string_view name, form_kind kind,
                                std::string_view separator) {
         if (!take_flag(args, name)) return false;
-        set_form(params, form);
-        params.set_separator(separator);
+        form.kind = kind;
+        form.set_separator(separator);
         return true;
     };
-    if (take_form("-csv", &cmd_params::csv, ","))
-        params.no_padding = !params.pair_date_time;
-    if (take_form("-csvgen", &cmd_params::csvgen, ",")) params.no_padding = true;
-    take_form("-csvl2t", &cmd_params::csvl2t, ",");
-    take_form("-bodyfile", &cmd_params::bodyfile, "|");
-    take_form("-xml", &cmd_params::xml, "");
-    take_form("-multiline", &cmd_params::multiline, "");
+    if (take_form("-csv", form_kind::csv, ",")) form.no_padding = !form.pair_date_time;
+    if (take_form("-csvgen", form_kind::csvgen, ",")) form.no_padding = true;
+    take_form("-csvl2t", form_kind::csvl2t, ",");
+    take_form("-bodyfile", form_kind::bodyfile, "|");
+    take_form("-xml", form_kind::xml, "");
+    take_form("-multiline", form_kind::multiline, "");
 }
 
 // Pairs of an alias and the path that it stands for. This program looks up none.
@@ -81,7 +72,7 @@ bool consume_aliases(arg_list &args)
     return true;
 }
 
-// Options of the tool family that have no effect on this program.
+// Options of the tool family that have no effect here.
 void consume_flags(arg_list &args, std::initializer_list<const char *> names)
 {
     for (const char *name : names) take_flag(args, name);
@@ -108,21 +99,21 @@ bool consume_storage_options(arg_list &args)
 void read_name_options(cmd_params &params, arg_list &args)
 {
     take_value(args, "-signal", params.signal_name);
-    params.hostname_set = take_value(args, "-hostname", params.hostname);
+    params.hostname_set = take_value(args, "-hostname", params.form.hostname);
     params.split_pathfile = take_flag(args, "-split_pathfile");
-    params.username_set = take_value(args, "-username", params.username);
+    params.username_set = take_value(args, "-username", params.form.username);
     consume_flags(args, {"-cpuinst", "-cpu", "-separate_files"});
     consume_values(args, {"-fragment_files"});
 }
 
-bool read_output_option(cmd_params &params, arg_list &args)
+bool read_output_option(cmd_params &params, arg_list &args, evidence_test is_evidence)
 {
     std::string value;
     if (!take_value(args, "-out", value) && !take_value(args, "-outfile", value))
         return true;
     params.out_path = expand_variables(value, false);
     replace_char(params.out_path, '\\', '/');
-    if (prepare_output_path(args, params.out_path)) return true;
+    if (prepare_output_path(args, params.out_path, is_evidence)) return true;
     print_error("prob opening file %s for output, aborting\n", params.out_path.c_str());
     return false;
 }
@@ -218,24 +209,24 @@ bool read_time_window(time_window &window, arg_list &args)
     return true;
 }
 
-void read_text_options(cmd_params &params, arg_list &args)
+void read_text_options(output_form &form, arg_list &args)
 {
-    if (take_flag(args, "-base10")) params.hex_numbers = false;
-    if (take_flag(args, "-base16")) params.hex_numbers = true;
+    if (take_flag(args, "-base10")) form.hex_numbers = false;
+    if (take_flag(args, "-base16")) form.hex_numbers = true;
     std::string value;
-    if (take_value(args, "-csv_separator", value)) params.set_separator(value);
+    if (take_value(args, "-csv_separator", value)) form.set_separator(value);
     if (take_flag(args, "-enable_quoted_csv_fields")) {
-        params.quoted_csv = true;
-        if (params.separator_text.find('\t') == std::string::npos)
-            trim(params.separator_text);
-        params.space_after_separator = false;
-        params.forbidden_char = 0;
+        form.quoted_csv = true;
+        if (form.separator_text.find('\t') == std::string::npos)
+            trim(form.separator_text);
+        form.space_after_separator = false;
+        form.forbidden_char = 0;
     }
     if (take_flag(args, "-no_whitespace")) {
-        params.no_whitespace = true;
-        params.no_padding = true;
-        params.space_after_separator = false;
-        remove_char(params.separator_text, ' ');
+        form.no_whitespace = true;
+        form.no_padding = true;
+        form.space_after_separator = false;
+        remove_char(form.separator_text, ' ');
     }
 }
 
@@ -252,82 +243,30 @@ void read_template(arg_list &args, std::string_view name,
 
 } // namespace
 
-void cmd_params::set_separator(std::string_view text)
-{
-    separator_text = text;
-    forbidden_char = 0;
-    replacement_char = 0;
-    if (quoted_csv) return;
-    const std::string lower = lower_copy(text);
-    if (lower.find('|') != std::string::npos) {
-        forbidden_char = '|';
-        replacement_char = ';';
-    } else if (lower.find(',') != std::string::npos) {
-        forbidden_char = ',';
-        replacement_char = ' ';
-    } else if (lower == "tab" || lower == "\\t") {
-        separator_text = "\t";
-    }
-}
-
-std::string cmd_params::number(u64 value) const
-{
-    return number_text(value, hex_numbers);
-}
-
-bool generic_parse(cmd_params &params, arg_list &args)
+bool generic_parse(cmd_params &params, arg_list &args, evidence_test is_evidence)
 {
     if (args.empty()) return false;
+    output_form &form = params.form;
     if (params.command_line.empty()) params.command_line = join_args(args, 0, '"');
-    if (params.program_name.empty()) params.program_name = program_name_of(args[0]);
-    params.pair_date_time = take_flag(args, "-pair_datetime");
-    read_log_options(params, args);
-    read_form_options(params, args);
+    if (form.program_name.empty()) form.program_name = program_name_of(args[0]);
+    form.pair_date_time = take_flag(args, "-pair_datetime");
+    read_log_options(params, args, is_evidence);
+    read_form_options(form, args);
     if (!consume_aliases(args)) return false;
     if (!consume_storage_options(args)) return false;
     read_name_options(params, args);
-    if (!read_output_option(params, args)) return false;
+    if (!read_output_option(params, args, is_evidence)) return false;
     read_input_options(params, args);
     read_filter_options(params, args);
     if (!read_time_window(params.window, args)) return false;
-    read_text_options(params, args);
-    read_template(args, "-dateformat", is_date_template, params.date_template);
-    read_template(args, "-timeformat", is_time_template, params.time_template);
+    read_text_options(form, args);
+    read_template(args, "-dateformat", is_date_template, form.date_template);
+    read_template(args, "-timeformat", is_time_template, form.time_template);
     if (take_flag(args, "-verbose") || take_flag(args, "-v")) params.verbose = true;
     if (take_flag(args, "-quiet")) params.progress = false;
-    parse_date_time_format(params.format, params.date_template, params.time_template,
-                           params.pair_date_time);
+    parse_date_time_format(form.format, form.date_template, form.time_template,
+                           form.pair_date_time);
     return true;
-}
-
-void cmdline_ctx::attach(const cmd_params &params, signal_function handler)
-{
-    m_show_progress = params.progress;
-    allow_line_control(params.progress);
-    if (params.log_stream && params.log_stream->good()) m_log_path = params.log_path;
-    m_profile = params.profile;
-    m_timing = m_profile || !m_log_path.empty();
-    m_start = std::chrono::steady_clock::now();
-    if (!params.signal_name.empty() && handler != nullptr) {
-        m_signal_name = params.signal_name;
-        m_signal_handler = handler;
-    }
-}
-
-void cmdline_ctx::report_timing() const
-{
-    const std::chrono::duration<double> elapsed =
-        std::chrono::steady_clock::now() - m_start;
-    const std::string line = "->" + std::to_string(elapsed.count()) + " secs\n";
-    if (m_profile) std::fputs(line.c_str(), stderr);
-    if (!m_log_path.empty()) std::ofstream(m_log_path, std::ios::app) << line;
-}
-
-cmdline_ctx::~cmdline_ctx()
-{
-    end_progress(m_show_progress);
-    if (m_timing) report_timing();
-    if (m_signal_handler != nullptr) m_signal_handler(m_signal_name);
 }
 
 } // namespace hv

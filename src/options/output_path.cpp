@@ -1,8 +1,8 @@
 #include "options/output_path.h"
 
-#include "base/hv_portable_dir.h"
-
+#include <cstdlib>
 #include <fcntl.h>
+#include <memory>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -15,11 +15,38 @@ bool is_same_file(const struct stat &a, const struct stat &b)
     return a.st_dev == b.st_dev && a.st_ino == b.st_ino;
 }
 
-bool is_dangling_link(const std::string &path)
+std::string resolved(const std::string &path)
+{
+    const std::unique_ptr<char, decltype(&std::free)> real(
+        realpath(path.c_str(), nullptr), &std::free);
+    return real ? real.get() : std::string();
+}
+
+// The path with its folder resolved: whoever stands inside a bin need not name it.
+std::string with_resolved_folder(const std::string &path)
+{
+    const std::size_t slash = path.rfind('/');
+    const std::string folder =
+        slash == std::string::npos ? "." : path.substr(0, slash + 1);
+    return resolved(folder) + "/" + path.substr(slash + 1);
+}
+
+bool is_link(const std::string &path)
 {
     struct stat status {};
-    return lstat(path.c_str(), &status) == 0 && S_ISLNK(status.st_mode) &&
-           !hvportdir::path_exists(path);
+    return lstat(path.c_str(), &status) == 0 && S_ISLNK(status.st_mode);
+}
+
+bool names_a_source(const arg_list &args, const struct stat &target)
+{
+    for (const char *option : {"-image", "-mftfile", "-file"}) {
+        std::string value;
+        struct stat source {};
+        if (find_value(args, option, value, 0) && stat(value.c_str(), &source) == 0 &&
+            is_same_file(source, target))
+            return true;
+    }
+    return false;
 }
 
 // Opening decides whether the path will do. The file is created if it is missing, and
@@ -37,28 +64,24 @@ bool can_be_written(const std::string &path, struct stat &status)
 
 } // namespace
 
-bool names_a_source(const arg_list &args, std::string_view path)
+bool is_evidence_path(const arg_list &args, const std::string &path,
+                      evidence_test is_evidence)
 {
     struct stat target {};
-    if (stat(std::string(path).c_str(), &target) != 0) return false;
-    for (const char *option : {"-image", "-mftfile", "-file"}) {
-        std::string value;
-        struct stat source {};
-        if (find_value(args, option, value, 0) && stat(value.c_str(), &source) == 0 &&
-            is_same_file(source, target))
-            return true;
-    }
-    return false;
+    if (stat(path.c_str(), &target) != 0) return false;
+    return names_a_source(args, target) ||
+           (S_ISREG(target.st_mode) && is_evidence(with_resolved_folder(path)));
 }
 
-bool prepare_output_path(const arg_list &args, const std::string &path)
+bool prepare_output_path(const arg_list &args, const std::string &path,
+                         evidence_test is_evidence)
 {
-    if (path.empty() || names_a_source(args, path)) return false;
-    // A link that leads nowhere goes first: opening it would make a file at its far
-    // end.
-    if (is_dangling_link(path) && unlink(path.c_str()) != 0) return false;
+    if (path.empty() || is_evidence_path(args, path, is_evidence)) return false;
+    const bool leads_nowhere = is_link(path) && resolved(path).empty();
     struct stat status {};
     if (!can_be_written(path, status)) return false;
+    // Opening a link that led nowhere has made a file at its far end.
+    if (leads_nowhere && unlink(resolved(path).c_str()) != 0) return false;
     return !S_ISREG(status.st_mode) || unlink(path.c_str()) == 0;
 }
 

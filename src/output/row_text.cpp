@@ -12,39 +12,32 @@ namespace {
 
 constexpr u32 info2_version = 0;
 
-std::string pair(std::string_view key, std::string_view value)
-{
-    std::string text = "\"";
-    return text.append(key).append("\":\"").append(value).append("\"");
-}
-
 // The record that a row's file facts come from; a blank one for a carved row.
-inode_record facts_of(const trash_entry &entry, const trash_options &options)
+inode_record facts_of(const trash_entry &entry, const inode_store &records)
 {
-    return entry.data_record == no_index ? inode_record{}
-                                         : options.records[entry.data_record];
+    return entry.data_record == no_index ? inode_record{} : records[entry.data_record];
 }
 
-std::string file_path(const trash_entry &entry, const trash_options &options)
+std::string file_path(const trash_entry &entry, const inode_store &records)
 {
     if (entry.data_record == no_index) return {};
-    return std::string(options.records.path(entry.data_record));
+    return std::string(records.path(entry.data_record));
 }
 
-std::string info2_numbers(const trash_entry &entry, const trash_options &options)
+std::string info2_numbers(const trash_entry &entry, const output_form &form)
 {
     if (entry.version != info2_version) return {};
-    return ";" + pair("rec#", options.number(entry.record_number)) + ";" +
-           pair("vol#", options.number(entry.drive_number));
+    return ";" + quoted_pair("rec#", form.number(entry.record_number)) + ";" +
+           quoted_pair("vol#", form.number(entry.drive_number));
 }
 
-std::string offset_text(u64 position, u64 source_offset, const trash_options &options)
+std::string offset_text(u64 position, u64 source_offset, const output_form &form)
 {
     const u64 offset = position != 0 ? position : source_offset;
-    return offset == 0 ? "" : ";" + pair("offset", options.number(offset));
+    return offset == 0 ? "" : ";" + quoted_pair("offset", form.number(offset));
 }
 
-// " [internet]" and the like behind the number of a zone; nothing behind anything else.
+// " [internet]" and the like for the number of a zone; nothing for any other line.
 std::string zone_label(std::string_view key, std::string_view value)
 {
     static constexpr std::array<std::string_view, 5> labels = {
@@ -70,7 +63,7 @@ std::string zone_text(const std::vector<u8> &zone_data)
     std::string text;
     for (const auto &[key, value] : pairs) {
         if (!text.empty()) text += ';';
-        text += pair(key, value + zone_label(key, value));
+        text += quoted_pair(key, value + zone_label(key, value));
     }
     return text.empty() ? text : "zone_info={" + text + "};";
 }
@@ -92,62 +85,66 @@ const std::string &shown_path(const trash_entry &entry)
     return entry.has_data_file ? entry.restored_path : entry.deleted_path;
 }
 
-std::string shown_size(const trash_entry &entry, const trash_options &options)
+std::string shown_size(const trash_entry &entry, const inode_store &records,
+                       const output_form &form)
 {
-    return options.number(entry.has_data_file ? facts_of(entry, options).real_size
-                                              : entry.file_size);
+    return form.number(entry.has_data_file ? facts_of(entry, records).real_size
+                                           : entry.file_size);
 }
 
-std::string source_of_data(const trash_entry &entry, const trash_options &options)
+std::string source_of_data(const trash_entry &entry, const inode_store &records,
+                           const output_form &form)
 {
-    const inode_record record = facts_of(entry, options);
-    const std::string file = file_path(entry, options);
+    const inode_record record = facts_of(entry, records);
+    const std::string file = file_path(entry, records);
     std::string text = "{";
     if (record.entry == 0) {
-        text += pair("trash_file", file);
+        text += quoted_pair("trash_file", file);
     } else {
-        text += file + "=[" + pair("inode", options.number(record.entry));
+        text += file + "=[" + quoted_pair("inode", form.number(record.entry));
         if (record.has_parents())
-            text += ";" + pair("parent_inode", options.number(record.first_parent));
+            text += ";" + quoted_pair("parent_inode", form.number(record.first_parent));
         text += "]";
     }
-    text += info2_numbers(entry, options);
-    if (!entry.metadata_name.empty()) text += ";" + pair("src", entry.metadata_name);
-    text += offset_text(record.position, entry.source_offset, options);
+    text += info2_numbers(entry, form);
+    if (!entry.metadata_name.empty())
+        text += ";" + quoted_pair("src", entry.metadata_name);
+    text += offset_text(record.position, entry.source_offset, form);
     return text + "}";
 }
 
-std::string source_notes(const trash_entry &entry, const trash_options &options)
+std::string source_notes(const trash_entry &entry, const inode_store &records,
+                         const output_form &form)
 {
-    const inode_record record = facts_of(entry, options);
+    const inode_record record = facts_of(entry, records);
     std::string text = "{";
     if (record.entry == 0)
-        text += pair("trash_file", file_path(entry, options));
+        text += quoted_pair("trash_file", file_path(entry, records));
     else if (record.has_parents())
-        text += pair("parent_inode", options.number(record.first_parent));
-    text += info2_numbers(entry, options);
-    text += offset_text(record.position, entry.source_offset, options);
+        text += quoted_pair("parent_inode", form.number(record.first_parent));
+    text += info2_numbers(entry, form);
+    text += offset_text(record.position, entry.source_offset, form);
     return text + "}";
 }
 
-std::string extra_info(const trash_entry &entry, const trash_options &options)
+std::string extra_info(const trash_entry &entry, const inode_store &records)
 {
     static const std::vector<u8> no_zone;
     const std::vector<u8> &zone_data =
         entry.data_record == no_index
             ? no_zone
-            : options.records.extras_or_blank(entry.data_record).zone_data;
+            : records.extras_or_blank(entry.data_record).zone_data;
     if (zone_data.empty() && entry.other_info.empty()) return {};
     std::string text = "{" + zone_text(zone_data);
-    // The quote has no partner: the cell has always been written this way.
+    // Readers compare this cell byte for byte: the missing quote stays.
     if (!entry.other_info.empty()) text += "\"other_info=[" + entry.other_info + "]";
     return text + "}";
 }
 
-void replace_forbidden(std::string &text, const trash_options &options)
+void replace_forbidden(std::string &text, const output_form &form)
 {
-    if (options.forbidden_char != 0)
-        replace_char(text, options.forbidden_char, options.replacement_char);
+    if (form.forbidden_char != 0)
+        replace_char(text, form.forbidden_char, form.replacement_char);
 }
 
 } // namespace hv

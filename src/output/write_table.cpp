@@ -41,47 +41,47 @@ void pad(std::string &text, std::size_t start, u64 width)
     if (length < width) text.append(width - length, ' ');
 }
 
-std::string text_of(const report_column &cell, const trash_options &options)
+std::string text_of(const report_column &cell, const output_form &form)
 {
     std::string text = cell.text;
-    replace_forbidden(text, options);
-    if (options.csv || options.csvgen || options.csvl2t) escape_line_breaks(text);
+    replace_forbidden(text, form);
+    if (form.kind == form_kind::csv || form.kind == form_kind::csvgen)
+        escape_line_breaks(text);
     return text;
 }
 
 // Date, a blank, time. For no valid time, `filler` stands for both.
 std::string time_text_of(const report_column &cell, std::string_view filler,
-                         const trash_options &options)
+                         const output_form &form)
 {
     std::string date(filler);
     std::string clock(filler);
     const time when(cell.value, type_time::filetime);
-    if (when.valid) format_date_time(date, clock, when, options.format);
+    if (when.valid) format_date_time(date, clock, when, form.format);
     return date + " " + clock;
 }
 
-void append_cell(std::string &line, const report_column &cell,
-                 const trash_options &options)
+void append_cell(std::string &line, const report_column &cell, const output_form &form)
 {
     const std::size_t start = line.size();
     if (cell.kind == cell_kind::filetime) {
-        if (!options.no_padding && options.space_after_separator) line += ' ';
-        line += time_text_of(cell, options.no_padding ? "" : " ", options);
+        if (!form.no_padding && form.space_after_separator) line += ' ';
+        line += time_text_of(cell, form.no_padding ? "" : " ", form);
     } else {
-        line += text_of(cell, options);
+        line += text_of(cell, form);
     }
-    if (!options.no_padding) pad(line, start, cell.width);
+    if (!form.no_padding) pad(line, start, cell.width);
 }
 
 // One line a cell, then an empty line.
 void write_multiline_row(std::ostream &stream, const report_row &row,
-                         const trash_options &options)
+                         const output_form &form)
 {
     std::string lines;
     for (std::size_t i = 0; i < row.size(); ++i) {
         lines.append(column_names[i].name).append(": ");
-        lines += row[i].kind == cell_kind::filetime ? time_text_of(row[i], "", options)
-                                                    : text_of(row[i], options);
+        lines += row[i].kind == cell_kind::filetime ? time_text_of(row[i], "", form)
+                                                    : text_of(row[i], form);
         lines += '\n';
     }
     lines += '\n';
@@ -90,14 +90,14 @@ void write_multiline_row(std::ostream &stream, const report_row &row,
 
 } // namespace
 
-report_row table_columns(const trash_options &options)
+report_row table_columns(const output_form &form)
 {
-    const u64 time_width = options.date_template.size() + options.time_template.size() +
-                           1 + (options.space_after_separator ? 1 : 0);
+    const u64 time_width = form.date_template.size() + form.time_template.size() + 1 +
+                           (form.space_after_separator ? 1 : 0);
     report_row columns;
     for (const column_name &one : column_names) {
         report_column column{one.kind, 0, std::string(one.name), 0};
-        if (!options.no_padding)
+        if (!form.no_padding)
             column.width = one.kind == cell_kind::filetime ? time_width : text_width;
         columns.push_back(std::move(column));
     }
@@ -105,7 +105,7 @@ report_row table_columns(const trash_options &options)
 }
 
 report_row table_row(const trash_entry &entry, const report_row &columns,
-                     const trash_options &options)
+                     const inode_store &records, const output_form &form)
 {
     report_row row(columns.size());
     for (std::size_t i = 0; i < row.size(); ++i) row[i].width = columns[i].width;
@@ -115,69 +115,66 @@ report_row table_row(const trash_entry &entry, const report_row &columns,
     };
     set_time(0, entry.deleted_time);
     if (entry.has_data_file) {
-        const inode_record &data = options.records[entry.data_record];
+        const inode_record &data = records[entry.data_record];
         set_time(1, data.si_modified);
         set_time(2, data.si_accessed);
         set_time(3, data.si_mft_changed);
         set_time(4, data.si_created);
     }
-    row[5].text = shown_size(entry, options);
+    row[5].text = shown_size(entry, records, form);
     row[6].text = version_label(entry.version);
     row[7].text = shown_path(entry);
     row[8].text = entry.user_sid;
-    row[9].text = source_of_data(entry, options);
-    row[10].text = extra_info(entry, options);
+    row[9].text = source_of_data(entry, records, form);
+    row[10].text = extra_info(entry, records);
     return row;
 }
 
 void write_column_line(std::ostream &stream, const report_row &columns,
-                       trash_options &options)
+                       const output_form &form)
 {
     std::string line;
     for (const report_column &column : columns) {
-        if (!line.empty()) line += options.separator_text;
+        if (!line.empty()) line += form.separator_text;
         const std::size_t start = line.size();
         line += column.text;
         pad(line, start, column.width);
     }
     stream << line << '\n';
-    options.header_pending = false;
 }
 
-void write_row(std::ostream &stream, const report_row &row,
-               const trash_options &options)
+void write_row(std::ostream &stream, const report_row &row, const output_form &form)
 {
     std::string line;
     for (std::size_t i = 0; i < row.size(); ++i) {
-        if (i != 0) line += options.separator_text;
-        append_cell(line, row[i], options);
+        if (i != 0) line += form.separator_text;
+        append_cell(line, row[i], form);
     }
     line += '\n';
     stream.write(line.data(), static_cast<std::streamsize>(line.size()));
 }
 
 void write_results(std::ostream &stream, const result_list &entries,
-                   trash_options &options)
+                   const inode_store &records, const output_form &form)
 {
-    if (options.csvl2t) {
-        write_timeline(stream, entries, options);
-        return;
-    }
+    switch (form.kind) {
+    case form_kind::csvl2t: write_timeline(stream, entries, records, form); return;
     // These two forms have no columns: no row can be written, and the one form leaves
     // an empty line where its rows would be.
-    if (options.xml) return;
-    if (options.bodyfile) {
+    case form_kind::xml: return;
+    case form_kind::bodyfile:
         if (!entries.empty()) stream << '\n';
         return;
+    default: break;
     }
-    const report_row columns = table_columns(options);
-    if (options.header_pending) write_column_line(stream, columns, options);
+    const report_row columns = table_columns(form);
+    write_column_line(stream, columns, form);
     for (const trash_entry *entry : entries.in_order()) {
-        const report_row row = table_row(*entry, columns, options);
-        if (options.multiline)
-            write_multiline_row(stream, row, options);
+        const report_row row = table_row(*entry, columns, records, form);
+        if (form.kind == form_kind::multiline)
+            write_multiline_row(stream, row, form);
         else
-            write_row(stream, row, options);
+            write_row(stream, row, form);
     }
 }
 

@@ -1,6 +1,8 @@
 #pragma once
 
-#include "records/trash_options.h"
+#include "options/output_form.h"
+#include "records/inode_store.h"
+#include "records/trash_entry.h"
 
 #include <ostream>
 #include <string>
@@ -19,19 +21,18 @@ struct report_column {
 };
 using report_row = std::vector<report_column>;
 
-/// Writes all rows in the form that the options ask for: a table or a timeline. The
-/// column line comes only once a run.
+/// Writes all rows in the form that was asked for: a table with its column line, or a
+/// timeline. `records` is the store that the entries' store indexes belong to.
 void write_results(std::ostream &stream, const result_list &entries,
-                   trash_options &options);
+                   const inode_store &records, const output_form &form);
 
 /// The columns of the table with their widths.
-report_row table_columns(const trash_options &options);
+report_row table_columns(const output_form &form);
 /// The cells of one entry, sized like `columns`.
 report_row table_row(const trash_entry &entry, const report_row &columns,
-                     const trash_options &options);
+                     const inode_store &records, const output_form &form);
 void write_column_line(std::ostream &stream, const report_row &columns,
-                       trash_options &options);
-void write_row(std::ostream &stream, const report_row &row,
-               const trash_options &options);
+                       const output_form &form);
+void write_row(std::ostream &stream, const report_row &row, const output_form &form);
 
 } // namespace hv

@@ -34,78 +34,78 @@ std::string joined(std::initializer_list<std::string_view> texts,
     return line;
 }
 
-void write_header_line(std::ostream &stream, const trash_options &options)
+void write_header_line(std::ostream &stream, const output_form &form)
 {
-    const std::string &separator = options.separator_text;
-    std::string line =
-        options.pair_date_time ? "date/time" : "date" + separator + "time";
+    const std::string &separator = form.separator_text;
+    std::string line = form.pair_date_time ? "date/time" : "date" + separator + "time";
     for (const char *name : column_names) line += separator + name;
     stream << line << '\n';
 }
 
-std::string date_and_time(const time &when, const trash_options &options)
+std::string date_and_time(const time &when, const output_form &form)
 {
-    const std::string blank = options.no_whitespace ? "" : " ";
+    const std::string blank = form.no_whitespace ? "" : " ";
     std::string date;
     std::string clock;
-    format_date_time(date, clock, when, options.format);
-    if (options.pair_date_time) return blank + date + " " + clock;
-    return date + options.separator_text + blank + clock;
+    format_date_time(date, clock, when, form.format);
+    if (form.pair_date_time) return blank + date + " " + clock;
+    return date + form.separator_text + blank + clock;
 }
 
-std::string description(const trash_entry &entry, const trash_options &options)
+std::string description(const trash_entry &entry, const inode_store &records,
+                        const output_form &form)
 {
     std::string text = shown_path(entry) + "; ";
     if (entry.version == 0)
-        text += "rec# " + options.number(entry.record_number) + "; vol# " +
-                options.number(entry.drive_number) + "; ";
-    return text + "size " + shown_size(entry, options);
+        text += "rec# " + form.number(entry.record_number) + "; vol# " +
+                form.number(entry.drive_number) + "; ";
+    return text + "size " + shown_size(entry, records, form);
 }
 
-void set_times(l2t_record &record, const trash_entry &entry,
-               const trash_options &options)
+void set_times(l2t_record &record, const trash_entry &entry, const inode_store &records)
 {
     record.change_time = entry.deleted_time;
     if (!entry.has_data_file) return;
-    const inode_record &data = options.records[entry.data_record];
+    const inode_record &data = records[entry.data_record];
     record.modify_time = data.si_modified;
     record.access_time = data.si_accessed;
     record.create_time = data.si_created;
     if (record.change_time == 0) record.change_time = data.si_mft_changed;
 }
 
-void escape_texts(l2t_record &record, const trash_options &options)
+void escape_texts(l2t_record &record, const output_form &form)
 {
-    if (options.forbidden_char != 0 && options.replacement_char != 0)
+    if (form.forbidden_char != 0 && form.replacement_char != 0)
         for (std::string *text : {&record.short_text, &record.desc, &record.filename,
                                   &record.notes, &record.extra})
-            replace_forbidden(*text, options);
+            replace_forbidden(*text, form);
     for (std::string *text : {&record.desc, &record.notes, &record.extra})
         escape_line_breaks(*text);
 }
 
 } // namespace
 
-l2t_record timeline_record(const trash_entry &entry, const trash_options &options)
+l2t_record timeline_record(const trash_entry &entry, const inode_store &records,
+                           const output_form &form)
 {
     l2t_record record;
-    set_times(record, entry, options);
+    set_times(record, entry, records);
     record.modify_label = "Last Modified";
     record.access_label = "Last Accessed";
     record.change_label = "Deleted";
     record.create_label = "Created";
-    record.source = options.tool_tag;
+    record.source = form.tool_tag;
     record.sourcetype = "RECYCLE_BIN";
-    record.user = options.username;
-    record.host = options.hostname;
+    record.user = form.username;
+    record.host = form.hostname;
     record.short_text = shown_path(entry);
-    record.desc = description(entry, options);
+    record.desc = description(entry, records, form);
     record.filename = entry.metadata_name;
     const u64 owner = entry.has_data_file ? entry.data_record : entry.meta_record;
-    record.inode = std::to_string(owner == no_index ? 0 : options.records[owner].entry);
-    record.notes = source_notes(entry, options);
-    record.format_name = options.program_name + " (halvern)";
-    record.extra = extra_info(entry, options);
+    record.inode = std::to_string(owner == no_index ? 0 : records[owner].entry);
+    record.notes = source_notes(entry, records, form);
+    record.format_name = form.program_name + " (halvern)";
+    record.extra = extra_info(entry, records);
     if (record.extra.empty()) record.extra = version_label(entry.version);
     return record;
 }
@@ -139,17 +139,17 @@ void build_macb_rows(l2t_rows &rows, const l2t_record &record)
 }
 
 void write_l2t_record(bool &first_row, std::ostream &stream, l2t_record record,
-                      const trash_options &options)
+                      const output_form &form)
 {
-    if (first_row) write_header_line(stream, options);
+    if (first_row) write_header_line(stream, form);
     first_row = false;
-    escape_texts(record, options);
+    escape_texts(record, form);
     l2t_rows rows;
     build_macb_rows(rows, record);
-    const std::string &separator = options.separator_text;
+    const std::string &separator = form.separator_text;
     const std::string version = std::to_string(record.version);
     for (const auto &[key, row] : rows) {
-        const std::string when = date_and_time(row.when, options);
+        const std::string when = date_and_time(row.when, form);
         std::string line =
             joined({when, record.timezone, row.macb, record.source, record.sourcetype,
                     row.label, record.user, record.host, record.short_text, record.desc,
@@ -162,11 +162,12 @@ void write_l2t_record(bool &first_row, std::ostream &stream, l2t_record record,
 }
 
 void write_timeline(std::ostream &stream, const result_list &entries,
-                    trash_options &options)
+                    const inode_store &records, const output_form &form)
 {
+    bool first_row = true;
     for (const trash_entry *entry : entries.in_order())
-        write_l2t_record(options.header_pending, stream,
-                         timeline_record(*entry, options), options);
+        write_l2t_record(first_row, stream, timeline_record(*entry, records, form),
+                         form);
 }
 
 } // namespace hv

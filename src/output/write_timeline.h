@@ -1,7 +1,9 @@
 #pragma once
 
 #include "base/hv_time.h"
-#include "records/trash_options.h"
+#include "options/output_form.h"
+#include "records/inode_store.h"
+#include "records/trash_entry.h"
 
 #include <map>
 #include <ostream>
@@ -47,14 +49,15 @@ using l2t_rows = std::multimap<u64, l2t_row>;
 /// Writes one line for each distinct time of each entry. Without entries, nothing at
 /// all.
 void write_timeline(std::ostream &stream, const result_list &entries,
-                    trash_options &options);
+                    const inode_store &records, const output_form &form);
 
-l2t_record timeline_record(const trash_entry &entry, const trash_options &options);
+l2t_record timeline_record(const trash_entry &entry, const inode_store &records,
+                           const output_form &form);
 /// Groups the four times of a record into lines. Times that can't be used make none.
 void build_macb_rows(l2t_rows &rows, const l2t_record &record);
-/// Writes the lines of a record, behind the header line if `first_row` is set, which is
+/// Writes the lines of a record, after the header line if `first_row` is set, which is
 /// then cleared.
 void write_l2t_record(bool &first_row, std::ostream &stream, l2t_record record,
-                      const trash_options &options);
+                      const output_form &form);
 
 } // namespace hv

@@ -4,13 +4,11 @@
 
 #include <deque>
 #include <map>
-#include <optional>
-#include <set>
 #include <string_view>
 
 namespace hv {
 
-/// All records of a run. A store index is a position here and stays valid to the end.
+/// All records of a run. A store index is a position here and never changes.
 class inode_store {
 public:
     u64 size() const { return m_records.size(); }
@@ -42,7 +40,7 @@ private:
     text_arena m_texts;
 };
 
-/// The store of a run and the maps into it that every kind of scan fills.
+/// The store of a run and the map into it that every kind of scan fills.
 class _inode_collection {
 public:
     _inode_collection() = default;
@@ -52,15 +50,6 @@ public:
 
     inode_store records;
     std::map<u64, u64> directories; ///< entry number of a directory to its store index
-    /// Entry and sequence numbers of the records below `references_known`. Only passes
-    /// behind the first ask for it, so it is filled when they do.
-    std::set<u64> by_reference;
-    u64 references_known = 0;
-    /// Bytes that later passes may still read for single records; not known ahead of
-    /// the first of them.
-    std::optional<u64> side_reads_left;
-    u32 cluster_size = 0; ///< bytes
-    bool cluster_size_set = false;
 };
 
 } // namespace hv

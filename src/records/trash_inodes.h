@@ -4,7 +4,6 @@
 #include "records/trash_entry.h"
 
 #include <map>
-#include <ostream>
 #include <set>
 #include <string>
 #include <string_view>
@@ -24,32 +23,27 @@ public:
     std::multimap<u64, u64> metadata_index;
     /// Directories at or below the bin: entry number to store index.
     std::map<u64, u64> bin_directories;
-    /// Lower-case name of a data item to the store indexes of it and all beneath it. A
+    /// Lower-case name of a data item to the store indexes of it and of all below it. A
     /// name is removed when it is paired; what is left at the end has no metadata.
     std::map<std::string, std::vector<u64>, std::less<>> m_r_indexes;
     u64 bin_root_index = no_index;
 
     std::vector<trash_entry> carved_entries; ///< carved `INFO2` data, not parsed yet
     std::vector<trash_entry> parsed;         ///< working list of the parsers
-    /// A parser adds to `parsed` instead of emptying it first.
-    bool keep_parsed = true;
-
-    std::ostream *results_stream = nullptr;
     result_list results;
 
-    std::string scan_label;     ///< where the records come from, for rows that say it
-    std::string current_source; ///< the file at hand
-    /// The value of `-mftfile`: one member under two names.
-    std::string &mft_file = current_source;
+    std::string scan_label; ///< where the records come from, for rows that say it
+    /// What is being read: a file of a list, or a carved cluster. Kept for callers.
+    std::string current_source;
 
+    // What the index of the bin says, as found by its path before the pass over the
+    // `$MFT`.
     bool bins_known = false;
     std::set<u64> known_bin_directories; ///< entry numbers
-    std::set<u64> known_bin_files;       ///< entry numbers
+    std::set<u64> known_bin_files;       ///< entry numbers; kept for callers
 
-    // What single operations remember from one record to the next.
-    u32 bin_tail_position = 0; ///< where in a path the bin's name ends
-    std::string bin_text;      ///< "\" and the bin's name, once a record was classified
-    bool recycler_layout = false; ///< the bin is of the "RECYCLER" form
+    /// Where in a path the name of the registered bin ends.
+    u32 bin_tail_position = 0;
 };
 
 } // namespace hv

@@ -1,38 +1,32 @@
 #pragma once
 
-#include "options/cmd_params.h"
+#include "options/run_options.h"
+#include "records/known_references.h"
 #include "records/trash_inodes.h"
 
-#include <string>
-#include <string_view>
+#include <optional>
 
 namespace hv {
 
-/// The one object that carries a run: its options and its whole collection. Every scan
-/// gets it as its context.
-class trash_options : public cmd_params, public _trash_inodes {
-public:
-    std::string partition_root; ///< root of `-partition`, with a backslash at its end
-    bool partition = false;
-    std::string recycle_dir; ///< the bin under `partition_root`
-    bool xp_layout = false;  ///< `recycle_dir` is of the "RECYCLER" form
-    std::string image_path;
-    bool image = false;
-    u64 volume_offset = 0; ///< bytes from the start of the image
-    bool rawscan = false;
-    bool mftscan = false;
-    bool include_unalloc = false;
-    bool include_vss = false;
-};
+/// A run, as the scans hand it to their callbacks: its options, which nothing changes,
+/// and the collection that it fills.
+struct trash_options {
+    trash_options(const run_options &run, _trash_inodes &found)
+        : options(run),
+          collection(found),
+          references(found.records)
+    {
+    }
 
-enum class parse_result {
-    good,
-    show_usage, ///< the run can't go on; the user gets the header and the usage text
-    end_process ///< the process ends at once, with status -1
-};
+    const run_options &options;
+    _trash_inodes &collection;
+    /// False once results can't be written any more: nothing is carved then.
+    bool results_writable = true;
 
-/// Reads all options out of `args` and removes them.
-parse_result parse_trash_options(trash_options &options, arg_list &args,
-                                 std::string_view version_text);
+    // What the passes after the first one remember from one record to the next.
+    known_references references;
+    /// Bytes that may still be read for single records; unknown before the first one.
+    std::optional<u64> side_reads_left;
+};
 
 } // namespace hv

@@ -46,7 +46,7 @@ namespace hv {
 namespace {
 
 // A walk knows each file's times; of a name on a list nothing is known but the name.
-bool is_in_window(const trash_options &options, const std::string &path)
+bool is_in_window(const run_options &options, const std::string &path)
 {
     if (!options.window.any()) return true;
     hvportdir::file_status status;
@@ -54,7 +54,7 @@ bool is_in_window(const trash_options &options, const std::string &path)
            options.window.holds(status.filter_times());
 }
 
-bool is_wanted(const trash_options &options, const std::string &path,
+bool is_wanted(const run_options &options, const std::string &path,
                const std::wstring &wide, bool is_walk)
 {
     if (wide.empty() || !filter_passes_wide(wide, options.filter_list)) return false;
@@ -65,7 +65,8 @@ bool is_wanted(const trash_options &options, const std::string &path,
 
 } // namespace
 
-bool register_list(trash_options &options, std::FILE *list)
+bool register_list(_trash_inodes &collection, const run_options &options,
+                   std::FILE *list)
 {
     hvportdir::stdin_stream_ex stream(list);
     if (!options.pipe) {
@@ -80,8 +81,8 @@ bool register_list(trash_options &options, std::FILE *list)
         if (path.empty()) continue;
         const std::wstring wide = uni::to_wide(path);
         if (is_wanted(options, path, wide, stream.is_walk())) {
-            options.current_source = path;
-            add_file_path(wide, false, &options, options.log());
+            collection.current_source = path;
+            add_file_path(wide, false, &collection, options.log());
         } else {
             debug_log(options.log(), "skipping pipe: %s", path.c_str());
         }

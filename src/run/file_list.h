@@ -2,7 +2,8 @@
 
 #include "base/hv_fileio.h"
 #include "base/hv_portable_dir.h"
-#include "records/trash_options.h"
+#include "options/run_options.h"
+#include "records/trash_inodes.h"
 
 #include <string>
 #include <utility>
@@ -46,6 +47,7 @@ namespace hv {
 
 /// Puts every file of a list or a walk that passes the filters into the collection.
 /// False if there is nothing to start from.
-bool register_list(trash_options &options, std::FILE *list);
+bool register_list(_trash_inodes &collection, const run_options &options,
+                   std::FILE *list);
 
 } // namespace hv

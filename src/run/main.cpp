@@ -1,8 +1,9 @@
 #include "base/hv_console.h"
 #include "base/hv_fileio.h"
-#include "records/trash_options.h"
+#include "run/cmdline_ctx.h"
 #include "run/run_modes.h"
 #include "run/usage.h"
+#include "trash/bin_names.h"
 
 #include <csignal>
 #include <cstring>
@@ -19,9 +20,9 @@ constexpr int failed_status = -1;
 // tell.
 void ignore_signal_name(const std::string &) {}
 
-// A closed standard descriptor would be given to the next file that is opened, and
-// results or messages would be written into it. A standard stream that was closed is
-// made to refuse instead.
+// The next file that is opened would get the number of a closed standard descriptor,
+// and results or messages would be written into it. A standard stream that was closed
+// is made to refuse instead.
 void claim_standard_descriptors()
 {
     for (int descriptor = 0; descriptor <= 2; ++descriptor) {
@@ -60,22 +61,21 @@ void show_header_and_usage(const std::string &header)
     usage();
 }
 
-// Runs the chosen mode with results going to `stream`, the header ahead of them.
+// Runs the chosen mode with the header and the results going to `stream`.
 void run_to(uni::result_output &stream, const std::string &header,
-            trash_options &options, arg_list &args)
+            const run_options &options, arg_list &args, run_input &input)
 {
-    options.results_stream = &stream;
     stream << header;
-    std::string file;
-    const run_mode mode = choose_run_mode(options, args, file);
-    execute_run_mode(mode, file, options);
+    const run_mode mode = choose_run_mode(options, args, input);
+    execute_run_mode(mode, input, options, stream);
 }
 
-void run(const std::string &header, trash_options &options, arg_list &args)
+void run(const std::string &header, const run_options &options, arg_list &args,
+         run_input &input)
 {
     if (options.out_path.empty()) {
         uni::stdout_output out;
-        run_to(out, header, options, args);
+        run_to(out, header, options, args, input);
         report_write_error(out.finish());
         return;
     }
@@ -85,8 +85,18 @@ void run(const std::string &header, trash_options &options, arg_list &args)
                     options.out_path.c_str());
         return;
     }
-    run_to(results_file.get_stream(), header, options, args);
+    run_to(results_file.get_stream(), header, options, args, input);
     report_write_error(results_file.close());
+}
+
+// The options, and what they lead to on this machine.
+parse_result read_command_line(run_options &options, run_input &input, arg_list &args)
+{
+    const parse_result result =
+        parse_trash_options(options, args, version_literal, is_evidence_name);
+    if (result != parse_result::good || !options.partition) return result;
+    input.bin = find_mounted_bin(options.partition_root);
+    return input.bin.recycle_dir.empty() ? parse_result::show_usage : result;
 }
 
 } // namespace
@@ -102,13 +112,14 @@ int main(int argc, char **argv)
         return 0;
     }
     const std::string header = run_header(args);
-    trash_options options;
-    switch (parse_trash_options(options, args, version_literal)) {
+    run_options options;
+    run_input input;
+    switch (read_command_line(options, input, args)) {
     case parse_result::good: break;
     case parse_result::show_usage: show_header_and_usage(header); return 0;
     case parse_result::end_process: return failed_status;
     }
     context.attach(options, ignore_signal_name);
-    run(header, options, args);
+    run(header, options, args, input);
     return 0;
 }

@@ -2,16 +2,15 @@
 
 #include "base/hv_console.h"
 #include "output/write_table.h"
-#include "trash/resolve.h"
 
 namespace hv {
 
-void process_entries(std::ostream &results_stream, u64 volume_offset,
-                     trash_options &options)
+void process_entries(std::ostream &results_stream, const output_form &form,
+                     const resolve_request &request, _trash_inodes &collection)
 {
-    resolve_records(options, volume_offset);
+    resolve_records(collection, request);
     flush_console();
-    write_results(results_stream, options.results, options);
+    write_results(results_stream, collection.results, collection.records, form);
 }
 
 } // namespace hv

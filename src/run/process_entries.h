@@ -1,12 +1,15 @@
 #pragma once
 
-#include "records/trash_options.h"
+#include "options/output_form.h"
+#include "trash/resolve.h"
+
+#include <ostream>
 
 namespace hv {
 
-/// Makes all rows of the run and writes them to `results_stream`. `volume_offset` is in
-/// bytes. Runs once, at the end of every run mode.
-void process_entries(std::ostream &results_stream, u64 volume_offset,
-                     trash_options &options);
+/// Makes all rows of the run and writes them to `results_stream`. Runs once, at the end
+/// of every run mode.
+void process_entries(std::ostream &results_stream, const output_form &form,
+                     const resolve_request &request, _trash_inodes &collection);
 
 } // namespace hv

@@ -1,6 +1,10 @@
 #pragma once
 
-#include "records/trash_options.h"
+#include "options/run_options.h"
+#include "run/mounted_bin.h"
+
+#include <ostream>
+#include <string>
 
 namespace hv {
 
@@ -16,12 +20,18 @@ enum class run_mode {
     nothing,
 };
 
-/// The first mode whose condition holds. For a single file, `file` takes its path out
-/// of `args`, which no mode before it has looked at.
-run_mode choose_run_mode(const trash_options &options, arg_list &args,
-                         std::string &file);
+/// What a run reads, as far as the options alone don't say it.
+struct run_input {
+    mounted_bin bin;  ///< of `-partition`
+    std::string file; ///< of `-file`
+};
 
-/// Runs a mode and writes its results to the options' stream.
-void execute_run_mode(run_mode mode, const std::string &file, trash_options &options);
+/// The first mode whose condition holds. For a single file, its path is taken out of
+/// `args` into `input`; no mode before it has looked there.
+run_mode choose_run_mode(const run_options &options, arg_list &args, run_input &input);
+
+/// Runs a mode and writes its results to `results`.
+void execute_run_mode(run_mode mode, const run_input &input, const run_options &options,
+                      std::ostream &results);
 
 } // namespace hv

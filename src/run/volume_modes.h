@@ -1,19 +1,27 @@
 #pragma once
 
-#include "records/trash_options.h"
+#include "options/run_options.h"
+
+#include <ostream>
 
 /// The run modes that take their records from an `$MFT` or a volume. Each writes its
-/// results to the options' stream.
+/// results to `results`.
 namespace hv {
 
 /// A copy of an `$MFT`.
-void run_mft_file(trash_options &options);
+void run_mft_file(const run_options &options, std::ostream &results);
 
 /// All clusters of an image, whatever file system it has or had.
-void run_raw_image(trash_options &options);
+void run_raw_image(const run_options &options, std::ostream &results);
 
-/// The volume of a partition, or in an image at the `-offset`. A volume that doesn't
-/// validate ends the mode without a word.
-void run_volume(trash_options &options, bool is_image);
+/// Where the options say that the volume is.
+enum class volume_origin {
+    partition, ///< at the root of `-partition`
+    image,     ///< in `-image`, at `-offset`
+};
+
+/// A volume. One that doesn't validate ends the mode; only the log says why.
+void run_volume(volume_origin origin, const run_options &options,
+                std::ostream &results);
 
 } // namespace hv

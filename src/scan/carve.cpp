@@ -1,8 +1,9 @@
 #include "scan/carve.h"
 
 #include "ntfs/hv_file_record.h"
+#include "ntfs/ntfs.h"
 #include "records/trash_options.h"
-#include "scan/mft_scan.h"
+#include "scan/single_record.h"
 #include "trash/deleted_records.h"
 
 #include <algorithm>
@@ -12,7 +13,7 @@ namespace hv {
 
 namespace {
 
-// Records stand at multiples of this, whatever their own size.
+// Records start at multiples of this, whatever their own size.
 constexpr u64 record_step = 1024;
 
 constexpr const char *carved_name = "carve from cluster";
@@ -22,17 +23,10 @@ bool has_record_mark(byte_view bytes)
     return has_signature(bytes, file_record::signature);
 }
 
-bool is_ready(const scan_item &item)
-{
-    return item.context != nullptr && !item.data.empty() &&
-           item.context->results_stream != nullptr &&
-           item.context->results_stream->good();
-}
-
 // What the search for records says of a chunk.
 struct record_search {
     bool at_start = false; ///< the chunk itself begins with a record
-    u64 left;              ///< bytes of the chunk that its last record leaves it
+    u64 left;              ///< bytes of the chunk from its last record on
 };
 
 void process_record(const scan_item &item, u64 position, byte_view record)
@@ -45,7 +39,7 @@ void process_record(const scan_item &item, u64 position, byte_view record)
     process_mft_record(found);
 }
 
-// Takes the records at the steps of one chunk, which stands at `position` of the item.
+// Takes the records at the steps of one chunk, which is at `position` of the item.
 record_search take_records(const scan_item &item, u64 position, byte_view chunk)
 {
     record_search result{.left = chunk.size()};
@@ -60,38 +54,37 @@ record_search take_records(const scan_item &item, u64 position, byte_view chunk)
     return result;
 }
 
-// The test is given what the last record leaves of the chunk, counted from its front.
+// The test gets as many bytes as there are from the last record on, counted from the
+// front of the chunk.
 bool holds_info2(byte_view chunk, u64 left)
 {
     return has_info2_header(chunk) && left > info2::first_cursor &&
-           looks_like_info2(chunk.clip(info2::first_cursor, left - info2::first_cursor),
-                            true);
+           looks_like_info2(
+               chunk.clip(info2::first_cursor, left - info2::first_cursor));
 }
 
 void keep_info2(const scan_item &item, u64 position)
 {
-    trash_options &options = *item.context;
-    options.current_source = carved_name;
-    options.keep_parsed = true;
+    _trash_inodes &collection = item.context->collection;
+    collection.current_source = carved_name;
     const auto bytes = item.data.from(position).bytes();
     trash_entry entry;
     entry.metadata_name = carved_name;
-    entry.other_info = options.scan_label;
+    entry.other_info = collection.scan_label;
     entry.source_offset = item.offset + position;
     entry.raw_data.assign(bytes.begin(), bytes.end());
-    options.carved_entries.push_back(std::move(entry));
+    collection.carved_entries.push_back(std::move(entry));
 }
 
 } // namespace
 
 void carve_cluster(const scan_item &item)
 {
-    if (!is_ready(item)) return;
-    trash_options &options = *item.context;
-    if (!options.keep_parsed) options.carved_entries.clear();
+    if (item.context == nullptr || !item.context->results_writable) return;
     const u64 size = item.data.size();
-    const u64 chunk =
-        options.cluster_size == 0 ? size : std::min<u64>(options.cluster_size, size);
+    const u64 chunk = item.volume == nullptr
+                          ? size
+                          : std::min<u64>(item.volume->get_cluster_size(), size);
     // A smaller chunk holds neither a record nor a list, but there may be many of them.
     if (chunk < info2::min_size) return;
     for (u64 at = 0; at < size; at += chunk) {

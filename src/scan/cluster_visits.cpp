@@ -35,15 +35,15 @@ std::vector<std::pair<u64, u64>> cluster_visits::take(u64 first, u64 end)
     return parts;
 }
 
-// Makes a stretch that reaches over a cluster end there, and another begin.
+// Makes a stretch that holds a cluster end before it, and another begin with it.
 void cluster_visits::split_at(u64 cluster)
 {
-    const auto behind = m_known.lower_bound(cluster);
-    if (behind == m_known.begin()) return;
-    const auto ahead = std::prev(behind);
-    if (ahead->second.end <= cluster) return;
-    m_known.emplace_hint(behind, cluster, ahead->second);
-    ahead->second.end = cluster;
+    const auto next = m_known.lower_bound(cluster);
+    if (next == m_known.begin()) return;
+    const auto previous = std::prev(next);
+    if (previous->second.end <= cluster) return;
+    m_known.emplace_hint(next, cluster, previous->second);
+    previous->second.end = cluster;
 }
 
 } // namespace hv

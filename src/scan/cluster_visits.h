@@ -15,9 +15,9 @@ class cluster_visits {
 public:
     explicit cluster_visits(unsigned most) : m_most(most) {}
 
-    /// The parts of the clusters from `first` to ahead of `end` that were handed out
+    /// The parts of the clusters from `first` to before `end` that were handed out
     /// fewer than `most` times so far, ascending, each as its first cluster and the one
-    /// behind its last. They count as handed out now.
+    /// after its last. They count as handed out now.
     std::vector<std::pair<u64, u64>> take(u64 first, u64 end);
 
 private:

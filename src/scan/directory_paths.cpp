@@ -1,8 +1,9 @@
-#include "scan/mft_walk.h"
+#include "scan/directory_paths.h"
 
 #include "base/hv_string.h"
 #include "ntfs/hv_ntfs_layout.h"
 
+#include <algorithm>
 #include <set>
 #include <string>
 #include <vector>
@@ -44,8 +45,8 @@ public:
     }
 
 private:
-    // Gathers the unresolved directories from `index` up, and the text that they hang
-    // from. Each comes into one chain only, as all of it is resolved afterwards.
+    // Gathers the unresolved directories from `index` up, and the path above them. Each
+    // becomes part of one chain only, as all of it is resolved afterwards.
     void collect_chain(u64 index)
     {
         m_chain.assign(1, index);
@@ -106,6 +107,12 @@ private:
 };
 
 } // namespace
+
+u64 directory_text_budget(u64 source_size)
+{
+    constexpr u64 min_budget = u64{16} << 20;
+    return std::max(source_size, min_budget);
+}
 
 void build_directory_paths(_inode_collection &collection, u64 max_text)
 {

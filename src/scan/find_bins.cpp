@@ -2,7 +2,7 @@
 
 #include "ntfs/hv_directory_index.h"
 #include "ntfs/hv_path_lookup.h"
-#include "records/trash_options.h"
+#include "trash/bin_names.h"
 
 #include <set>
 #include <string>
@@ -14,11 +14,11 @@ namespace {
 // The entry number of the bin's root, the newer form first.
 bool find_bin_root(CNtfs &volume, u64 &entry, log_handle log)
 {
-    for (const char *path : {"\\$Recycle.Bin", "\\RECYCLER"}) {
+    for (const char *name : bin_folder_names) {
         u64 parent = 0;
         std::string resolved;
-        if (find_inode_by_path_utf8(entry, parent, resolved, volume, path,
-                                    link_mode::stop, log))
+        if (find_inode_by_path_utf8(entry, parent, resolved, volume,
+                                    std::string("\\") + name, link_mode::stop, log))
             return true;
     }
     return false;
@@ -26,13 +26,13 @@ bool find_bin_root(CNtfs &volume, u64 &entry, log_handle log)
 
 } // namespace
 
-bool find_recycle_bins(trash_options &options, CNtfs &volume)
+bool find_recycle_bins(_trash_inodes &collection, CNtfs &volume, log_handle log)
 {
-    options.bins_known = false;
-    options.known_bin_directories.clear();
-    options.known_bin_files.clear();
+    collection.bins_known = false;
+    collection.known_bin_directories.clear();
+    collection.known_bin_files.clear();
     u64 current = 0;
-    if (!find_bin_root(volume, current, options.log())) return false;
+    if (!find_bin_root(volume, current, log)) return false;
 
     // Hostile folders may all claim the whole medium as their index.
     u64 budget = 2 * volume.get_disk()->get_size();
@@ -43,10 +43,10 @@ bool find_recycle_bins(trash_options &options, CNtfs &volume)
         const u64 entry = reference_entry(one.reference);
         if (entry == 0) return;
         if (!one.is_directory) {
-            options.known_bin_files.insert(entry);
+            collection.known_bin_files.insert(entry);
             return;
         }
-        options.known_bin_directories.insert(entry);
+        collection.known_bin_directories.insert(entry);
         if (listed.insert(entry).second) pending.insert(entry);
     };
     index_live_map live;
@@ -57,8 +57,8 @@ bool find_recycle_bins(trash_options &options, CNtfs &volume)
         if (pending.empty()) break;
         current = pending.extract(pending.begin()).value();
     }
-    options.bins_known = !options.known_bin_directories.empty();
-    return options.bins_known;
+    collection.bins_known = !collection.known_bin_directories.empty();
+    return collection.bins_known;
 }
 
 } // namespace hv

@@ -15,7 +15,7 @@ constexpr u64 spare_lists = 64;
 
 } // namespace
 
-list_follower::list_follower(const store_source &source, u32 record_size)
+list_follower::list_follower(const scan_source &source, u32 record_size)
     : m_source(source),
       m_record_size(record_size),
       m_cluster_size(source.cluster_size != 0 ? source.cluster_size
@@ -55,7 +55,7 @@ std::vector<u8> list_follower::read_list_clusters(const std::vector<flat_run> &r
     return bytes;
 }
 
-// Appends one cluster of a list. False if the list ends ahead of it.
+// Appends one cluster of a list. False if the list ends before it.
 bool list_follower::take_cluster(std::vector<u8> &bytes, const flat_run &run, u32 index)
 {
     u64 position = 0;

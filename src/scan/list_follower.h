@@ -1,7 +1,7 @@
 #pragma once
 
-#include "scan/mft_walk.h"
 #include "scan/record_parse.h"
+#include "scan/scan_source.h"
 
 #include <vector>
 
@@ -14,7 +14,7 @@ namespace hv {
 class list_follower {
 public:
     /// `source` has to outlive the object. `record_size` is in bytes.
-    list_follower(const store_source &source, u32 record_size);
+    list_follower(const scan_source &source, u32 record_size);
     list_follower(const list_follower &) = delete;
     list_follower &operator=(const list_follower &) = delete;
 
@@ -26,7 +26,7 @@ private:
     std::vector<u8> read_list_clusters(const std::vector<flat_run> &runs);
     bool take_cluster(std::vector<u8> &bytes, const flat_run &run, u32 index);
 
-    const store_source &m_source;
+    const scan_source &m_source;
     u32 m_record_size;
     u32 m_cluster_size;
     u64 m_list_bytes;      ///< how many more may be read for non-resident lists

@@ -17,42 +17,25 @@ constexpr u32 max_record_size = 4096;
 constexpr u32 default_first_read = 4096;
 constexpr u32 sector_size = 512;
 
-// One request for many blocks: the cost of a scan is in the requests, and in bytes that
-// have left the nearest caches by the time they are looked at.
+// One request for many blocks: what a scan costs are the requests, and bytes that have
+// left the nearest caches by the time they are parsed.
 constexpr u64 large_read = u64{64} * 1024;
 
 constexpr unsigned progress_width = 40;
 constexpr unsigned progress_step = 5;
 
-// Only these names can be metadata, so only their content is worth keeping.
-bool may_be_metadata(std::string_view name)
-{
-    return name.starts_with("$I") || name == "INFO2";
-}
-
-void keep_extras(inode_store &records, u64 index, const parsed_record &record)
-{
-    if (may_be_metadata(record.name)) {
-        record_extras &extras = records.extras(index);
-        extras.data = record.data;
-        extras.data_runs = record.data_runs;
-    }
-    if (!record.zone_data.empty()) records.extras(index).zone_data = record.zone_data;
-}
-
-class store_scanner {
+class mft_walker {
 public:
-    store_scanner(_inode_collection &collection, const store_source &source,
-                  const parse_options &options, const record_filter &filter,
-                  bool progress)
-        : m_collection(collection),
-          m_source(source),
+    mft_walker(const scan_source &source, const parse_options &options,
+               const record_visitor &visit, bool progress)
+        : m_source(source),
           m_options(options),
-          m_filter(filter),
+          m_visit(visit),
           m_progress(progress)
     {
     }
 
+    // The first record says how large all are.
     bool set_up()
     {
         const u32 wanted = m_source.cluster_size >= default_record_size
@@ -66,7 +49,7 @@ public:
         if (!passes_record_test(record)) return false;
         const u32 count = record.read_padded<u16>(file_record::fixup_count.offset);
         m_record_size = count > 2 ? count * sector_size - sector_size : 0;
-        // A first record whose count is damaged must not cost the others.
+        // Damage to the first record's count must not cost the other records.
         if (m_record_size == 0)
             m_record_size =
                 m_source.record_size != 0 ? m_source.record_size : default_record_size;
@@ -135,16 +118,13 @@ private:
             record.read_padded<u16>(file_record::first_attribute.offset) >
                 m_record_size)
             return;
-        if (!parse_record(m_record, slot, m_options, m_lists->source())) return;
-        const u64 index = m_collection.records.size();
-        if (m_filter && m_filter(m_record, index) == filter_answer::refuse) return;
-        keep_record(m_collection, m_record, position, directory_claim::if_in_use);
+        if (parse_record(m_record, slot, m_options, m_lists->source()))
+            m_visit(m_record, position);
     }
 
-    _inode_collection &m_collection;
-    const store_source &m_source;
+    const scan_source &m_source;
     const parse_options &m_options;
-    const record_filter &m_filter;
+    const record_visitor &m_visit;
     std::optional<list_follower> m_lists;
     parsed_record m_record;
     u32 m_record_size = default_record_size;
@@ -153,45 +133,13 @@ private:
 
 } // namespace
 
-void keep_record(_inode_collection &collection, const parsed_record &parsed,
-                 u64 position, directory_claim claim)
+bool scan_records(const scan_source &source, const parse_options &options,
+                  const record_visitor &visit, bool show_progress)
 {
-    inode_store &records = collection.records;
-    const u64 index = records.add();
-    inode_record &record = records[index];
-    record.entry = parsed.entry;
-    record.sequence = parsed.sequence;
-    record.first_parent = parsed.first_parent;
-    record.si_modified = parsed.si_modified;
-    record.si_accessed = parsed.si_accessed;
-    record.si_mft_changed = parsed.si_mft_changed;
-    record.si_created = parsed.si_created;
-    record.real_size = parsed.real_size;
-    record.is_directory = parsed.is_directory();
-    record.in_use = parsed.in_use();
-    record.position = position;
-    records.set_name(index, parsed.name);
-    keep_extras(records, index, parsed);
-    if (!record.is_directory) return;
-    const auto [known, added] = collection.directories.emplace(record.entry, index);
-    if (added || !record.in_use) return;
-    if (claim == directory_claim::if_known_is_unused && records[known->second].in_use)
-        return;
-    known->second = index;
-}
-
-bool scan_records(_inode_collection &collection, const store_source &source,
-                  const parse_options &options, const record_filter &filter,
-                  bool show_progress)
-{
-    constexpr u64 min_path_budget = u64{16} << 20;
-    store_scanner scanner(collection, source, options, filter, show_progress);
-    if (!scanner.set_up()) return false;
-    collection.directories.clear();
-    scanner.scan();
+    mft_walker walker(source, options, visit, show_progress);
+    if (!walker.set_up()) return false;
+    walker.scan();
     end_progress(show_progress);
-    if (collection.directories.empty()) return false;
-    build_directory_paths(collection, std::max(source.total_size, min_path_budget));
     return true;
 }
 

@@ -10,8 +10,7 @@ namespace hv {
 
 namespace {
 
-// The records of a scan are put together from sectors of this size, whatever the
-// medium.
+// Records are written in sectors of this size, whatever the medium's.
 constexpr u32 store_sector_size = 512;
 
 // What the first entry of an attribute list has to be like, for the list to be
@@ -166,6 +165,17 @@ private:
             m_pending.push_back(entry);
     }
 
+    // An extension record names the base record that it belongs to. A list that leads
+    // to the record of another file, by damage or on purpose, must not borrow its data.
+    bool belongs_here(byte_view extension) const
+    {
+        const u64 base = extension.read_padded<u64>(file_record::base_reference.offset);
+        const u16 sequence = reference_sequence(base);
+        return base != 0 && reference_entry(base) == m_result.entry &&
+               (sequence == 0 || m_result.sequence == 0 ||
+                sequence == m_result.sequence);
+    }
+
     // A list inside an extension only adds to what is pending: however deep hostile
     // lists are nested, the walk here stays flat.
     void read_pending()
@@ -175,7 +185,8 @@ private:
         for (std::size_t i = 0; i < m_pending.size(); ++i) {
             std::vector<u8> bytes;
             if (!m_source.read_record(m_pending[i], bytes) ||
-                !passes_record_test(byte_view{bytes}))
+                !passes_record_test(byte_view{bytes}) ||
+                !belongs_here(byte_view{bytes}))
                 continue;
             m_result.has_related = true;
             walk(bytes);

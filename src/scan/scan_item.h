@@ -4,12 +4,11 @@
 #include "base/hv_types.h"
 
 #include <functional>
-#include <string>
 
 namespace hv {
 
 class CNtfs;
-class trash_options;
+struct trash_options;
 
 /// What a scan hands to its callback, the same for records and for clusters.
 struct scan_item {
@@ -18,7 +17,6 @@ struct scan_item {
     byte_view data;
     u64 offset = 0; ///< byte position of `data` in the scanned medium
     u64 number = 0; ///< number of the entry or of the cluster
-    std::string source;
     /// The scan itself comes to every record in `data`, so a carver need not.
     bool scans_records = false;
 };

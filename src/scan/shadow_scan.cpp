@@ -1,6 +1,7 @@
 #include "scan/shadow_scan.h"
 
 #include "base/hv_console.h"
+#include "base/hv_string.h"
 #include "disk/hv_medium_reader.h"
 #include "ntfs/hv_mft_entries_ctx.h"
 #include "ntfs/ntfs.h"
@@ -17,45 +18,40 @@ namespace hv {
 
 namespace {
 
-// What is read of each cluster. Of larger ones the rest isn't seen; behind a smaller
-// one stand those that follow it on the volume.
+// What is read of each cluster. Of a larger one the rest isn't seen; with a smaller one
+// come those that follow it on the volume.
 constexpr u32 read_size = 4096;
 
 // Every so many clusters the progress line is drawn anew.
 constexpr u64 clusters_per_status = 53;
 
-// Store files don't share clusters, and no two stores a file. Hostile catalogs and run
-// lists are served so often and no more.
+// Stores don't share clusters, and no two stores a file. For hostile catalogs and run
+// lists, each is read this often and no more.
 constexpr unsigned max_visits = 4;
-
-std::string pair_text(std::string_view name, std::string_view value)
-{
-    std::string text = "\"";
-    return text.append(name).append("\":\"").append(value).append("\"");
-}
 
 // Says where a record comes from, for the rows that show it.
 std::string location_text(const std::string &store_id, const vss_store &store,
                           const date_time_format &format)
 {
-    std::string text = pair_text("VSS Store", store_id) + ";" +
-                       pair_text("SnapID", vss_guid_text(store.snapshot_id));
+    std::string text = quoted_pair("VSS Store", store_id) + ";" +
+                       quoted_pair("SnapID", vss_guid_text(store.snapshot_id));
     std::string date;
     std::string clock;
     if (format_date_time(date, clock, time(store.created, type_time::filetime), format))
-        text += ";" + pair_text("Create date", date + " " + clock + " UTC");
+        text += ";" + quoted_pair("Create date", date + " " + clock + " UTC");
     return text;
 }
 
-enum class store_outcome { scanned, skipped, stop };
+enum class shadow_store_outcome { scanned, skipped, stop };
 
-class store_walk {
+class shadow_store_walk {
 public:
-    store_walk(const CNtfs &volume, trash_options &options)
+    shadow_store_walk(const CNtfs &volume, trash_options &context)
         : m_volume(volume),
-          m_options(options),
+          m_context(context),
+          m_options(context.options),
           m_disk(*volume.get_disk()),
-          m_entries(volume, options.log()),
+          m_entries(volume, context.options.log()),
           m_reader(m_disk),
           m_buffer(read_size),
           m_visits(max_visits)
@@ -64,21 +60,22 @@ public:
 
     bool can_read() const { return m_entries.is_open(); }
 
-    store_outcome scan_store(const std::string &store_id, const vss_store &store)
+    shadow_store_outcome scan_store(const std::string &store_id, const vss_store &store)
     {
         mft_entry file;
         const u64 entry = reference_entry(store.file_reference);
         // Without this entry of the catalog, nothing says which file it is.
         if (!store.entry_of(3).seen || ++m_file_visits[entry] > max_visits ||
             !m_entries.analyze_entry(file, entry))
-            return store_outcome::skipped;
-        m_options.scan_label = location_text(store_id, store, m_options.format);
+            return shadow_store_outcome::skipped;
+        m_context.collection.scan_label =
+            location_text(store_id, store, m_options.form.format);
         if (m_options.progress) print_error("analyzing: %s\n", store_id.c_str());
         const attribute_view *data = first_data(file);
-        if (data == nullptr) return store_outcome::stop;
+        if (data == nullptr) return shadow_store_outcome::stop;
         m_count = 0;
         for (const data_run &run : data->runs) scan_run(run);
-        return store_outcome::scanned;
+        return shadow_store_outcome::scanned;
     }
 
 private:
@@ -101,10 +98,10 @@ private:
         const u64 end = clusters_on_volume();
         if (run.lcn < end) {
             const u64 clusters = std::min<u64>(run.clusters, end - run.lcn);
-            for (const auto &[first, behind] :
+            for (const auto &[first, past] :
                  m_visits.take(run.lcn, run.lcn + clusters)) {
                 const u64 first_count = counted - run.clusters + (first - run.lcn);
-                scan_stretch(first, behind, first_count);
+                scan_stretch(first, past, first_count);
             }
         }
         m_count = counted;
@@ -159,9 +156,9 @@ private:
             status_line("analyzing entry %lld", static_cast<long long>(count));
     }
 
-    void scan_cluster(u64 cluster, u64 position, u64 ahead, u64 count)
+    void scan_cluster(u64 cluster, u64 position, u64 left, u64 count)
     {
-        byte_view bytes = m_reader.view(position, read_size, ahead + read_size);
+        byte_view bytes = m_reader.view(position, read_size, left + read_size);
         if (bytes.empty()) {
             u32 length = read_size;
             if (!m_disk.read_checked(m_buffer.data(), length, position)) return;
@@ -170,7 +167,7 @@ private:
         show_count(count);
         scan_item item;
         item.volume = &m_volume;
-        item.context = &m_options;
+        item.context = &m_context;
         item.data = bytes;
         item.offset = position;
         item.number = cluster;
@@ -179,7 +176,8 @@ private:
     }
 
     const CNtfs &m_volume;
-    trash_options &m_options;
+    trash_options &m_context;
+    const run_options &m_options;
     const RAW_DISK_IO &m_disk;
     const mft_entries_ctx m_entries;
     medium_reader m_reader;
@@ -189,25 +187,26 @@ private:
     u64 m_count = 0;                       ///< clusters of the store, as reported
 };
 
-bool scan_all_stores(const CNtfs &volume, trash_options &options)
+bool scan_all_stores(const CNtfs &volume, trash_options &context)
 {
     std::array<u8, vss_block::header_size> header{};
     vss_store_map stores;
-    if (!volume.is_validated() || !load_stores(header, stores, volume, options.log()))
+    if (!volume.is_validated() ||
+        !load_stores(header, stores, volume, context.options.log()))
         return false;
-    store_walk walk(volume, options);
+    shadow_store_walk walk(volume, context);
     if (!walk.can_read()) return true;
     for (const auto &[store_id, store] : stores)
-        if (walk.scan_store(store_id, store) == store_outcome::stop) break;
+        if (walk.scan_store(store_id, store) == shadow_store_outcome::stop) break;
     return true;
 }
 
 } // namespace
 
-bool scan_shadow_stores(const CNtfs &volume, trash_options &options)
+bool scan_shadow_stores(const CNtfs &volume, trash_options &context)
 {
-    const bool catalog_read = scan_all_stores(volume, options);
-    end_progress(options.progress);
+    const bool catalog_read = scan_all_stores(volume, context);
+    end_progress(context.options.progress);
     return catalog_read;
 }
 

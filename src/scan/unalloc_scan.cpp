@@ -6,7 +6,6 @@
 #include "ntfs/ntfs.h"
 #include "records/trash_options.h"
 #include "scan/carve.h"
-#include "scan/mft_scan.h"
 
 #include <algorithm>
 #include <limits>
@@ -27,8 +26,8 @@ constexpr u64 group_bytes = u64{64} << 10;
 
 constexpr u64 max_clusters = std::numeric_limits<i32>::max();
 
-/// Hands the bytes of a stream on as they come, so that the bitmap of a large volume
-/// needn't be held in memory.
+/// Passes the bytes of a stream on as they come, so that the bitmap of a large volume
+/// need not be held in memory.
 class byte_sink : public std::streambuf {
 public:
     using visitor = std::function<void(std::span<const char> bytes)>;
@@ -50,7 +49,7 @@ private:
     visitor m_visit;
 };
 
-// Holes of the bitmap are left out, so that behind one the bits no longer stand for
+// Holes of the bitmap are left out, so that after one the bits no longer belong to
 // their clusters; no real bitmap has any.
 bool read_bitmap(const CNtfs &volume, byte_sink::visitor visit)
 {
@@ -81,7 +80,7 @@ public:
         m_item.context = &context;
     }
 
-    void take_bits(u8 byte)
+    void add_bitmap_byte(u8 byte)
     {
         constexpr u64 bits = 8;
         if (byte == 0 && m_is_open) {
@@ -118,12 +117,12 @@ private:
     void pass_allocated()
     {
         close_stretch();
-        if (m_announce && m_context.progress)
+        if (m_announce && m_context.options.progress)
             status_line("looking for unalloc cluster");
         m_announce = false;
     }
 
-    // False for a cluster that begins behind the end of the medium.
+    // False for a cluster that begins after the end of the medium.
     bool position_of(u64 cluster, u64 &position) const
     {
         return !__builtin_mul_overflow(cluster, m_cluster_size, &position) &&
@@ -142,9 +141,9 @@ private:
             }
             const u64 empty =
                 (m_reader.next_data(position) - position) / m_cluster_size;
-            const u64 behind = std::min(cluster + empty, end);
-            count(cluster, behind);
-            cluster = behind;
+            const u64 next = std::min(cluster + empty, end);
+            count(cluster, next);
+            cluster = next;
             if (empty != 0) m_last_position = in_a_hole;
             if (empty == 0) cluster += scan_group(cluster, end - cluster, position);
         }
@@ -164,14 +163,14 @@ private:
         for (u64 i = 0; i < many; ++i) {
             count(cluster + i, cluster + i + 1);
             if (!bytes.empty())
-                hand_on(cluster + i, position + i * m_cluster_size,
+                deliver(cluster + i, position + i * m_cluster_size,
                         bytes.clip(i * m_cluster_size, m_cluster_size));
         }
         tend_console();
         return many;
     }
 
-    void hand_on(u64 cluster, u64 position, byte_view bytes)
+    void deliver(u64 cluster, u64 position, byte_view bytes)
     {
         m_last_position = position;
         m_item.data = bytes;
@@ -188,15 +187,15 @@ private:
             m_until_status -= step;
             first += step;
             if (m_until_status != 0) return;
-            if (m_context.progress)
+            if (m_context.options.progress)
                 status_line("analyzing cluster %lld of %lld",
                             static_cast<long long>(first - 1),
                             static_cast<long long>(m_total));
         }
     }
 
-    // All clusters go through one buffer, as far as it shows: behind the end of a
-    // cluster that is cut short stand bytes of the cluster ahead of it.
+    // The result is the same as with one buffer for all clusters: after the end of a
+    // truncated cluster come bytes of the previous one.
     bool read_into_buffer(u64 position)
     {
         u32 length = m_cluster_size;
@@ -236,30 +235,24 @@ bool scan_unallocated(const CNtfs &volume, const scan_callback &callback,
                      [&bytes](std::span<const char> piece) { bytes += piece.size(); }))
         return false;
     const u64 total = bytes * 8;
-    // The count of clusters has always been kept in 31 bits.
+    // Clusters are counted in 31 bits; a larger volume isn't walked.
     if (total == 0 || total > max_clusters) return true;
     free_cluster_walk walk(volume, callback, context, total);
     read_bitmap(volume, [&walk](std::span<const char> piece) {
-        for (const char byte : piece) walk.take_bits(static_cast<u8>(byte));
+        for (const char byte : piece) walk.add_bitmap_byte(static_cast<u8>(byte));
     });
     walk.close_stretch();
-    end_progress(context.progress);
+    end_progress(context.options.progress);
     return true;
 }
 
 bool scan_volume_extras(CNtfs &volume, trash_options &context)
 {
     if (!volume.validate_volume()) return false;
-    if (context.mftscan) {
-        if (context.progress) print_error("analyzing $MFT\n");
-        context.scan_label = "$mft scan";
-        scan_mft_entries(volume, process_mft_record, 0, 0, context);
-    }
-    if (context.include_unalloc) {
-        if (context.progress) print_error("analyzing unalloc clusters\n");
-        context.scan_label = "unalloc scan";
-        scan_unallocated(volume, carve_cluster, context);
-    }
+    if (!context.options.include_unalloc) return true;
+    if (context.options.progress) print_error("analyzing unalloc clusters\n");
+    context.collection.scan_label = "unalloc scan";
+    scan_unallocated(volume, carve_cluster, context);
     return true;
 }
 

@@ -11,11 +11,11 @@ namespace hv {
 
 namespace {
 
-// The path field holds 520 bytes, of which the last two units have always been left
-// out: a path that uses them is cut.
+// The path field holds 520 bytes. Windows ends a path within it, so the last two units
+// are never part of one; a damaged record that has text there loses these.
 constexpr u64 max_path_bytes = 516;
 
-// A torn record that is shorter can't hold a path worth reporting.
+// A shorter rest of a record can't hold a path worth reporting.
 constexpr std::size_t min_torn_size = 289;
 
 enum dollar_i_version : u32 { version_1 = 1, version_2 = 2 };
@@ -45,7 +45,7 @@ trash_entry read_dollar_i(byte_view file, const metadata_source &source)
     return entry;
 }
 
-// The 8-bit path stands as it lies: which code page it is in isn't known.
+// The 8-bit path is taken byte for byte: its code page isn't known.
 std::string read_ansi_path(byte_view from_cursor)
 {
     const auto bytes =
@@ -54,7 +54,7 @@ std::string read_ansi_path(byte_view from_cursor)
 }
 
 trash_entry read_info2_record(byte_view from_cursor, u64 path_limit,
-                              const metadata_source &source, bool carved)
+                              const metadata_source &source, entry_origin origin)
 {
     trash_entry entry;
     entry.deleted_path =
@@ -65,12 +65,12 @@ trash_entry read_info2_record(byte_view from_cursor, u64 path_limit,
     entry.drive_number = from_cursor.read_padded<u32>(info2_record::drive_number);
     entry.deleted_time = from_cursor.read_padded<u64>(info2_record::deleted_time);
     entry.file_size = from_cursor.read_padded<u32>(info2_record::file_size);
-    entry.carved = carved;
+    entry.carved = origin == entry_origin::carved;
     fill_from_source(entry, source);
     return entry;
 }
 
-// Letter, zero, colon, zero. A path on a network doesn't begin like this.
+// Letter, zero, colon, zero. The path of a file on a network doesn't begin like this.
 bool begins_with_drive(byte_view from_cursor)
 {
     const auto unit = [from_cursor](std::size_t at) {
@@ -84,7 +84,7 @@ bool has_plausible_fields(byte_view from_cursor)
     if (from_cursor.read_padded<u8>(info2_record::ansi_path) == 0 &&
         from_cursor.read_padded<u16>(info2_record::wide_path) == 0)
         return false;
-    // Zeroed regions would pass otherwise; drive A was almost never a bin's home.
+    // Without this, zeroed regions would pass; drive A hardly ever had a bin.
     if (from_cursor.read_padded<u32>(info2_record::drive_number) == 0) return false;
     return is_plausible_filetime(
         from_cursor.read_padded<u64>(info2_record::deleted_time));
@@ -110,11 +110,10 @@ bool check_i2(byte_view file)
            is_plausible_filetime(file.read_padded<u64>(dollar_i::deleted_time.offset));
 }
 
-bool looks_like_info2(byte_view from_cursor, bool strict)
+bool looks_like_info2(byte_view from_cursor)
 {
     return from_cursor.size() >= info2::record_size &&
-           has_plausible_fields(from_cursor) &&
-           (!strict || begins_with_drive(from_cursor));
+           has_plausible_fields(from_cursor) && begins_with_drive(from_cursor);
 }
 
 bool has_info2_header(byte_view file)
@@ -124,10 +123,9 @@ bool has_info2_header(byte_view file)
            record_size == info2::record_size;
 }
 
-bool parse_i1(std::vector<trash_entry> &parsed, byte_view file, bool keep_parsed,
+bool parse_i1(std::vector<trash_entry> &parsed, byte_view file,
               const metadata_source &source)
 {
-    if (!keep_parsed) parsed.clear();
     if (!check_i1(file)) return false;
     trash_entry entry = read_dollar_i(file, source);
     entry.deleted_path = read_wide_path(file.from(dollar_i::path_1), max_path_bytes);
@@ -135,51 +133,48 @@ bool parse_i1(std::vector<trash_entry> &parsed, byte_view file, bool keep_parsed
     return true;
 }
 
-bool parse_i2(std::vector<trash_entry> &parsed, byte_view file, bool keep_parsed,
+bool parse_i2(std::vector<trash_entry> &parsed, byte_view file,
               const metadata_source &source)
 {
-    if (!keep_parsed) parsed.clear();
     if (!check_i2(file)) return false;
     trash_entry entry = read_dollar_i(file, source);
     const u64 units = file.read_padded<u32>(dollar_i::path_units.offset);
-    // The stored length isn't held against the file: a cut record still gives the front
-    // of its path.
+    // The stored length may pass the end of the file: a truncated record still has the
+    // front of its path.
     entry.deleted_path = read_wide_path(file.from(dollar_i::path_2), 2 * units);
     parsed.push_back(std::move(entry));
     return true;
 }
 
-bool parse_info2(std::vector<trash_entry> &parsed, byte_view file, bool keep_parsed,
-                 const metadata_source &source, bool carved)
+bool parse_info2(std::vector<trash_entry> &parsed, byte_view file,
+                 const metadata_source &source, entry_origin origin)
 {
-    if (!keep_parsed) parsed.clear();
     if (file.size() < info2::min_size || !has_info2_header(file)) return false;
     bool found = false;
     byte_view rest = file.from(info2::first_cursor);
     for (; rest.size() >= info2::record_size; rest = rest.from(info2::record_size)) {
-        if (!looks_like_info2(rest, true)) continue;
-        parsed.push_back(read_info2_record(rest, max_path_bytes, source, carved));
+        if (!looks_like_info2(rest)) continue;
+        parsed.push_back(read_info2_record(rest, max_path_bytes, source, origin));
         found = true;
     }
-    // What is left is shorter than a record. Without one good record ahead of it, it
-    // isn't believed.
+    // What is left is shorter than a record. It is believed only after a good record.
     if (!found) return false;
     if (rest.size() < min_torn_size || !has_plausible_fields(rest) ||
         !begins_with_drive(rest))
         return true;
     const u64 limit =
         std::min<u64>(max_path_bytes, rest.size() - info2_record::wide_path);
-    parsed.push_back(read_info2_record(rest, limit, source, carved));
+    parsed.push_back(read_info2_record(rest, limit, source, origin));
     return true;
 }
 
-bool parse_metadata(std::vector<trash_entry> &parsed, byte_view file, bool keep_parsed,
+bool parse_metadata(std::vector<trash_entry> &parsed, byte_view file,
                     const metadata_source &source)
 {
     if (has_info2_header(file))
-        return parse_info2(parsed, file, keep_parsed, source, false);
-    if (check_i1(file)) return parse_i1(parsed, file, keep_parsed, source);
-    return parse_i2(parsed, file, keep_parsed, source);
+        return parse_info2(parsed, file, source, entry_origin::file);
+    if (check_i1(file)) return parse_i1(parsed, file, source);
+    return parse_i2(parsed, file, source);
 }
 
 u64 useful_metadata_size(byte_view head)

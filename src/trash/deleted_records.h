@@ -7,9 +7,9 @@
 #include <string_view>
 #include <vector>
 
-/// The two formats in which Windows keeps what it knows about a deleted file. Sources
-/// are often pieces of damaged data: each record is tested field by field, and what
-/// fails costs nothing but itself.
+/// The two formats in which Windows keeps what it knows about a deleted file. The bytes
+/// are often damaged or truncated: each record is tested field by field, and a record
+/// that fails costs only itself.
 namespace hv {
 
 // clang-format off
@@ -30,13 +30,13 @@ inline constexpr u32           max_units   = 2048;
 /// `INFO2` file: a header and an array of records, for a whole bin.
 namespace info2 {
 inline constexpr std::size_t record_size_field = 12; ///< u32, must be `record_size`
-inline constexpr std::size_t first_cursor      = 16; ///< four bytes ahead of record one
+inline constexpr std::size_t first_cursor      = 16; ///< four bytes before record one
 inline constexpr std::size_t min_size        = 816;
 inline constexpr std::size_t record_size       = 800;
 } // namespace info2
 
-/// `INFO2` record. Offsets count from a cursor, which stands four bytes ahead of the
-/// record: the first cursor is at offset 16 of the file, and it steps by 800.
+/// `INFO2` record. Offsets count from a cursor, which is four bytes before the record:
+/// the first cursor is at offset 16 of the file, and it steps by 800.
 namespace info2_record {
 inline constexpr std::size_t ansi_path         = 4;   ///< 8-bit code page, 260 bytes
 inline constexpr std::size_t ansi_path_size    = 260;
@@ -57,29 +57,30 @@ struct metadata_source {
     u64 position = 0; ///< byte position on the medium
 };
 
+/// Whether an entry comes from a file or was found in raw clusters.
+enum class entry_origin { file, carved };
+
 /// True for a plausible `$I` of version 1.
 bool check_i1(byte_view file);
-/// True for a plausible `$I` of version 2. The stated length of the path isn't held
-/// against the file.
+/// True for a plausible `$I` of version 2. The path may be truncated.
 bool check_i2(byte_view file);
 /// True if the bytes from a cursor to the end of the data begin with a plausible
-/// `INFO2` record. `strict` wants the path to begin with a letter and a colon as well.
-bool looks_like_info2(byte_view from_cursor, bool strict);
+/// `INFO2` record, whose path begins with a letter and a colon.
+bool looks_like_info2(byte_view from_cursor);
 /// True if the record size in the header is that of an `INFO2`.
 bool has_info2_header(byte_view file);
 
-/// The parsers append what they find to `parsed`, which is emptied first unless
-/// `keep_parsed` is set. False if they found nothing.
-bool parse_i1(std::vector<trash_entry> &parsed, byte_view file, bool keep_parsed,
+/// The parsers append what they find to `parsed`. False if they found nothing.
+bool parse_i1(std::vector<trash_entry> &parsed, byte_view file,
               const metadata_source &source);
-bool parse_i2(std::vector<trash_entry> &parsed, byte_view file, bool keep_parsed,
+bool parse_i2(std::vector<trash_entry> &parsed, byte_view file,
               const metadata_source &source);
-/// A bad record is passed over. A torn one at the end is kept if it is convincing.
-bool parse_info2(std::vector<trash_entry> &parsed, byte_view file, bool keep_parsed,
-                 const metadata_source &source, bool carved);
+/// A bad record is passed over. A truncated one at the end is kept if it is convincing.
+bool parse_info2(std::vector<trash_entry> &parsed, byte_view file,
+                 const metadata_source &source, entry_origin origin);
 
 /// Reads whichever of the formats the bytes are in.
-bool parse_metadata(std::vector<trash_entry> &parsed, byte_view file, bool keep_parsed,
+bool parse_metadata(std::vector<trash_entry> &parsed, byte_view file,
                     const metadata_source &source);
 
 /// How many bytes from the start of a metadata file the parsers can make use of, judged

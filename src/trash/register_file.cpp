@@ -5,6 +5,7 @@
 #include "base/hv_string.h"
 #include "base/hv_text_convert.h"
 #include "base/hv_time.h"
+#include "trash/bin_names.h"
 #include "trash/deleted_records.h"
 
 #include <algorithm>
@@ -13,29 +14,23 @@ namespace hv {
 
 namespace {
 
-constexpr auto npos = std::string_view::npos;
-
-// A first read that tells the formats apart and holds every `$I` whole.
+// The first read is long enough to tell the formats apart, and for every whole `$I`.
 constexpr u64 metadata_head_size = 0x8000;
 
-// No `INFO2` comes near this: it would be the record of a million files. Without a
-// limit a sparse file of a few bytes on disk could take all memory.
+// An `INFO2` of this size would list a million files. Without a limit, a sparse file of
+// a few bytes on disk could take all memory.
 constexpr u64 max_metadata = u64{1} << 30;
 
 enum class file_role { root, metadata, data, none };
 
-// The first directory met inside the bin is its root: the bin's name has to stand
-// above.
+// The first directory inside a bin is registered as the bin's root: the bin's name has
+// to be in the path of its folder.
 bool is_bin_root(_trash_inodes &collection, std::string_view directory)
 {
-    const std::string lower = lower_copy(directory);
-    for (const std::string_view bin_name : {"$recycle.bin", "recycler"}) {
-        const std::size_t at = lower.find(bin_name);
-        if (at == npos) continue;
-        collection.bin_tail_position = static_cast<u32>(at + bin_name.size());
-        return true;
-    }
-    return false;
+    const std::size_t end = bin_name_end(directory);
+    if (end == std::string_view::npos) return false;
+    collection.bin_tail_position = static_cast<u32>(end);
+    return true;
 }
 
 file_role role_of(_trash_inodes &collection, std::string_view path,
@@ -44,23 +39,19 @@ file_role role_of(_trash_inodes &collection, std::string_view path,
     if (is_directory && collection.bin_root_index == no_index &&
         is_bin_root(collection, directory))
         return file_role::root;
-    if (name.starts_with("$I") || name.find("INFO2") != npos)
-        return file_role::metadata;
-    if (path.find("$R", collection.bin_tail_position) != npos) return file_role::data;
+    if (is_metadata_file_name(name)) return file_role::metadata;
+    // The "$R" of the bin's own name doesn't count, once the bin is known.
+    if (path.find("$R", collection.bin_tail_position) != std::string_view::npos)
+        return file_role::data;
     return file_role::none;
 }
 
-// Files a `$R...` item, or what lies below one, under the item's name. On this road the
-// name needs the user's folder above it, so that the "$R" of the bin's own name is not
-// taken for an item.
+// Files a `$R...` item, or what is below one, under the item's name.
 void register_data(_trash_inodes &collection, std::string_view path, u64 index)
 {
-    const std::size_t sid = find_user_sid(path);
-    if (sid == npos) return;
-    const std::size_t item = path.find("$R", sid + 1);
-    if (item == npos) return;
-    const std::size_t end = next_separator_or_end(path, item);
-    collection.index_data_file(path.substr(item, end - item), index);
+    const std::string_view item = item_after_user(path);
+    if (item.empty()) return;
+    collection.index_data_file(item, index);
 
     hvportdir::file_status status;
     if (!hvportdir::file_status_times(status, path)) return;
@@ -72,12 +63,6 @@ void register_data(_trash_inodes &collection, std::string_view path, u64 index)
 }
 
 } // namespace
-
-std::size_t find_user_sid(std::string_view path)
-{
-    const std::size_t at = path.find("S-1-5-");
-    return at != npos ? at : path.find("S-1-12-1-");
-}
 
 std::vector<u8> read_metadata_file(std::string_view path)
 {

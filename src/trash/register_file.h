@@ -22,8 +22,4 @@ bool add_file_path(std::wstring_view path, bool is_directory, _trash_inodes *col
 /// can't be read.
 std::vector<u8> read_metadata_file(std::string_view path);
 
-/// The position of the user's SID in a path, or npos: a local or domain account, or
-/// else a cloud account.
-std::size_t find_user_sid(std::string_view path);
-
 } // namespace hv

@@ -2,8 +2,8 @@
 
 #include "base/hv_fileio.h"
 #include "base/hv_string.h"
+#include "trash/bin_names.h"
 #include "trash/deleted_records.h"
-#include "trash/register_file.h"
 
 #include <utility>
 
@@ -12,15 +12,14 @@ namespace hv {
 namespace {
 
 constexpr auto npos = std::string_view::npos;
-constexpr std::size_t min_name = 2;
 
 // How much of a metadata file a parser reads when the file's own record gave nothing.
 constexpr u64 late_read_size = 32768;
 
 // ---- Pairing
 
-// `deleted_path`, followed by what stands in `path` behind the item's name;
-// `deleted_path` alone for the item itself, or where the name doesn't stand in `path`.
+// `deleted_path`, followed by what comes after the item's name in `path`;
+// `deleted_path` alone for the item itself, or where `path` doesn't hold the name.
 std::string restored_path_for(const trash_entry &entry, std::string_view key,
                               std::string_view path, std::string_view name_below)
 {
@@ -30,12 +29,12 @@ std::string restored_path_for(const trash_entry &entry, std::string_view key,
     return entry.deleted_path + std::string(path.substr(end)) + std::string(name_below);
 }
 
-// Gives one data item its path and the entry the path to print for it. False if the
-// item has to be passed over.
-bool place_data_item(trash_options &options, trash_entry &entry, std::string_view key,
-                     u64 item)
+// Sets the path of one data item, and of the entry the path to print for it. False if
+// the item has to be skipped.
+bool place_data_item(_trash_inodes &collection, trash_entry &entry,
+                     std::string_view key, u64 item)
 {
-    inode_store &records = options.records;
+    inode_store &records = collection.records;
     const std::string_view name = records.name(item);
     entry.restored_path.clear();
     if (name.empty()) return false;
@@ -43,12 +42,12 @@ bool place_data_item(trash_options &options, trash_entry &entry, std::string_vie
         entry.restored_path = restored_path_for(entry, key, records.path(item), {});
         return true;
     }
-    if (options.directories.empty()) return false;
-    const auto parent = options.directories.find(records[item].first_parent);
-    if (parent == options.directories.end()) return true;
+    if (collection.directories.empty()) return false;
+    const auto parent = collection.directories.find(records[item].first_parent);
+    if (parent == collection.directories.end()) return true;
     const std::string_view parent_path = records.path(parent->second);
     entry.restored_path = restored_path_for(entry, key, parent_path, name);
-    records.set_path(item, std::string(parent_path) + std::string(name));
+    records.set_path(item, path_below(parent_path, name, path_join::as_is));
     return true;
 }
 
@@ -56,29 +55,29 @@ enum class pairing { paired, alone };
 
 // Makes the rows of one entry: one for each data item under its name, or one for
 // itself. The first entry that asks for a name gets all its items.
-pairing pair_entry(trash_options &options, const std::string &row_key,
+pairing pair_entry(_trash_inodes &collection, const std::string &row_key,
                    trash_entry entry, const data_file_keys &keys)
 {
     entry.has_data_file = false;
-    auto found = options.m_r_indexes.find(keys.key);
+    auto found = collection.m_r_indexes.find(keys.key);
     std::string_view key = keys.key;
-    if (found == options.m_r_indexes.end()) {
-        found = options.m_r_indexes.find(keys.second_key);
+    if (found == collection.m_r_indexes.end()) {
+        found = collection.m_r_indexes.find(keys.second_key);
         key = keys.second_key;
     }
-    if (found == options.m_r_indexes.end()) {
-        options.results.add(row_key, std::move(entry));
+    if (found == collection.m_r_indexes.end()) {
+        collection.results.add(row_key, std::move(entry));
         return pairing::alone;
     }
     for (const u64 item : found->second) {
-        if (!place_data_item(options, entry, key, item)) continue;
+        if (!place_data_item(collection, entry, key, item)) continue;
         entry.has_data_file = true;
         entry.data_record = item;
-        options.results.add(row_key, entry);
+        collection.results.add(row_key, entry);
     }
     // Items that can't be placed must not cost the metadata its row.
-    if (!entry.has_data_file) options.results.add(row_key, std::move(entry));
-    options.m_r_indexes.erase(found);
+    if (!entry.has_data_file) collection.results.add(row_key, std::move(entry));
+    collection.m_r_indexes.erase(found);
     return pairing::paired;
 }
 
@@ -98,91 +97,88 @@ bool split_tail(std::string_view path, std::string_view &tail,
 
 // ---- Metadata records
 
-// Gives a metadata record without a path one under its first parent. Unlike elsewhere,
-// a parent's text that doesn't end in a separator is dropped.
-bool complete_metadata_path(trash_options &options, u64 index)
+// Gives a metadata record without a path the one below its first parent. False if no
+// folder is known at all.
+bool complete_metadata_path(_trash_inodes &collection, u64 index)
 {
-    inode_store &records = options.records;
+    inode_store &records = collection.records;
     if (!records.path(index).empty() || !records[index].has_parents()) return true;
-    if (options.directories.empty()) return false;
-    const auto parent = options.directories.find(records[index].first_parent);
-    if (parent == options.directories.end()) return true;
-    const std::string_view above = records.path(parent->second);
-    std::string path(ends_in_separator(above) ? above : "\\");
-    path += records.name(index);
-    records.set_path(index, path);
+    if (collection.directories.empty()) return false;
+    const auto parent = collection.directories.find(records[index].first_parent);
+    if (parent == collection.directories.end()) return true;
+    records.set_path(index, path_below(records.path(parent->second),
+                                       records.name(index), path_join::or_top));
     return true;
 }
 
-bool is_at_run(const trash_entry &carved, const flat_run &run, u64 cluster_size,
-               u64 volume_offset)
+bool is_at_run(const trash_entry &carved, const flat_run &run,
+               const resolve_request &request)
 {
     // Hostile run lists may wrap here; they then only fail to match.
-    const u64 position = run.lcn * cluster_size;
+    const u64 position = run.lcn * request.cluster_size;
     return carved.source_offset == position ||
-           carved.source_offset == position + volume_offset;
+           carved.source_offset == position + request.volume_offset;
 }
 
-// An `INFO2` that carving found goes back to the record that owns its clusters, as long
-// as it stands at the head of the list: only that one is compared.
-void adopt_carved_data(trash_options &options, u64 index, u64 volume_offset)
+// An `INFO2` that carving found goes back to the record that owns its clusters. Only
+// the first of the list is compared: carving and runs both ascend.
+void adopt_carved_data(_trash_inodes &collection, u64 index,
+                       const resolve_request &request)
 {
-    if (options.carved_entries.empty()) return;
-    if (!options.records.extras_or_blank(index).data.empty()) return;
-    const std::vector<flat_run> runs = options.records.extras_or_blank(index).data_runs;
+    if (collection.carved_entries.empty()) return;
+    if (!collection.records.extras_or_blank(index).data.empty()) return;
+    const std::vector<flat_run> runs =
+        collection.records.extras_or_blank(index).data_runs;
     for (const flat_run &run : runs) {
-        if (options.carved_entries.empty()) return;
-        trash_entry &first = options.carved_entries.front();
-        if (first.raw_data.empty() ||
-            !is_at_run(first, run, options.cluster_size, volume_offset))
-            continue;
-        options.records.extras(index).data = std::move(first.raw_data);
-        options.carved_entries.erase(options.carved_entries.begin());
+        if (collection.carved_entries.empty()) return;
+        trash_entry &first = collection.carved_entries.front();
+        if (first.raw_data.empty() || !is_at_run(first, run, request)) continue;
+        collection.records.extras(index).data = std::move(first.raw_data);
+        collection.carved_entries.erase(collection.carved_entries.begin());
     }
 }
 
-void log_problem(const trash_options &options, std::string_view name)
+void log_problem(const resolve_request &request, std::string_view name)
 {
-    debug_log(options.log(), "prob processing entry %s", std::string(name).c_str());
+    debug_log(request.log, "prob processing entry %s", std::string(name).c_str());
 }
 
-void process_metadata(trash_options &options, u64 volume_offset)
+void process_metadata(_trash_inodes &collection, const resolve_request &request)
 {
-    for (const auto &[entry, index] : options.metadata_index) {
-        const std::string_view name = options.records.name(index);
+    for (const auto &[entry, index] : collection.metadata_index) {
+        const std::string_view name = collection.records.name(index);
         if (name.size() < min_name) continue;
-        adopt_carved_data(options, index, volume_offset);
-        if (!parse_metadata_record(options, index)) log_problem(options, name);
+        adopt_carved_data(collection, index, request);
+        if (!parse_metadata_record(collection, index, request))
+            log_problem(request, name);
     }
 }
 
-void process_carved(trash_options &options)
+void process_carved(_trash_inodes &collection, const resolve_request &request)
 {
-    for (const trash_entry &carved : options.carved_entries) {
+    for (const trash_entry &carved : collection.carved_entries) {
         if (carved.raw_data.empty()) continue;
         std::vector<trash_entry> parsed;
-        parse_info2(parsed, byte_view{carved.raw_data}, false, {}, true);
+        parse_info2(parsed, byte_view{carved.raw_data}, {}, entry_origin::carved);
         for (trash_entry &entry : parsed) {
             const std::string path = entry.deleted_path;
-            // The line also stands for entries that found their data: it is no error.
-            if (!resolve_carved_entry(options, std::move(entry)))
-                log_problem(options, path);
+            // Entries that found their data get the line too: it is no error.
+            if (!resolve_carved_entry(collection, std::move(entry)))
+                log_problem(request, path);
         }
     }
 }
 
 // ---- Data files without metadata
 
-void complete_orphan_path(trash_options &options, u64 item)
+void complete_orphan_path(_trash_inodes &collection, u64 item)
 {
-    inode_store &records = options.records;
+    inode_store &records = collection.records;
     if (!records.path(item).empty() || !records[item].has_parents()) return;
-    const auto parent = options.directories.find(records[item].first_parent);
-    if (parent == options.directories.end()) return;
-    std::string path(records.path(parent->second));
-    if (!ends_in_separator(path)) path += '\\';
-    path += records.name(item);
-    records.set_path(item, path);
+    const auto parent = collection.directories.find(records[item].first_parent);
+    if (parent == collection.directories.end()) return;
+    records.set_path(item, path_below(records.path(parent->second), records.name(item),
+                                      path_join::a_separator));
 }
 
 // What can be said of where an orphan was: the user from its path, and the path with
@@ -208,13 +204,13 @@ std::string describe_orphan(trash_entry &entry, std::string_view path)
     return std::string(path.substr(sid, item_end - sid));
 }
 
-void add_orphan(trash_options &options, u64 item, u32 version)
+void add_orphan(_trash_inodes &collection, u64 item, u32 version)
 {
-    complete_orphan_path(options, item);
-    const inode_record &record = options.records[item];
+    complete_orphan_path(collection, item);
+    const inode_record &record = collection.records[item];
     trash_entry entry;
     entry.has_data_file = true;
-    entry.deleted_path = options.records.path(item);
+    entry.deleted_path = collection.records.path(item);
     const std::string key = describe_orphan(entry, entry.deleted_path);
     entry.version = version;
     entry.data_record = item;
@@ -222,16 +218,16 @@ void add_orphan(trash_options &options, u64 item, u32 version)
     entry.deleted_time = record.si_mft_changed;
     entry.file_size = record.real_size;
     entry.source_offset = record.position;
-    entry.other_info = options.scan_label;
-    options.results.add(key, std::move(entry));
+    entry.other_info = collection.scan_label;
+    collection.results.add(key, std::move(entry));
 }
 
-void process_orphans(trash_options &options)
+void process_orphans(_trash_inodes &collection)
 {
-    const trash_entry *first = options.results.first();
+    const trash_entry *first = collection.results.first();
     const u32 version = first != nullptr ? first->version : 0;
-    for (const auto &[name, items] : options.m_r_indexes)
-        for (const u64 item : items) add_orphan(options, item, version);
+    for (const auto &[name, items] : collection.m_r_indexes)
+        for (const u64 item : items) add_orphan(collection, item, version);
 }
 
 } // namespace
@@ -257,53 +253,53 @@ data_file_keys data_file_key(const trash_entry &entry, std::string_view metadata
     return keys;
 }
 
-bool parse_metadata_record(trash_options &options, u64 index)
+bool parse_metadata_record(_trash_inodes &collection, u64 index,
+                           const resolve_request &request)
 {
-    inode_store &records = options.records;
+    inode_store &records = collection.records;
     if (records.name(index).size() < min_name) return false;
-    if (!complete_metadata_path(options, index)) return false;
-    options.keep_parsed = true;
+    if (!complete_metadata_path(collection, index)) return false;
     std::vector<u8> &data = records.extras(index).data;
-    if (data.empty() && options.read_file_content && !records.path(index).empty())
+    if (data.empty() && request.read_file_content && !records.path(index).empty())
         uni::fileio::read_head(data, records.path(index), late_read_size);
     if (data.empty()) return false;
     // The label that a scan left in the record is not passed on to its entries.
     const metadata_source source{
         index, records.name(index), {}, records[index].position};
-    if (!parse_metadata(options.parsed, byte_view{data}, options.keep_parsed, source))
-        return false;
-    resolve_entries(options, index);
+    if (!parse_metadata(collection.parsed, byte_view{data}, source)) return false;
+    resolve_entries(collection, index);
     return true;
 }
 
-bool resolve_entries(trash_options &options, u64 index)
+bool resolve_entries(_trash_inodes &collection, u64 index)
 {
     std::vector<trash_entry> entries;
-    entries.swap(options.parsed);
+    entries.swap(collection.parsed);
     std::string_view tail;
     std::string_view directory;
-    if (!split_tail(options.records.path(index), tail, directory)) return false;
+    if (!split_tail(collection.records.path(index), tail, directory)) return false;
     for (trash_entry &entry : entries) {
         entry.user_sid = directory;
         entry.data_record = index;
-        const data_file_keys keys = data_file_key(entry, options.records.name(index));
-        pair_entry(options, std::string(tail), std::move(entry), keys);
+        const data_file_keys keys =
+            data_file_key(entry, collection.records.name(index));
+        pair_entry(collection, std::string(tail), std::move(entry), keys);
     }
     return !entries.empty();
 }
 
-bool resolve_carved_entry(trash_options &options, trash_entry entry)
+bool resolve_carved_entry(_trash_inodes &collection, trash_entry entry)
 {
     if (!entry.carved) return false;
     const data_file_keys keys = data_file_key(entry, {});
-    return pair_entry(options, keys.key, std::move(entry), keys) == pairing::alone;
+    return pair_entry(collection, keys.key, std::move(entry), keys) == pairing::alone;
 }
 
-void resolve_records(trash_options &options, u64 volume_offset)
+void resolve_records(_trash_inodes &collection, const resolve_request &request)
 {
-    process_metadata(options, volume_offset);
-    process_carved(options);
-    process_orphans(options);
+    process_metadata(collection, request);
+    process_carved(collection, request);
+    process_orphans(collection);
 }
 
 } // namespace hv

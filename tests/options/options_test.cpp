@@ -1,11 +1,14 @@
-#include "records/trash_options.h"
-#include "run/run_modes.h"
+#include "options/run_options.h"
 
+#include "options/output_path.h"
+#include "run/run_modes.h"
 #include "support/temp_dir.h"
+#include "trash/bin_names.h"
 
 #include <gtest/gtest.h>
 
-#include <functional>
+#include <array>
+#include <sstream>
 
 namespace hv {
 namespace {
@@ -13,14 +16,14 @@ namespace {
 using namespace test_support;
 
 struct parsed {
-    trash_options options;
+    run_options options;
     arg_list args;
     parse_result result = parse_result::show_usage;
 
     explicit parsed(arg_list given) : args(std::move(given))
     {
         args.insert(args.begin(), "dir.d/veskit.exe");
-        result = parse_trash_options(options, args, "ver: 1");
+        result = parse_trash_options(options, args, "ver: 1", is_evidence_name);
     }
     bool good() const { return result == parse_result::good; }
 };
@@ -38,21 +41,21 @@ TEST(OptionReaders, FindNamesInFullAndInAnyCase)
     EXPECT_EQ(args, (arg_list{"p", "-outfile", "y", "-out"}));
 }
 
-// What a command line makes of the options, as text: "separator, forbidden,
-// replacement, padding, blank before times".
-std::string output_form(const arg_list &args)
+// What a command line makes of the form: "[separator] forbidden and replacement
+// character, padding, blank before times, form".
+std::string form_of(const arg_list &args)
 {
     const parsed run(args);
-    const trash_options &o = run.options;
+    const output_form &form = run.options.form;
     const auto shown = [](char c) {
         return c == 0 ? std::string("0") : std::string(1, c);
     };
-    return "[" + o.separator_text + "] " + shown(o.forbidden_char) +
-           shown(o.replacement_char) + (o.no_padding ? "" : " padded") +
-           (o.space_after_separator ? " blank" : "") + (o.csv ? " csv" : "") +
-           (o.csvgen ? " csvgen" : "") + (o.csvl2t ? " csvl2t" : "") +
-           (o.bodyfile ? " bodyfile" : "") + (o.xml ? " xml" : "") +
-           (o.multiline ? " multiline" : "");
+    constexpr std::array<const char *, 7> kinds = {
+        "table", "csv", "csvgen", "csvl2t", "bodyfile", "multiline", "xml"};
+    return "[" + form.separator_text + "] " + shown(form.forbidden_char) +
+           shown(form.replacement_char) + (form.no_padding ? "" : " padded") +
+           (form.space_after_separator ? " blank " : " ") +
+           kinds.at(static_cast<std::size_t>(form.kind));
 }
 
 TEST(Options, ALaterFormWinsWhateverTheOrderOnTheCommandLine)
@@ -62,9 +65,11 @@ TEST(Options, ALaterFormWinsWhateverTheOrderOnTheCommandLine)
         const char *form;
     };
     const std::vector<form_case> cases = {
-        {{}, "[ | ] |; padded"},
+        {{}, "[ | ] |; padded table"},
         {{"-csv"}, "[,] ,  padded blank csv"},
         {{"-CSV", "-no_whitespace"}, "[,] ,  csv"},
+        // The flag counts for the padding also where another option takes it.
+        {{"-csv", "-hostname", "-no_whitespace"}, "[,] ,  csv"},
         {{"-csv", "-pair_datetime"}, "[,] ,  padded blank csv"},
         {{"-csv", "-enable_quoted_csv_fields"}, "[,] 0  padded blank csv"},
         {{"-csvgen"}, "[,] ,  csvgen"},
@@ -73,14 +78,14 @@ TEST(Options, ALaterFormWinsWhateverTheOrderOnTheCommandLine)
         {{"-bodyfile"}, "[|] |; padded bodyfile"},
         {{"-xml", "-bodyfile"}, "[] 00 padded xml"},
         {{"-multiline", "-xml"}, "[] 00 padded multiline"},
-        {{"-csv_separator", " tab"}, "[ tab] 00 padded"},
-        {{"-csv_separator", "\\T"}, "[\t] 00 padded"},
-        {{"-csv_separator", "Ab|,"}, "[Ab|,] |; padded"},
-        {{"-enable_quoted_csv_fields"}, "[|] 0; padded"},
-        {{"-no_whitespace"}, "[|] |;"},
+        {{"-csv_separator", " tab"}, "[ tab] 00 padded table"},
+        {{"-csv_separator", "\\T"}, "[\t] 00 padded table"},
+        {{"-csv_separator", "Ab|,"}, "[Ab|,] |; padded table"},
+        {{"-enable_quoted_csv_fields"}, "[|] 0; padded table"},
+        {{"-no_whitespace"}, "[|] |; table"},
     };
     for (const form_case &one : cases)
-        EXPECT_EQ(output_form(one.args), one.form) << testing::PrintToString(one.args);
+        EXPECT_EQ(form_of(one.args), one.form) << testing::PrintToString(one.args);
 }
 
 TEST(Options, BadTemplatesAreNamedAndLeaveTheDefault)
@@ -90,8 +95,8 @@ TEST(Options, BadTemplatesAreNamedAndLeaveTheDefault)
     EXPECT_EQ(testing::internal::GetCapturedStderr(),
               "invalid mmm-dd-yy, using default format\n");
     EXPECT_TRUE(run.good());
-    EXPECT_EQ(run.options.date_template, "yyyy-mm-dd");
-    EXPECT_EQ(run.options.time_template, "hh:mm:ss");
+    EXPECT_EQ(run.options.form.date_template, "yyyy-mm-dd");
+    EXPECT_EQ(run.options.form.time_template, "hh:mm:ss");
 }
 
 TEST(Options, TimeWindowReadsYearMonthDay)
@@ -125,12 +130,26 @@ TEST(Options, WhatTheFamilyKnowsIsConsumedOrRefused)
                       "-alias", "a|/b", "-fragment_files", "1", "-unknown", "-sqlite"});
     EXPECT_TRUE(run.good());
     EXPECT_EQ(run.args, (arg_list{"dir.d/veskit.exe", "-unknown", "-sqlite"}));
-    EXPECT_EQ(run.options.program_name, "veskit");
+    EXPECT_EQ(run.options.form.program_name, "veskit");
     EXPECT_FALSE(parsed({"-sqlite", "db"}).good());
     EXPECT_FALSE(parsed({"-aliaspath", "a|b|c"}).good());
     EXPECT_EQ(testing::internal::GetCapturedStderr(),
               "This option is not offered in this build\n"
               "imbalanced alias to true pathfiles, aborting\n");
+}
+
+// What the scan options come to: the result, or the values that differ from nothing.
+std::string scan_of(const arg_list &args)
+{
+    const parsed run(args);
+    if (run.result == parse_result::end_process) return "ends";
+    if (!run.good()) return "usage";
+    const run_options &options = run.options;
+    std::string text = options.look_up_bins ? "looks bins up" : "";
+    if (options.mftscan) text += " $MFT";
+    if (options.volume_offset != 0) text += " " + std::to_string(options.volume_offset);
+    if (options.cluster_size != 0) text += " " + std::to_string(options.cluster_size);
+    return text + " " + std::to_string(run.args.size() - 1) + " left";
 }
 
 TEST(Options, ScanOptionsDependOnEachOther)
@@ -139,42 +158,93 @@ TEST(Options, ScanOptionsDependOnEachOther)
     const std::string image = dir.write_file("image", "x");
     struct scan_case {
         arg_list args;
-        std::function<bool(const parsed &)> holds;
+        const char *outcome;
     };
     const std::vector<scan_case> cases = {
-        {{"-rawscan", "-cluster_size", "0x1000"},
-         [](const parsed &p) { return p.options.cluster_size == 4096; }},
-        {{"-cluster_size", "4096"},
-         [](const parsed &p) {
-             return p.options.cluster_size == 0 && p.args.size() == 3;
-         }},
-        {{"-rawscan", "-cluster_size", "1536"},
-         [](const parsed &p) { return p.result == parse_result::end_process; }},
-        {{"-rawscan", "-cluster_size", "0"},
-         [](const parsed &p) { return p.result == parse_result::end_process; }},
-        {{"-image", image, "-offset", "x100"},
-         [](const parsed &p) {
-             return p.options.volume_offset == 256 && p.options.bins_known;
-         }},
-        {{"-image", image, "-offset", "0x12345678123456789"},
-         [](const parsed &p) { return p.good() && p.options.volume_offset == 0; }},
-        {{"-offset", "512"}, [](const parsed &p) { return p.args.size() == 3; }},
-        {{"-image", dir / "none"}, [](const parsed &p) { return !p.good(); }},
-        {{"-image", ""}, [](const parsed &p) { return !p.good(); }},
-        {{"-partition", ""}, [](const parsed &p) { return !p.good(); }},
-        {{"-partition", "q"}, [](const parsed &p) { return !p.good(); }},
-        {{"-mftfile", "m", "-image", image},
-         [](const parsed &p) { return p.options.mftscan && !p.options.bins_known; }},
-        {{"-no_mirel", "-include_vss_clusters"},
-         [](const parsed &p) { return p.options.mftscan && !p.options.bins_known; }},
-        {{"-include_unalloc_clusters"},
-         [](const parsed &p) { return p.options.mftscan && p.options.bins_known; }},
+        {{"-rawscan", "-cluster_size", "0x1000"}, " 4096 0 left"},
+        {{"-cluster_size", "4096"}, " 2 left"},
+        {{"-rawscan", "-cluster_size", "1536"}, "ends"},
+        {{"-rawscan", "-cluster_size", "0"}, "ends"},
+        {{"-image", image, "-offset", "x100"}, "looks bins up 256 0 left"},
+        // More digits than 64 bits can need are no number.
+        {{"-image", image, "-offset", "0x12345678123456789"}, "looks bins up 0 left"},
+        {{"-offset", "512"}, " 2 left"},
+        {{"-image", dir / "none"}, "usage"},
+        {{"-image", ""}, "usage"},
+        {{"-partition", ""}, "usage"},
+        {{"-mftfile", "m", "-image", image}, " $MFT 0 left"},
+        {{"-no_mirel", "-include_vss_clusters"}, " $MFT 0 left"},
+        {{"-include_unalloc_clusters"}, "looks bins up $MFT 0 left"},
+        {{"-partition", "q", "-mftscan"}, "looks bins up $MFT 0 left"},
     };
     testing::internal::CaptureStderr();
     for (const scan_case &one : cases)
-        EXPECT_TRUE(one.holds(parsed(one.args))) << testing::PrintToString(one.args);
+        EXPECT_EQ(scan_of(one.args), one.outcome) << testing::PrintToString(one.args);
     EXPECT_EQ(testing::internal::GetCapturedStderr(),
               "invalid size [1536]\ninvalid size [0]\n");
+}
+
+std::string content_of(const std::string &path)
+{
+    std::ostringstream content;
+    content << std::ifstream(path).rdbuf();
+    return content.str();
+}
+
+// What becomes of a path that results are to go to, and of what is there already.
+TEST(OutputPath, MakesRoomButNeverInTheEvidence)
+{
+    const temp_dir dir;
+    const std::string bin = dir / "$RECYCLE.BIN";
+    std::filesystem::create_directories(bin + "/S-1-5-21-1");
+    std::filesystem::create_directory(dir / "folder");
+    for (const char *name : {"old", "target", "source", "$IAB12CD.txt", "my INFO2.bak",
+                             "recycler.txt", "$RECYCLE.BIN/S-1-5-21-1/$RAB12CD.txt"})
+        dir.write_file(name, "content");
+    const auto link = [&dir](const char *name, const char *target) {
+        std::filesystem::create_symlink(target, dir / name);
+    };
+    link("to file", "target");
+    link("to nothing", "far end");
+    link("to no folder", "none/far end");
+    link("in a circle", "in a circle");
+    link("bin", "$RECYCLE.BIN/S-1-5-21-1");
+    struct path_case {
+        const char *path;
+        bool passes;
+        bool is_there; ///< afterwards
+    };
+    const std::vector<path_case> cases = {
+        {"old", true, false},
+        {"new", true, false},
+        {"to file", true, false},
+        {"target", true, false},
+        {"to nothing", true, false},
+        {"to no folder", false, true},
+        {"in a circle", false, true},
+        {"folder", false, true},
+        {"source", false, true},
+        {"recycler.txt", true, false},
+        {"$IAB12CD.txt", false, true},
+        {"my INFO2.bak", false, true},
+        {"$INEW123.txt", true, false},
+        {"$RECYCLE.BIN/S-1-5-21-1/$RAB12CD.txt", false, true},
+        {"bin/$RAB12CD.txt", false, true},
+        {"$RECYCLE.BIN/S-1-5-21-1/rows", true, false},
+    };
+    const arg_list args = {"p", "-image", dir / "source"};
+    for (const path_case &one : cases) {
+        EXPECT_EQ(prepare_output_path(args, dir / one.path, is_evidence_name),
+                  one.passes)
+            << one.path;
+        const auto left = std::filesystem::symlink_status(dir / one.path);
+        EXPECT_EQ(std::filesystem::exists(left), one.is_there) << one.path;
+        if (std::string_view(one.path) == "to file") {
+            EXPECT_EQ(content_of(dir / "target"), "content");
+        }
+    }
+    EXPECT_FALSE(std::filesystem::exists(dir / "far end"));
+    EXPECT_EQ(content_of(bin + "/S-1-5-21-1/$RAB12CD.txt"), "content");
 }
 
 TEST(RunModes, TheFirstConditionThatHoldsDecides)
@@ -183,8 +253,8 @@ TEST(RunModes, TheFirstConditionThatHoldsDecides)
     const std::string image = dir.write_file("image", "x");
     const auto mode = [](const arg_list &args) {
         parsed run(args);
-        std::string file;
-        return choose_run_mode(run.options, run.args, file);
+        run_input input;
+        return choose_run_mode(run.options, run.args, input);
     };
     EXPECT_EQ(mode({"-mftfile", "m", "-image", image}), run_mode::mft_file);
     EXPECT_EQ(mode({"-image", image, "-rawscan", "-file", "f"}), run_mode::raw_image);

@@ -1,5 +1,8 @@
 #include "output/write_table.h"
+
+#include "options/run_options.h"
 #include "output/write_timeline.h"
+#include "trash/bin_names.h"
 
 #include <gtest/gtest.h>
 
@@ -18,22 +21,24 @@ constexpr u64 minutes(u64 count)
 // One row, paired with all that a volume can know of its file. A test changes what it
 // is about.
 struct sample {
-    trash_options options;
+    run_options options;
+    inode_store records;
     trash_entry entry;
     u64 data = no_index;
 
     explicit sample(arg_list args)
     {
         args.insert(args.begin(), "/usr/bin/veskit.bin");
-        EXPECT_EQ(parse_trash_options(options, args, "ver"), parse_result::good);
-        data = options.records.add();
-        options.records[data].entry = 51;
-        options.records[data].first_parent = 41;
-        options.records[data].si_modified = minutes(1);
-        options.records[data].si_created = minutes(2);
-        options.records[data].real_size = 255;
-        options.records[data].position = 0x10000;
-        options.records.set_path(data, "[r]\\$R1");
+        EXPECT_EQ(parse_trash_options(options, args, "ver", is_evidence_name),
+                  parse_result::good);
+        data = records.add();
+        records[data].entry = 51;
+        records[data].first_parent = 41;
+        records[data].si_modified = minutes(1);
+        records[data].si_created = minutes(2);
+        records[data].real_size = 255;
+        records[data].position = 0x10000;
+        records.set_path(data, "[r]\\$R1");
         entry.version = 2;
         entry.metadata_name = "$I1";
         entry.restored_path = "C:\\a,b|c\r\nd";
@@ -49,8 +54,7 @@ struct sample {
         result_list entries;
         entries.add("key", entry);
         std::ostringstream out;
-        options.header_pending = true;
-        write_results(out, entries, options);
+        write_results(out, entries, records, options.form);
         return out.str();
     }
 
@@ -118,8 +122,8 @@ TEST(Table, ShowsAnUnpairedRowFromItsMetadataAlone)
     one.entry.drive_number = 3;
     one.entry.file_size = 16777215;
     one.entry.deleted_time = 1; // not a time that is printed
-    one.options.records[one.data].entry = 0;
-    one.options.records[one.data].position = 0;
+    one.records[one.data].entry = 0;
+    one.records[one.data].position = 0;
     one.entry.source_offset = 9;
     one.entry.other_info = "unalloc scan";
     EXPECT_EQ(one.row(),
@@ -141,7 +145,7 @@ TEST(Table, NamesTheZoneOfADownload)
     sample one({"-csvgen", "-csv_separator", "|"});
     const std::string zone =
         "[ZoneTransfer]\r\nZoneId=3\r\nZoneId=1\r\nHostUrl=http://x/?a=b\r\n";
-    one.options.records.extras(one.data).zone_data.assign(zone.begin(), zone.end());
+    one.records.extras(one.data).zone_data.assign(zone.begin(), zone.end());
     EXPECT_TRUE(one.row().ends_with("|{zone_info={\"HostUrl\":\"http://x/?a=b\";"
                                     "\"ZoneId\":\"3 [internet]\"};}\n"))
         << one.row();
@@ -187,10 +191,10 @@ TEST(Timeline, GivesALineForEachDistinctTime)
 
 TEST(Timeline, WritesNothingWithoutEntries)
 {
-    trash_options options;
-    options.csvl2t = true;
+    output_form form;
+    form.kind = form_kind::csvl2t;
     std::ostringstream out;
-    write_results(out, {}, options);
+    write_results(out, {}, {}, form);
     EXPECT_EQ(out.str(), "");
 }
 

@@ -9,7 +9,9 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <array>
 #include <fcntl.h>
+#include <span>
 #include <sstream>
 #include <unistd.h>
 
@@ -79,24 +81,30 @@ protected:
                   std::ssize(bytes));
     }
 
-    // The deleted paths that a run finds, sorted.
+    // The deleted paths that a run finds, sorted: the eighth column.
     std::vector<std::string> rows(bool raw = false) const
     {
-        trash_options options;
+        run_options options;
         options.image_path = path;
-        options.bins_known = !raw;
+        options.look_up_bins = true;
         options.progress = false;
         options.include_vss = options.include_unalloc = forgotten;
-        std::ostringstream out;
-        options.results_stream = &out;
+        options.form.kind = form_kind::csvgen;
+        options.form.set_separator("|");
+        options.form.no_padding = true;
+        std::stringstream out;
         if (raw)
-            run_raw_image(options);
+            run_raw_image(options, out);
         else
-            run_volume(options, true);
+            run_volume(volume_origin::image, options, out);
         std::vector<std::string> paths;
-        for (const trash_entry *entry : options.results.in_order())
-            paths.push_back(entry->deleted_path);
-        std::sort(paths.begin(), paths.end());
+        std::string cell;
+        for (std::getline(out, cell); std::getline(out, cell);) {
+            std::istringstream line(cell);
+            for (int column = 0; column < 8; ++column) std::getline(line, cell, '|');
+            paths.push_back(cell);
+        }
+        std::ranges::sort(paths);
         return paths;
     }
 

@@ -2,6 +2,7 @@
 #include "scan/cluster_visits.h"
 #include "scan/mft_scan.h"
 #include "scan/shadow_scan.h"
+#include "scan/single_record.h"
 #include "scan/unalloc_scan.h"
 
 #include "ntfs/ntfs.h"
@@ -23,20 +24,16 @@ using namespace test_support;
 
 class LaterPasses : public testing::Test {
 protected:
-    LaterPasses()
-    {
-        options.progress = false;
-        options.results_stream = &out;
-        options.cluster_size = 4096;
-    }
+    LaterPasses() { options.progress = false; }
     std::unique_ptr<CNtfs> open(const byte_vector &image, u64 offset = 0)
     {
         return open_volume(dir.write_file("image", text(image)), offset);
     }
 
     const temp_dir dir;
-    std::ostringstream out;
-    trash_options options;
+    run_options options;
+    _trash_inodes collection;
+    trash_options context{options, collection};
 };
 
 // The free clusters of a volume, each with what lies there: as a plain walk of the
@@ -99,7 +96,7 @@ TEST_P(UnallocatedScan, GivesEachFreeClusterOnce)
                 found.emplace_back(item.number,
                                    std::string(bytes.begin(), bytes.end()));
             };
-            EXPECT_TRUE(scan_unallocated(*volume, take, options));
+            EXPECT_TRUE(scan_unallocated(*volume, take, context));
             drop_zeros(found);
             EXPECT_EQ(found, expected) << sparse << ' ' << cut;
         }
@@ -139,24 +136,24 @@ TEST_F(LaterPasses, NothingKnownIsTakenAway)
     ntfs_volume stale = volume_with("RECYCLER", "S-1-5-21-9", true);
     const auto volume = open(live.image);
     ASSERT_NE(volume, nullptr);
-    options.bins_known = true;
-    EXPECT_TRUE(scan_mft_entries(*volume, process_mft_record, 0, 0, options));
-    const u64 root = options.bin_root_index, user = options.directories.at(65);
+    collection.bins_known = true;
+    EXPECT_TRUE(scan_mft_entries(*volume, process_mft_record, 0, 0, context));
+    const u64 root = collection.bin_root_index, user = collection.directories.at(65);
     for (const u64 entry : {64, 65}) {
         const std::size_t at = stale.record_position(entry);
         put_number(stale.image, at + 16, 9, 2); // another sequence number
         scan_item item;
         item.volume = volume.get();
-        item.context = &options;
+        item.context = &context;
         item.data = byte_view{stale.image}.clip(at, 1024);
         carve_cluster(item);
         carve_cluster(item);
     }
-    EXPECT_EQ(options.bin_root_index, root);
-    EXPECT_EQ(options.directories.at(65), user);
+    EXPECT_EQ(collection.bin_root_index, root);
+    EXPECT_EQ(collection.directories.at(65), user);
     std::vector<std::string> names;
-    for (u64 i = 0; i < options.records.size(); ++i)
-        names.emplace_back(options.records.name(i));
+    for (u64 i = 0; i < collection.records.size(); ++i)
+        names.emplace_back(collection.records.name(i));
     EXPECT_EQ(names, (std::vector<std::string>{"$Recycle.Bin", "S-1-5-21-7", "RECYCLER",
                                                "S-1-5-21-9"}));
 }
@@ -192,10 +189,10 @@ TEST_F(LaterPasses, ShadowScanReadsARealVolume)
 
     // Without a bin known ahead, every record with a name is kept: among them the file
     // that only the first snapshot still saw.
-    EXPECT_TRUE(scan_shadow_stores(*volume, options));
+    EXPECT_TRUE(scan_shadow_stores(*volume, context));
     std::set<std::string> names;
-    for (u64 i = 0; i < options.records.size(); ++i)
-        names.emplace(options.records.name(i));
+    for (u64 i = 0; i < collection.records.size(); ++i)
+        names.emplace(collection.records.name(i));
     EXPECT_TRUE(names.contains("syslog"));
 }
 

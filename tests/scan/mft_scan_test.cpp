@@ -1,14 +1,15 @@
 #include "scan/mft_scan.h"
 
 #include "ntfs/ntfs.h"
-#include "records/trash_options.h"
+#include "options/run_options.h"
 #include "samples/ntfs_volume_builder.h"
+#include "scan/bin_filter.h"
+#include "scan/directory_paths.h"
 #include "support/temp_dir.h"
 
 #include <gtest/gtest.h>
 
 #include <map>
-#include <sstream>
 
 namespace hv {
 namespace {
@@ -19,8 +20,9 @@ struct decision {
     const char *name;
     u64 parent;
     bool is_directory;
-    filter_answer known;   ///< with the bin known ahead
+    filter_answer known;   ///< with the bin known before the pass
     filter_answer unknown; ///< without
+    bool is_bin_root = false;
 };
 
 // Entry 65 is a folder of the bin.
@@ -29,88 +31,80 @@ TEST(FilterRecord, DecidesWhatOfAVolumeIsKept)
     constexpr auto keep = filter_answer::keep;
     constexpr auto refuse = filter_answer::refuse;
     const std::vector<decision> cases = {
-        {"$IAB12CD.txt", 65, false, keep, keep}, {"a.txt", 66, false, refuse, keep},
-        {"x", 65, false, refuse, refuse},        {"", 65, false, refuse, refuse},
-        {"info2", 66, false, keep, keep},        {"Users", 5, true, refuse, keep},
-        {"$RECYCLE.bin", 5, true, keep, keep},   {"Recycler", 5, true, keep, keep},
-        {"$Recycle.Bin", 66, true, keep, keep},  {"sub", 65, true, keep, keep},
+        {"$IAB12CD.txt", 65, false, keep, keep},
+        {"a.txt", 66, false, refuse, keep},
+        {"x", 65, false, refuse, refuse},
+        {"", 65, false, refuse, refuse},
+        {"info2", 66, false, keep, keep},
+        {"Users", 5, true, refuse, keep},
+        {"$RECYCLE.bin", 5, true, keep, keep, true},
+        {"Recycler", 5, true, keep, keep, true},
+        {"$Recycle.Bin", 66, true, keep, keep},
+        {"sub", 65, true, keep, keep},
     };
     for (const bool known : {true, false}) {
         for (const decision &one : cases) {
-            trash_options options;
-            options.bins_known = known;
-            if (known) options.known_bin_directories = {65};
+            _trash_inodes collection;
+            collection.bins_known = known;
+            if (known) collection.known_bin_directories = {65};
             parsed_record record;
             record.entry = 70;
             record.name = one.name;
             record.first_parent = one.parent;
             record.flags = one.is_directory ? file_record::flag_directory : u16{0};
             u64 budget = 0;
-            EXPECT_EQ(filter_record(options, record, 3, nullptr, budget),
-                      known ? one.known : one.unknown)
+            filter_decision decided = filter_record(collection, record);
+            load_info2(decided, record, {}, budget);
+            EXPECT_EQ(decided.answer, known ? one.known : one.unknown)
                 << one.name << (known ? ", bin known" : "");
-            const bool is_root =
-                one.is_directory && one.parent == 5 && one.name != std::string("Users");
-            EXPECT_EQ(options.bin_root_index, is_root ? 3 : no_index) << one.name;
+            EXPECT_EQ(decided.is_bin_root, one.is_bin_root) << one.name;
+            const bool below_bin = known && one.is_directory && one.parent == 65;
+            EXPECT_EQ(decided.in_bin, one.is_bin_root || below_bin) << one.name;
         }
     }
 }
 
-// A volume and what both passes over its `$MFT` put into the store.
-TEST(MftScan, BothPassesFindTheSame)
+std::map<u64, std::string> names_by_entry(const _trash_inodes &collection)
 {
-    const byte_vector image =
+    std::map<u64, std::string> result;
+    for (u64 i = 0; i < collection.records.size(); ++i)
+        result[collection.records[i].entry] = collection.records.name(i);
+    return result;
+}
+
+// An attribute list that leads to the record of another file must not borrow its name
+// or its data.
+TEST(MftScan, ExtensionRecordsBelongToWhomTheyName)
+{
+    ntfs_volume built =
         ntfs_volume_builder()
-            .mft({.fragments = 3})
             .directory({.entry = 64, .name = "$Recycle.Bin"})
-            .directory({.entry = 65, .parent = 64, .name = "S-1-5-21-7"})
             .file({.entry = 66,
-                   .parent = 65,
-                   .name = "$IAB12CD.txt",
-                   .data = dollar_i_builder().bytes()})
-            .file({.entry = 67,
-                   .parent = 65,
+                   .parent = 64,
                    .name = "listed.txt",
                    .data = byte_vector(30000, 'x')})
-            .move({.entry = 67, .record = 90, .type = ntfs_type::file_name})
-            .build();
+            .move({.entry = 66, .record = 90, .type = ntfs_type::file_name})
+            .build_volume();
     const temp_dir dir;
-    const auto volume = open_volume(
-        dir.write_file("image", std::string(image.begin(), image.end())), 0);
-    ASSERT_NE(volume, nullptr);
-    std::ostringstream out;
-    const auto names = [](const trash_options &options) {
-        std::map<u64, std::string> result;
-        for (u64 i = 0; i < options.records.size(); ++i)
-            result[options.records[i].entry] = options.records.name(i);
-        return result;
-    };
-    const auto options_for_run = [&out](trash_options &options) {
+    const auto name_with_base = [&](u64 base) {
+        put_number(built.image, built.record_position(90) + 32, base, 8);
+        const auto volume = open_volume(dir.write_file("image", text(built.image)), 0);
+        RAW_DISK_IO &disk = *volume->get_disk();
+        const u64 size = volume->get_mft_entry_count() * 1024;
+        disk.attach_runs(4096, volume->get_mft_runs(), size, 0);
+        run_options options;
         options.progress = false;
-        options.results_stream = &out;
-        options.cluster_size = 4096;
+        _trash_inodes collection;
+        scan_mft_store(collection, {disk, size, 1024, 4096}, options);
+        const auto names = names_by_entry(collection);
+        return names.contains(66) ? names.at(66) : "";
     };
-
-    trash_options store_pass;
-    options_for_run(store_pass);
-    RAW_DISK_IO &disk = *volume->get_disk();
-    const u64 size = volume->get_mft_entry_count() * 1024;
-    disk.attach_runs(4096, volume->get_mft_runs(), size, 0);
-    EXPECT_TRUE(scan_mft_store(store_pass, disk, size, 1024));
-
-    trash_options entry_pass;
-    options_for_run(entry_pass);
-    for (int times = 0; times < 2; ++times) // what is stored already isn't stored again
-        EXPECT_TRUE(scan_mft_entries(*volume, process_mft_record, 0, 0, entry_pass));
-    EXPECT_EQ(names(entry_pass), names(store_pass));
-    EXPECT_EQ(entry_pass.records.size(), store_pass.records.size());
-    EXPECT_EQ(names(store_pass).at(67), "listed.txt");
-
-    trash_options some;
-    options_for_run(some);
-    EXPECT_TRUE(scan_mft_entries(*volume, process_mft_record, 65, 2, some));
-    EXPECT_EQ(names(some),
-              (std::map<u64, std::string>{{65, "S-1-5-21-7"}, {66, "$IAB12CD.txt"}}));
+    constexpr u64 sequence = u64{1} << 48;
+    EXPECT_EQ(name_with_base(66 | sequence), "listed.txt");
+    EXPECT_EQ(name_with_base(66), "listed.txt"); // no sequence number to compare
+    EXPECT_EQ(name_with_base(67 | sequence), "");
+    EXPECT_EQ(name_with_base(66 | 2 * sequence), "");
+    EXPECT_EQ(name_with_base(0), "");
 }
 
 // Directories that hang together, hang in the air, or hang from each other.

@@ -17,7 +17,7 @@ std::vector<trash_entry> parse(const byte_vector &file)
 {
     std::vector<trash_entry> parsed;
     const metadata_source source{7, "$IAB12CD.txt", "label", 4096};
-    const bool found = parse_metadata(parsed, byte_view{file}, true, source);
+    const bool found = parse_metadata(parsed, byte_view{file}, source);
     EXPECT_EQ(found, !parsed.empty());
     return parsed;
 }
@@ -172,17 +172,6 @@ TEST(Info2, KeepsATornRecordThatConvinces)
     // Another record size is another format.
     put_number(whole, 12, 280, 4);
     EXPECT_TRUE(parse(whole).empty());
-}
-
-TEST(Info2, EmptiesTheListOnlyIfAsked)
-{
-    const byte_vector file = info2_file({{}});
-    std::vector<trash_entry> parsed(1);
-    EXPECT_TRUE(parse_info2(parsed, byte_view{file}, true, {}, true));
-    EXPECT_EQ(parsed.size(), 2u);
-    EXPECT_TRUE(parsed[1].carved);
-    EXPECT_FALSE(parse_info2(parsed, {}, false, {}, false));
-    EXPECT_TRUE(parsed.empty());
 }
 
 } // namespace

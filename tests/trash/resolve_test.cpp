@@ -20,11 +20,11 @@ class VolumeRows : public testing::Test {
 protected:
     u64 add(u64 entry, u64 parent, std::string_view name, std::string_view path = {})
     {
-        const u64 index = options.records.add();
-        options.records[index].entry = entry;
-        options.records[index].first_parent = parent;
-        options.records.set_name(index, name);
-        options.records.set_path(index, path);
+        const u64 index = collection.records.add();
+        collection.records[index].entry = entry;
+        collection.records[index].first_parent = parent;
+        collection.records.set_name(index, name);
+        collection.records.set_path(index, path);
         return index;
     }
 
@@ -32,33 +32,33 @@ protected:
                       std::string_view path)
     {
         const u64 index = add(entry, parent, name, path);
-        options.records[index].is_directory = true;
-        options.directories[entry] = index;
+        collection.records[index].is_directory = true;
+        collection.directories[entry] = index;
         return index;
     }
 
     void add_metadata(u64 entry, u64 parent, std::string_view name, byte_vector data)
     {
-        options.records.extras(add(entry, parent, name)).data = std::move(data);
+        collection.records.extras(add(entry, parent, name)).data = std::move(data);
     }
 
     void add_bin(std::string_view name, const std::string &path)
     {
-        options.bin_root_index = add_directory(40, 5, name, path);
-        options.bin_directories[40] = options.bin_root_index;
+        collection.bin_root_index = add_directory(40, 5, name, path);
+        collection.bin_directories[40] = collection.bin_root_index;
         add_directory(41, 40, "S-1-5-21-7", path + "S-1-5-21-7\\");
     }
 
     // Runs the end of a run and gives each row as "shown path | user | paired entry".
     std::vector<std::string> rows()
     {
-        mark_bin_dirs(options);
-        classify_records(options);
-        resolve_records(options, 0);
+        mark_bin_dirs(collection);
+        classify_records(collection);
+        resolve_records(collection, request);
         std::vector<std::string> texts;
-        for (const trash_entry *entry : options.results.in_order()) {
+        for (const trash_entry *entry : collection.results.in_order()) {
             const u64 paired =
-                entry->has_data_file ? options.records[entry->data_record].entry : 0;
+                entry->has_data_file ? collection.records[entry->data_record].entry : 0;
             texts.push_back(
                 (entry->has_data_file ? entry->restored_path : entry->deleted_path) +
                 " | " + entry->user_sid + " | " + std::to_string(paired));
@@ -66,7 +66,8 @@ protected:
         return texts;
     }
 
-    trash_options options;
+    _trash_inodes collection;
+    resolve_request request;
 };
 
 using row_list = std::vector<std::string>;
@@ -124,9 +125,9 @@ TEST_F(VolumeRows, KeepsARowWhoseItemsCannotBePlaced)
     // Known by a path of its own, while no directory is known for the data item.
     const u64 record =
         add(50, no_index, "$IAB12CD.txt", "\\b\\S-1-5-21-7\\$IAB12CD.txt");
-    options.records.extras(record).data = metadata(u"C:\\a.txt");
-    options.metadata_index.emplace(50, record);
-    options.index_data_file("$RAB12CD.txt", add(51, 41, "$RAB12CD.txt"));
+    collection.records.extras(record).data = metadata(u"C:\\a.txt");
+    collection.metadata_index.emplace(50, record);
+    collection.index_data_file("$RAB12CD.txt", add(51, 41, "$RAB12CD.txt"));
     EXPECT_EQ(rows(), (row_list{"C:\\a.txt | S-1-5-21-7 | 0"}));
 }
 
@@ -146,8 +147,8 @@ TEST_F(VolumeRows, CarvedRecordsPairOrStandAlone)
 {
     add_bin("RECYCLER", "[root]\\RECYCLER\\");
     add(51, 41, "Dc7.txt");
-    options.carved_entries.resize(2);
-    options.carved_entries[1].raw_data =
+    collection.carved_entries.resize(2);
+    collection.carved_entries[1].raw_data =
         info2_file({{.path = u"C:\\big.txt", .number = 7}, {.number = 8}});
     EXPECT_EQ(rows(), (row_list{"C:\\big.txt |  | 51", "C:\\a.txt |  | 0"}));
 }
@@ -155,16 +156,16 @@ TEST_F(VolumeRows, CarvedRecordsPairOrStandAlone)
 TEST_F(VolumeRows, CarvedDataGoesBackToTheRecordThatOwnsItsClusters)
 {
     add_bin("RECYCLER", "[root]\\RECYCLER\\");
-    options.cluster_size = 4096;
+    request.cluster_size = 4096;
     const u64 index = add(50, 41, "INFO2");
-    options.records.extras(index).data_runs = {{.lcn = 3, .delta = 3, .clusters = 1},
-                                               {.lcn = 9, .delta = 6, .clusters = 1}};
-    options.carved_entries.resize(1);
-    options.carved_entries[0].source_offset = 0x9000;
-    options.carved_entries[0].raw_data =
+    collection.records.extras(index).data_runs = {
+        {.lcn = 3, .delta = 3, .clusters = 1}, {.lcn = 9, .delta = 6, .clusters = 1}};
+    collection.carved_entries.resize(1);
+    collection.carved_entries[0].source_offset = 0x9000;
+    collection.carved_entries[0].raw_data =
         info2_file({{.path = u"C:\\big.txt", .number = 7}});
     EXPECT_EQ(rows(), (row_list{"C:\\big.txt | S-1-5-21-7 | 0"}));
-    EXPECT_TRUE(options.carved_entries.empty());
+    EXPECT_TRUE(collection.carved_entries.empty());
 }
 
 TEST(DataFileKey, FollowsTheNamesThatWindowsGives)

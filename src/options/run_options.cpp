@@ -1,4 +1,4 @@
-#include "records/trash_options.h"
+#include "options/run_options.h"
 
 #include "base/hv_portable_dir.h"
 #include "base/hv_string.h"
@@ -11,7 +11,7 @@ namespace {
 
 constexpr u32 sector_size = 512;
 
-// A volume path such as "\\?\Volume{...}\" stands as it is, a drive letter gets its
+// A volume path such as "\\?\Volume{...}\" is taken as it is; a drive letter gets its
 // colon.
 std::string normalised_root(const std::string &value)
 {
@@ -26,7 +26,7 @@ bool is_cluster_size(u32 size)
 }
 
 // The cluster size belongs to the raw scan: without that it isn't even read.
-bool read_rawscan(trash_options &options, arg_list &args)
+bool read_rawscan(run_options &options, arg_list &args)
 {
     options.rawscan = take_flag(args, "-rawscan");
     std::string value;
@@ -39,76 +39,67 @@ bool read_rawscan(trash_options &options, arg_list &args)
     return options.cluster_size_set;
 }
 
-void read_scan_options(trash_options &options, arg_list &args)
+void read_scan_options(run_options &options, arg_list &args)
 {
     if (take_flag(args, "-mftscan")) options.mftscan = true;
     options.include_unalloc = take_flag(args, "-include_unalloc_clusters");
     options.include_vss = take_flag(args, "-include_vss_clusters");
     if (!options.include_unalloc && !options.include_vss) return;
     options.mftscan = true;
-    options.bins_known = true;
+    options.look_up_bins = true;
 }
 
-bool read_partition(trash_options &options, arg_list &args)
+bool read_partition(run_options &options, arg_list &args)
 {
     std::string value;
     if (!take_value(args, "-partition", value)) return true;
     if (value.empty()) return false;
     options.partition_root = normalised_root(value);
     options.partition = true;
-    if (options.mftscan) options.bins_known = true;
+    if (options.mftscan) options.look_up_bins = true;
     return true;
 }
 
 // A partition wins over an image, which then isn't read at all.
-bool read_image(trash_options &options, arg_list &args)
+bool read_image(run_options &options, arg_list &args)
 {
     std::string value;
     if (options.partition || !take_value(args, "-image", value)) return true;
     if (!hvportdir::path_exists(value)) return false;
     options.image_path = value;
     if (take_value(args, "-offset", value)) parse_u64(value, options.volume_offset);
-    options.bins_known = true;
+    options.look_up_bins = true;
     options.image = true;
     return true;
 }
 
-bool find_recycle_dir(trash_options &options)
-{
-    if (!options.partition) return true;
-    for (const char *name : {"$Recycle.Bin", "RECYCLER"}) {
-        const std::string path = options.partition_root + name;
-        if (!hvportdir::path_exists(path)) continue;
-        options.recycle_dir = path;
-        options.xp_layout = name[0] == 'R';
-        return true;
-    }
-    return false;
-}
-
 } // namespace
 
-parse_result parse_trash_options(trash_options &options, arg_list &args,
-                                 std::string_view version_text)
+parse_result parse_trash_options(run_options &options, arg_list &args,
+                                 std::string_view version_text,
+                                 evidence_test is_evidence)
 {
-    if (!generic_parse(options, args)) return parse_result::show_usage;
+    // Looked for before any option takes its value: it counts for the padding of `-csv`
+    // wherever it is on the command line.
+    const bool no_whitespace = find_flag(args, "-no_whitespace", 1);
+    if (!generic_parse(options, args, is_evidence)) return parse_result::show_usage;
     // The plain CSV form keeps its blanks and its padding, unless the user asked for
     // none.
-    const bool blanks = options.csv && !options.no_whitespace;
-    options.space_after_separator = blanks;
-    if (blanks) options.no_padding = false;
-    options.tool_tag = "TRASH";
+    output_form &form = options.form;
+    const bool blanks = form.kind == form_kind::csv && !no_whitespace;
+    form.space_after_separator = blanks;
+    if (blanks) form.no_padding = false;
+    form.tool_tag = "TRASH";
     options.version_text = version_text;
     if (!read_rawscan(options, args)) return parse_result::end_process;
     read_scan_options(options, args);
-    if (!read_partition(options, args) || !read_image(options, args) ||
-        !find_recycle_dir(options))
+    if (!read_partition(options, args) || !read_image(options, args))
         return parse_result::show_usage;
     if (take_value(args, "-mftfile", options.mft_file)) {
-        options.bins_known = false;
+        options.look_up_bins = false;
         options.mftscan = true;
     }
-    if (take_flag(args, "-no_mirel")) options.bins_known = false;
+    if (take_flag(args, "-no_mirel")) options.look_up_bins = false;
     return parse_result::good;
 }
 
