@@ -1,42 +1,28 @@
 // Real metadata from public data sets, whose facts were read from the bytes by hand.
-// The files don't come along: VESKIT_FIXTURES names the folder that holds them.
 
+#include "support/fixtures.h"
 #include "support/run_veskit.h"
 
 #include <gtest/gtest.h>
-
-#include <cstdlib>
 
 namespace {
 
 using namespace test_support;
 
-class Fixtures : public testing::Test {
-protected:
-    void SetUp() override
-    {
-        const char *folder = std::getenv("VESKIT_FIXTURES");
-        if (folder == nullptr) GTEST_SKIP() << "VESKIT_FIXTURES names no folder";
-        root = folder;
-    }
-
-    // The rows of one file, with "|" between cells and decimal numbers.
-    std::vector<std::string> rows(const std::string &name)
-    {
-        return run_veskit(
-                   {"-quiet", "-no_whitespace", "-base10", "-file", root + "/" + name})
-            .rows();
-    }
-
-    std::string root;
-};
+// The rows of one file, with "|" between cells and decimal numbers.
+std::vector<std::string> rows(const std::string &name)
+{
+    return run_veskit(
+               {"-quiet", "-no_whitespace", "-base10", "-file", fixture_or_skip(name)})
+        .rows();
+}
 
 struct dollar_i_fact {
     const char *file;
     const char *row; ///< up to the user's folder
 };
 
-TEST_F(Fixtures, DollarIFiles)
+TEST(Fixtures, DollarIFiles)
 {
     const std::vector<dollar_i_fact> facts = {
         {"i_v1/$I0JGHX7", "2007-09-21 06:47:49.064|||||0|Win7 or 8|"
@@ -85,7 +71,7 @@ TEST_F(Fixtures, DollarIFiles)
     EXPECT_TRUE(rows("i_v1/$IYAR1YY.exe").empty());
 }
 
-TEST_F(Fixtures, Info2Files)
+TEST(Fixtures, Info2Files)
 {
     const std::string desktop =
         "|WinXP|C:\\Documents and Settings\\Mr. Evil\\Desktop\\";
@@ -132,9 +118,10 @@ std::string short_record(const std::string &row)
            row.substr(number, row.find('"', number) - number);
 }
 
-TEST_F(Fixtures, Info2AsAnotherReaderSawIt)
+TEST(Fixtures, Info2AsAnotherReaderSawIt)
 {
-    const auto expected = listed_records(file_bytes(root + "/info2/INFO2-sample1.txt"));
+    const auto expected =
+        listed_records(file_bytes(fixture_or_skip("info2/INFO2-sample1.txt")));
     ASSERT_EQ(expected.size(), 16u);
     std::vector<std::string> found;
     for (const std::string &row : rows("info2/INFO2-sample1"))
@@ -142,14 +129,14 @@ TEST_F(Fixtures, Info2AsAnotherReaderSawIt)
     EXPECT_EQ(found, expected);
 }
 
-TEST_F(Fixtures, DataFilesPairWithTheirNamesakes)
+TEST(Fixtures, DataFilesPairWithTheirNamesakes)
 {
     const temp_dir dir;
     const std::string user = dir / "S-1-5-21-7";
     std::filesystem::create_directories(user);
     for (const char *name : {"i_v1/$IUVFB0M.rtf", "i_v1/$RUVFB0M.rtf",
                              "i_v2/$I7R52EG.txt", "i_v2/$R7R52EG.txt"})
-        std::filesystem::copy(root + "/" + name, user);
+        std::filesystem::copy(fixture_or_skip(name), user);
     const auto found = run_veskit({"-quiet", "-no_whitespace", "-base10", "-enumdir",
                                    dir.path, "-num_subdirs", "1"})
                            .rows();
@@ -158,29 +145,21 @@ TEST_F(Fixtures, DataFilesPairWithTheirNamesakes)
     EXPECT_NE(found[1].find("|152|Win7 or 8|"), std::string::npos) << found[1];
 }
 
-TEST_F(Fixtures, Volumes)
+TEST(Fixtures, Volumes)
 {
-    const temp_dir dir;
-    const auto lines = [&](const std::string &unpack, const std::string &name,
-                           std::vector<std::string> more) {
-        const std::string image = dir / "image";
-        const std::string command =
-            unpack + " '" + root + "/" + name + "' > '" + image + "'";
-        EXPECT_EQ(std::system(command.c_str()), 0) << command;
+    const auto lines = [](const std::string &name,
+                          const std::vector<std::string> &more) {
         std::vector<std::string> args = {"-quiet", "-no_whitespace", "-base10",
-                                         "-image", image};
+                                         "-image", fixture_or_skip(name)};
         args.insert(args.end(), more.begin(), more.end());
         return run_veskit(args).body();
     };
-    EXPECT_TRUE(lines("bzip2 -dc", "ntfs/charlie.dd.bz2", {}).empty())
-        << "it has no bin";
-    EXPECT_EQ(
-        lines("gzip -dc", "ntfs/ntfs-lastaccess.raw.gz", {"-offset", "65536"}).size(),
-        1u)
+    EXPECT_TRUE(lines("ntfs/charlie.dd.bz2", {}).empty()) << "it has no bin";
+    EXPECT_EQ(lines("ntfs/ntfs-lastaccess.raw.gz", {"-offset", "65536"}).size(), 1u)
         << "an empty bin: the column line alone";
     for (const std::vector<std::string> &more :
          {std::vector<std::string>{}, {"-no_mirel"}}) {
-        const auto found = lines("gzip -dc", "ntfs/graft2.raw.gz", more);
+        const auto found = lines("ntfs/graft2.raw.gz", more);
         ASSERT_EQ(found.size(), 10u);
         const char *sizes[] = {"|1000|", "|2000|", "|3000|", "|4000|"};
         for (std::size_t i = 0; i < 4; ++i) {
@@ -199,9 +178,10 @@ TEST_F(Fixtures, Volumes)
         EXPECT_NE(found[7].find("=[\"inode\":\"73\""), std::string::npos) << found[7];
     }
     // A deleted file was another list: of each such, its first cluster is found.
-    const auto expected = listed_records(file_bytes(root + "/info2/INFO2-sample1.txt"));
+    const auto expected =
+        listed_records(file_bytes(fixture_or_skip("info2/INFO2-sample1.txt")));
     for (const char *pass : {"-include_unalloc_clusters", "-rawscan"}) {
-        const auto found = lines("gzip -dc", "ntfs/graft2.raw.gz", {pass});
+        const auto found = lines("ntfs/graft2.raw.gz", {pass});
         ASSERT_EQ(found.size(), 10u + 5) << pass;
         for (std::size_t i = 0; i < 5; ++i)
             EXPECT_EQ(short_record(found[10 + i]), expected[i]) << pass;
