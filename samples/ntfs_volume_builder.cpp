@@ -597,6 +597,7 @@ private:
     {
         if (m_clusters.end() > m_total) refuse(6, "the volume is too small");
         m_volume.boot_position = m_plan.offset;
+        m_volume.record_size = m_plan.record_size;
         m_volume.image.resize(m_plan.offset + m_total * m_plan.cluster_size +
                               m_plan.sector_size);
         for (const bool live :
@@ -688,12 +689,8 @@ private:
 
     void write_mirror()
     {
-        for (u64 number = 0; number < std::min(mirrored(), m_records); ++number) {
-            const auto record =
-                m_volume.image.begin() + std::ptrdiff_t(m_volume.records.at(number));
-            write_at(runs_of(1), number * m_plan.record_size,
-                     byte_vector(record, record + m_plan.record_size));
-        }
+        for (u64 number = 0; number < std::min(mirrored(), m_records); ++number)
+            write_at(runs_of(1), number * m_plan.record_size, m_volume.record(number));
     }
 
     struct cluster_write {

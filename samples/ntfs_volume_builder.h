@@ -128,10 +128,19 @@ struct ntfs_plan {
 struct ntfs_volume {
     byte_vector image;
     std::uint64_t boot_position = 0;
+    std::ptrdiff_t record_size = 1024;
 
     std::uint64_t record_position(std::uint64_t entry) const
     {
         return records.at(entry);
+    }
+
+    /// The record of an entry as it is on disk, update sequence and all.
+    byte_vector record(std::uint64_t entry) const
+    {
+        const auto begin =
+            image.begin() + static_cast<std::ptrdiff_t>(record_position(entry));
+        return {begin, begin + record_size};
     }
 
     /// The `block`th "INDX" block of a directory.

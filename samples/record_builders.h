@@ -112,6 +112,11 @@ inline byte_vector metadata(std::u16string path)
     return dollar_i_builder().path(std::move(path)).bytes();
 }
 
+inline byte_vector bytes_of(std::string_view text)
+{
+    return {text.begin(), text.end()};
+}
+
 inline std::string text(const byte_vector &bytes)
 {
     return {bytes.begin(), bytes.end()};

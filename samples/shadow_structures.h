@@ -146,6 +146,23 @@ inline byte_vector shadow_store_header(const shadow_store &store,
     return shadow_block(4, store.header, 0, content);
 }
 
+/// The entry of the folder of the shadow copies.
+inline constexpr std::uint64_t shadow_folder = 40;
+
+/// Puts that folder and the catalog on a volume. The store files are the caller's.
+inline ntfs_volume_builder &add_catalog(ntfs_volume_builder &volume,
+                                        const byte_vector &catalog,
+                                        const ntfs_storage &stored = {})
+{
+    return volume
+        .directory({.entry = shadow_folder, .name = "System Volume Information"})
+        .file({.entry = shadow_folder + 1,
+               .parent = shadow_folder,
+               .name = shadow_name,
+               .data = catalog,
+               .stored = stored});
+}
+
 /// What a store of `shadow_volume` holds.
 struct shadow_store_plan {
     std::vector<shadow_descriptor> first = {};
@@ -202,12 +219,6 @@ inline byte_vector shadow_volume(const std::vector<shadow_store_plan> &plans,
                             .runs = {{offset / 4096, 4 * blocks}}};
     };
     ntfs_volume_builder builder;
-    builder.clusters(768)
-        .directory({.entry = 40, .name = "System Volume Information"})
-        .file({.entry = 41,
-               .name = "live",
-               .data = stamped_sectors(shadow_live, 4 * shadow_block_size),
-               .stored = at(shadow_live, 4)});
     std::vector<shadow_store> stores;
     for (std::uint64_t number = 1; number <= plans.size(); ++number) {
         const std::uint64_t area = shadow_area(number);
@@ -223,16 +234,18 @@ inline byte_vector shadow_volume(const std::vector<shadow_store_plan> &plans,
                           .bitmap = area + 3 * shadow_block_size,
                           .previous_bitmap = area + 4 * shadow_block_size});
         builder.file({.entry = 50 + number,
-                      .parent = 40,
+                      .parent = shadow_folder,
                       .name = name,
                       .data = shadow_store_file(stores.back(), plans[number - 1]),
                       .stored = at(area, 10)});
     }
-    builder.file({.entry = 42,
-                  .parent = 40,
-                  .name = shadow_name,
-                  .data = shadow_catalog(stores)});
-    return builder.build();
+    return add_catalog(builder, shadow_catalog(stores))
+        .clusters(768)
+        .file({.entry = 42,
+               .name = "live",
+               .data = stamped_sectors(shadow_live, 4 * shadow_block_size),
+               .stored = at(shadow_live, 4)})
+        .build();
 }
 
 } // namespace test_support

@@ -1,6 +1,6 @@
 // Whole volumes, through `-image` and `-mftfile`.
 
-#include "samples/ntfs_volume_builder.h"
+#include "samples/bins.h"
 #include "support/run_veskit.h"
 
 #include <gtest/gtest.h>
@@ -12,56 +12,6 @@ namespace {
 
 using namespace test_support;
 using string_list = std::vector<std::string>;
-
-byte_vector bytes_of(std::string_view text)
-{
-    return {text.begin(), text.end()};
-}
-
-// A Windows 10 bin: a file, a folder in a folder, metadata that lost its data, data
-// that lost its metadata, and records that were given up.
-ntfs_volume_builder recent_bin()
-{
-    return ntfs_volume_builder()
-        .directory({.entry = 64, .name = "$Recycle.Bin"})
-        .directory({.entry = 65, .parent = 64, .name = "S-1-5-21-7"})
-        .file({.entry = 66, .parent = 65, .name = "desktop.ini", .data = bytes_of("x")})
-        .file({.entry = 67,
-               .parent = 65,
-               .name = "$IAB12CD.txt",
-               .data = metadata(u"C:\\a.txt")})
-        .file({.entry = 68,
-               .parent = 65,
-               .name = "$RAB12CD.txt",
-               .data = byte_vector(10000, 'x'),
-               .stored = {.non_resident = true}})
-        .stream(
-            {.entry = 68, .name = "Zone.Identifier", .data = bytes_of("ZoneId=3\r\n")})
-        .file({.entry = 69,
-               .parent = 65,
-               .name = "$IDIR123",
-               .data = metadata(u"C:\\dir")})
-        .directory({.entry = 70, .parent = 65, .name = "$RDIR123"})
-        .directory({.entry = 71, .parent = 70, .name = "s\u00fcb"})
-        .file(
-            {.entry = 72, .parent = 71, .name = "deep.txt", .data = bytes_of("12345")})
-        .file({.entry = 73,
-               .parent = 65,
-               .name = "$ILOST12",
-               .data = metadata(u"C:\\lost")})
-        .file(
-            {.entry = 74, .parent = 65, .name = "$RORPHAN.pdf", .data = bytes_of("1")})
-        .file({.entry = 75,
-               .parent = 65,
-               .name = "$IGONE12",
-               .data = metadata(u"C:\\gone"),
-               .in_use = false})
-        .directory({.entry = 76, .name = "Users"})
-        .file({.entry = 77,
-               .parent = 76,
-               .name = "$IELSE12",
-               .data = metadata(u"C:\\else")});
-}
 
 // "deleted path | size | entry of the data file or, unpaired, of the metadata", the
 // rows that every volume of `recent_bin` gives.
@@ -181,20 +131,16 @@ TEST_F(Volume, FindsWhatTheIndexKnowsOrForgot)
     EXPECT_EQ(short_rows({"-image", write(recent_bin().build()), "-no_mirel"}),
               rows_without_index());
     // A user's folder that only stale bytes of the index still name.
-    const byte_vector stale =
-        ntfs_volume_builder()
-            .directory({.entry = 64, .name = "$RECYCLE.BIN"})
-            .directory(
-                {.entry = 65, .parent = 64, .name = "S-1-5-21-7", .in_index = false})
-            .stale_entry({.directory = 64,
-                          .entry = 65,
-                          .name = "S-1-5-21-7",
-                          .attributes = 0x10000000})
-            .file({.entry = 66,
-                   .parent = 65,
-                   .name = "$IAB12CD.txt",
-                   .data = metadata(u"C:\\a.txt")})
-            .build();
+    ntfs_item user = bin_item(user_entry, "S-1-5-21-7", "", bin_entry);
+    user.in_index = false;
+    const byte_vector stale = empty_bin()
+                                  .directory(user)
+                                  .stale_entry({.directory = bin_entry,
+                                                .entry = user_entry,
+                                                .name = user.name,
+                                                .attributes = 0x10000000})
+                                  .file(bin_metadata(66, "$IAB12CD.txt", u"C:\\a.txt"))
+                                  .build();
     EXPECT_EQ(short_rows({"-image", write(stale)}), string_list{"C:\\a.txt|14|66"});
 }
 
@@ -203,20 +149,10 @@ TEST_F(Volume, ReadsTheBinOfAnOldWindows)
     std::vector<info2_item> items(30);
     for (std::uint32_t i = 0; i < items.size(); ++i) items[i].number = i + 1;
     items[6].path = u"C:\\seven.txt";
+    ntfs_item list = bin_item(66, "INFO2", text(info2_file(items)));
+    list.stored = {.non_resident = true, .fragments = 3};
     const byte_vector image =
-        ntfs_volume_builder()
-            .directory({.entry = 64, .name = "RECYCLER"})
-            .directory({.entry = 65, .parent = 64, .name = "S-1-5-21-7"})
-            .file({.entry = 66,
-                   .parent = 65,
-                   .name = "INFO2",
-                   .data = info2_file(items),
-                   .stored = {.non_resident = true, .fragments = 3}})
-            .file({.entry = 67,
-                   .parent = 65,
-                   .name = "Dc7.txt",
-                   .data = bytes_of("seven")})
-            .build();
+        empty_bin("RECYCLER").file(list).file(bin_item(67, "Dc7.txt", "seven")).build();
     const string_list found = short_rows({"-image", write(image)});
     ASSERT_EQ(found.size(), 30u);
     EXPECT_EQ(found[5], "C:\\a.txt|4096|66");
