@@ -24,7 +24,7 @@ protected:
 
     std::string add_metadata(const std::string &name, std::u16string path)
     {
-        return add(name, text(dollar_i_builder().path(std::move(path)).bytes()));
+        return add(name, text(metadata(std::move(path))));
     }
 
     // The deleted paths that a run over the whole tree reports, in order.
@@ -205,28 +205,6 @@ TEST_F(Cli, WritesItsResultsFileAnew)
             << refused.err;
     }
     EXPECT_TRUE(std::filesystem::is_fifo(dir / "fifo"));
-}
-
-TEST_F(Cli, NeverWritesToWhatItReads)
-{
-    const std::string file = add_metadata("$IAB12CD.txt", u"C:\\a.txt");
-    const std::string before = file_bytes(file);
-    const std::string other_name = dir / "hard";
-    ASSERT_EQ(link(file.c_str(), other_name.c_str()), 0);
-    struct stat status_before {};
-    ASSERT_EQ(stat(file.c_str(), &status_before), 0);
-    for (const char *source : {"-file", "-image", "-mftfile"}) {
-        const run_result run = run_veskit({source, file, "-out", other_name});
-        EXPECT_NE(run.err.find("prob opening file"), std::string::npos) << source;
-        run_veskit({source, file, "-diags", other_name});
-    }
-    run_veskit({"-quiet", "-enumdir", dir.path, "-num_subdirs", "9"});
-    struct stat status_after {};
-    ASSERT_EQ(stat(file.c_str(), &status_after), 0);
-    EXPECT_EQ(file_bytes(file), before);
-    EXPECT_EQ(status_after.st_nlink, 2u);
-    EXPECT_EQ(status_after.st_mtim.tv_nsec, status_before.st_mtim.tv_nsec);
-    EXPECT_EQ(status_after.st_atim.tv_nsec, status_before.st_atim.tv_nsec);
 }
 
 TEST_F(Cli, TellsWhenResultsCannotBeWritten)

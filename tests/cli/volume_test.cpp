@@ -7,14 +7,15 @@
 
 #include <algorithm>
 #include <sys/stat.h>
+#include <tuple>
 
 namespace {
 
 using namespace test_support;
 using string_list = std::vector<std::string>;
 
-// "deleted path | size | entry of the data file or, unpaired, of the metadata", the
-// rows that every volume of `recent_bin` gives.
+// The rows of `recent_bin`, as "deleted path | size | entry of the data file or, of
+// unpaired ones, of the metadata".
 const string_list recent_rows = {"C:\\a.txt|10000|68",
                                  "C:\\dir\\|0|70",
                                  "C:\\dir\\s\u00fcb\\|0|71",
@@ -23,7 +24,7 @@ const string_list recent_rows = {"C:\\a.txt|10000|68",
                                  "C:\\lost|14|73",
                                  "<unk path - $RORPHAN.pdf>|1|74"};
 
-// Where no index told what belongs to a bin, metadata is taken wherever it stands.
+// Where no index says what belongs to a bin, metadata is taken wherever it is.
 string_list rows_without_index()
 {
     string_list rows = recent_rows;
@@ -49,20 +50,11 @@ protected:
         return dir.write_file("mft", mft);
     }
 
-    static string_list rows(string_list args)
-    {
-        args.insert(args.end(), {"-quiet", "-no_whitespace", "-base10"});
-        const run_result run = run_veskit(args);
-        EXPECT_EQ(run.status, 0);
-        EXPECT_EQ(run.err, "");
-        return run.rows();
-    }
-
     // Rows cut down to path, size and entry.
     static string_list short_rows(const string_list &args)
     {
         string_list result;
-        for (const std::string &row : rows(args)) {
+        for (const std::string &row : quiet_rows(args)) {
             const string_list cells = split_at(row, '|');
             const std::size_t at = cells.at(9).find("\"inode\":\"");
             const std::string entry =
@@ -77,17 +69,18 @@ protected:
 
 TEST_F(Volume, ShowsEverythingThatIsKnownOfAFile)
 {
-    const string_list found = rows({"-image", write(recent_bin().build())});
+    const string_list found = quiet_rows({"-image", write(recent_bin().build())});
     ASSERT_EQ(found.size(), recent_rows.size());
-    const std::string time = "2015-04-04 17:24:09.614|";
+    std::string times;
+    for (int i = 0; i < 5; ++i) times += "2015-04-04 17:24:09.614|";
     EXPECT_EQ(found[0],
-              time + time + time + time + time +
+              times +
                   "10000|Win10|C:\\a.txt|S-1-5-21-7|{[root]\\$Recycle.Bin\\S-1-5-21-7\\"
                   "$RAB12CD.txt=[\"inode\":\"68\";\"parent_inode\":\"65\"];\"src\":"
                   "\"$IAB12CD.txt\";\"offset\":\"69632\"}|"
                   "{zone_info={\"ZoneId\":\"3 [internet]\"};}");
     EXPECT_EQ(found[6],
-              time + time + time + time + time +
+              times +
                   "1|Win10|<unk path - $RORPHAN.pdf>|S-1-5-21-7|{[root]\\$Recycle.Bin\\"
                   "S-1-5-21-7\\$RORPHAN.pdf=[\"inode\":\"74\";\"parent_inode\":\"65\"];"
                   "\"offset\":\"75776\"}|");
@@ -170,7 +163,7 @@ TEST_F(Volume, FollowsAttributeLists)
     EXPECT_EQ(short_rows({"-image", write(builder.build())}), recent_rows);
 }
 
-TEST_F(Volume, ReadsBehindTwoTebibytes)
+TEST_F(Volume, ReadsBeyondTwoTebibytes)
 {
     const std::uint64_t offset = std::uint64_t{3} << 40;
     const std::string path = dir.write_file("large", "");
@@ -196,43 +189,63 @@ TEST_F(Volume, SaysWhyItHasNoRows)
     EXPECT_TRUE(foreign.body().empty());
 }
 
-TEST_F(Volume, StaysAsItWas)
+// In every mode, and where results or the log are to go to the source itself.
+TEST_F(Volume, IsNeverWrittenTo)
 {
     const ntfs_volume volume = recent_bin().build_volume();
-    const std::string image = write(volume.image);
-    const std::string mft = write_mft(volume, 4096);
-    struct stat before[2];
-    struct stat after[2];
-    ASSERT_TRUE(stat(image.c_str(), &before[0]) == 0 &&
-                stat(mft.c_str(), &before[1]) == 0);
+    const std::string image = write(volume.image), mft = write_mft(volume, 4096),
+                      file = dir.write_file("bin/S-1-5-21-7/$IAB12CD.txt",
+                                            text(metadata(u"C:\\a.txt"))),
+                      other_name = dir / "hard link";
+    ASSERT_EQ(link(file.c_str(), other_name.c_str()), 0);
+    const std::string sources[] = {image, mft, file};
+    using file_state = std::tuple<long, long, long, nlink_t>;
+    const auto states = [&] {
+        std::vector<file_state> list;
+        for (const std::string &path : sources) {
+            struct stat of = {};
+            stat(path.c_str(), &of);
+            list.emplace_back(of.st_mtim.tv_nsec, of.st_ctim.tv_nsec,
+                              of.st_atim.tv_nsec, of.st_nlink);
+        }
+        return list;
+    };
+    const std::vector<file_state> before = states();
     for (const string_list &args : {string_list{"-image", image},
                                     {"-image", image, "-no_mirel"},
-                                    {"-mftfile", mft},
+                                    {"-image", image, "-include_vss_clusters"},
+                                    {"-image", image, "-include_unalloc_clusters"},
                                     {"-image", image, "-rawscan"},
+                                    {"-mftfile", mft},
                                     {"-file", image},
-                                    {"-image", image, "-out", image}})
+                                    {"-file", file},
+                                    {"-enumdir", dir / "bin", "-num_subdirs", "9"},
+                                    {"-file", file, "-diags", other_name},
+                                    {"-image", image, "-diags", image},
+                                    {"-mftfile", mft, "-diags", mft}})
         run_veskit(args);
-    ASSERT_TRUE(stat(image.c_str(), &after[0]) == 0 &&
-                stat(mft.c_str(), &after[1]) == 0);
-    for (int i = 0; i < 2; ++i) {
-        EXPECT_EQ(before[i].st_mtim.tv_nsec, after[i].st_mtim.tv_nsec);
-        EXPECT_EQ(before[i].st_ctim.tv_nsec, after[i].st_ctim.tv_nsec);
-        EXPECT_EQ(before[i].st_atim.tv_nsec, after[i].st_atim.tv_nsec);
-    }
+    for (const string_list &args : {string_list{"-file", file, "-out", other_name},
+                                    {"-image", file, "-out", other_name},
+                                    {"-mftfile", file, "-out", other_name},
+                                    {"-image", image, "-out", image}})
+        EXPECT_NE(run_veskit(args).err.find("prob opening file"), std::string::npos)
+            << args[0];
+    EXPECT_EQ(states(), before);
     EXPECT_EQ(file_bytes(image), text(volume.image));
+    EXPECT_EQ(file_bytes(file), text(metadata(u"C:\\a.txt")));
 }
 
 // Without a boot sector, without the head of the $MFT, without the $Bitmap, or with the
-// front of the volume cut off: the raw scan comes to the records all the same.
+// front of the volume cut off: the raw scan still finds the records.
 TEST_F(Volume, RawScanTrustsNoStructure)
 {
     const ntfs_volume volume = recent_bin().build_volume();
     const auto zeroed = [&](std::uint64_t at, std::size_t count) {
         byte_vector image = volume.image;
-        std::fill_n(image.begin() + static_cast<std::ptrdiff_t>(at), count, 0);
+        put_bytes(image, at, byte_vector(count));
         return image;
     };
-    byte_vector cut(volume.image.begin() + 3072, volume.image.end());
+    const byte_vector cut(volume.image.begin() + 3072, volume.image.end());
     for (const byte_vector &image :
          {volume.image, zeroed(0, 512), zeroed(volume.record_position(0), 4096),
           zeroed(volume.record_position(6), 1024), cut})

@@ -110,4 +110,15 @@ inline run_result run_veskit(const std::vector<std::string> &args,
     return result;
 }
 
+/// The rows of a run that has nothing to report but rows, with "|" between cells and
+/// decimal numbers.
+inline std::vector<std::string> quiet_rows(std::vector<std::string> args)
+{
+    args.insert(args.end(), {"-quiet", "-no_whitespace", "-base10"});
+    const run_result run = run_veskit(args);
+    EXPECT_EQ(run.status, 0);
+    EXPECT_EQ(run.err, "");
+    return run.rows();
+}
+
 } // namespace test_support
