@@ -1,13 +1,14 @@
 #include "disk/hv_raw_disk_io.h"
 
+#include "base/hv_checked_math.h"
 #include "base/hv_console.h"
 #include "base/hv_open_file.h"
+#include "disk/hv_cluster_delivery.h"
 #include "vmdk/hv_vmdk_disk.h"
 
 #include <algorithm>
 #include <cerrno>
 #include <new>
-#include <span>
 
 namespace hv {
 
@@ -16,132 +17,6 @@ namespace {
 constexpr u32 sector_size = 512;
 constexpr u32 first_refused_drive = 20;
 constexpr u32 first_unknown_drive = 25;
-
-// Delivers a plan as if each cluster went through one scratch buffer. Clusters in a row
-// are read in one go, straight to where they belong; the scratch buffer is then only
-// remembered, and filled when a cluster turns up that can't be read.
-class mapped_delivery {
-public:
-    mapped_delivery(const RAW_DISK_IO &disk, const cluster_plan &plan,
-                    std::span<u8> out)
-        : m_disk(disk),
-          m_plan(plan),
-          m_out(out)
-    {
-    }
-
-    bool deliver()
-    {
-        for (const disk_piece &piece : m_plan.pieces) {
-            if (left() == 0) break;
-            if (piece.is_sparse)
-                fill_sparse(piece);
-            else if (!deliver_piece(piece))
-                return false;
-        }
-        return true;
-    }
-    u32 copied() const { return static_cast<u32>(m_copied); }
-    bool filled_sparse() const { return m_filled_sparse; }
-
-private:
-    u64 left() const { return m_out.size() - m_copied; }
-    void fill_sparse(const disk_piece &piece);
-    bool deliver_piece(const disk_piece &piece);
-    u64 deliver_stretch(const disk_piece &piece);
-    bool deliver_cluster(const disk_piece &piece, u64 index);
-    void prepare_scratch();
-    void copy_from_scratch(u64 from, u64 count);
-
-    const RAW_DISK_IO &m_disk;
-    const cluster_plan &m_plan;
-    std::span<u8> m_out;
-    u64 m_copied = 0;
-    u64 m_cluster = 0; ///< clusters of the plan that are done
-    bool m_filled_sparse = false;
-    std::vector<u8> m_scratch;
-    bool m_scratch_is_due = false;
-    u64 m_scratch_position = 0; ///< of the cluster that it would hold
-};
-
-void mapped_delivery::fill_sparse(const disk_piece &piece)
-{
-    const u64 bytes =
-        std::min(m_plan.share_of(m_cluster, piece.clusters).bytes, left());
-    std::ranges::fill(m_out.subspan(m_copied, bytes), u8{0});
-    m_copied += bytes;
-    m_cluster += piece.clusters;
-    m_filled_sparse = true;
-}
-
-bool mapped_delivery::deliver_piece(const disk_piece &piece)
-{
-    for (u64 i = deliver_stretch(piece); i < piece.clusters && left() != 0; ++i)
-        if (!deliver_cluster(piece, i)) return false;
-    return true;
-}
-
-// Reads what lies on the medium in one go. Returns the clusters done: all or none.
-u64 mapped_delivery::deliver_stretch(const disk_piece &piece)
-{
-    const u64 count = clusters_on_medium(piece, m_plan.cluster_size, m_disk.map_base(),
-                                         m_disk.get_size());
-    u64 position = 0;
-    if (count == 0 ||
-        !cluster_position(piece, 0, m_plan.cluster_size, m_disk.map_base(), position))
-        return 0;
-    const cluster_plan::share share = m_plan.share_of(m_cluster, count);
-    const u64 bytes = std::min(share.bytes, left());
-    if (!m_disk.read_exact(m_out.data() + m_copied, bytes, position + share.begin))
-        return 0;
-    const u64 last_touched = (share.begin + bytes - 1) / m_plan.cluster_size;
-    m_scratch_position = position + last_touched * m_plan.cluster_size;
-    m_scratch_is_due = true;
-    m_copied += bytes;
-    m_cluster += count;
-    return count;
-}
-
-bool mapped_delivery::deliver_cluster(const disk_piece &piece, u64 index)
-{
-    prepare_scratch();
-    const cluster_plan::share share = m_plan.share_of(m_cluster, 1);
-    u64 bytes = std::min(share.bytes, left());
-    u64 position = 0;
-    u32 got = static_cast<u32>(m_scratch.size());
-    if (cluster_position(piece, index, m_plan.cluster_size, m_disk.map_base(),
-                         position) &&
-        m_disk.read_checked(m_scratch.data(), got, position)) {
-        if (got == 0) return false;
-        if (m_plan.is_middle(m_cluster)) bytes = std::min<u64>(bytes, got);
-    }
-    copy_from_scratch(share.begin, bytes);
-    ++m_cluster;
-    return true;
-}
-
-// Brings the scratch buffer to what it would hold had it been used all the time. No
-// read fills more of it than the medium has, so it needn't be longer, whatever the
-// cluster size claims.
-void mapped_delivery::prepare_scratch()
-{
-    if (m_scratch.empty())
-        m_scratch.resize(std::min<u64>(m_plan.cluster_size, m_disk.get_size()));
-    if (!m_scratch_is_due) return;
-    m_scratch_is_due = false;
-    u32 length = static_cast<u32>(m_scratch.size());
-    m_disk.read_checked(m_scratch.data(), length, m_scratch_position);
-}
-
-void mapped_delivery::copy_from_scratch(u64 from, u64 count)
-{
-    const auto target = m_out.subspan(m_copied, count);
-    const u64 there =
-        from < m_scratch.size() ? std::min(count, m_scratch.size() - from) : 0;
-    if (there != 0) std::copy_n(m_scratch.data() + from, there, target.data());
-    std::ranges::fill(target.subspan(there), u8{0});
-    m_copied += count;
-}
 
 } // namespace
 
@@ -240,11 +115,14 @@ i64 RAW_DISK_IO::fetch(u8 *buffer, u64 length, u64 offset) const
 
 bool RAW_DISK_IO::read(u8 *buffer, u32 &length, u64 offset, bool mapped) const
 {
-    if (buffer == nullptr || m_fd < 0 || length == 0 || offset >= m_size) return false;
+    if (buffer == nullptr || m_fd < 0 || length == 0) return false;
     if (mapped && m_use_runs) {
+        // A truncated medium may be smaller than a file that it holds parts of: its
+        // size says nothing about positions in the file.
         u64 status = 0;
         return read_mapped(m_runs, m_cluster_size, offset, buffer, length, status);
     }
+    if (offset >= m_size) return false;
     if (m_type == disk_access::drive) return read_sectors(buffer, length, offset);
     return read_clipped(buffer, length, offset);
 }
@@ -335,7 +213,8 @@ bool RAW_DISK_IO::read_mapped(const run_index &runs, u32 cluster_size, u64 offse
         const cluster_plan plan =
             plan_range(runs, cluster_size, offset, length, leave_out);
         status = plan.status;
-        mapped_delivery delivery(*this, plan, {buffer, length});
+        cluster_delivery delivery(*this, m_map_base, plan, {buffer, length},
+                                  unreadable_cluster::repeats_the_one_before);
         const bool good = delivery.deliver();
         if (delivery.filled_sparse()) status |= mapped_status::filled_sparse;
         if (good) length = delivery.copied();
@@ -343,6 +222,22 @@ bool RAW_DISK_IO::read_mapped(const run_index &runs, u32 cluster_size, u64 offse
     } catch (const std::bad_alloc &) {
         return false;
     }
+}
+
+u64 RAW_DISK_IO::next_on_medium(u64 mapped_position) const
+{
+    if (!m_use_runs) return mapped_position < m_size ? mapped_position : not_on_medium;
+    const u64 vcn = mapped_position / m_cluster_size;
+    const auto &pieces = m_runs.pieces();
+    for (std::size_t i = m_runs.find_from(vcn); i < pieces.size(); ++i) {
+        const u64 present =
+            clusters_on_medium(pieces[i], m_cluster_size, m_map_base, m_size).begun;
+        const u64 candidate = std::max(pieces[i].vcn, vcn);
+        if (candidate - pieces[i].vcn < present)
+            return std::max(saturating_product(candidate, m_cluster_size),
+                            mapped_position);
+    }
+    return not_on_medium;
 }
 
 void RAW_DISK_IO::attach_runs(u32 cluster_size, const std::vector<disk_run> &runs,

@@ -64,11 +64,11 @@ public:
 
     /// Reads `length` bytes at `offset` of the target or, with `mapped` and an attached
     /// run list, of the mapped file. `length` comes back as the bytes delivered, which
-    /// may be fewer: up to the end of the target, or of what the runs cover. Of bytes
-    /// ahead of the end that the system doesn't deliver, zeros stand in the buffer.
-    /// False for no buffer, nothing to read, an offset at or behind the end of the
-    /// target, or a plain file of which the system delivers no byte for an error; a
-    /// drive reads as zeros then.
+    /// may be fewer: up to the end of the target, or of what the runs cover, which may
+    /// be nothing. Bytes before the end that the system doesn't deliver are zeros, and
+    /// so is what the runs place after the end. False for no buffer, nothing to read,
+    /// an unmapped offset at or after the end of the target, or a plain file of which
+    /// the system delivers no byte because of an error; a drive reads as zeros then.
     bool read(u8 *buffer, u32 &length, u64 offset, bool mapped = false) const;
     /// `read` without mapping.
     bool read_checked(u8 *buffer, u32 &length, u64 offset) const;
@@ -84,15 +84,15 @@ public:
     /// run list. False for a length that isn't a multiple of its cluster size, which
     /// stays as it was.
     bool read_run_cluster(u64 position, u8 *buffer, u32 &length) const;
-    /// Reads through any run list, as if cluster by cluster: each is read whole into
-    /// one scratch buffer of zeros, and its share is copied from there. A cluster that
-    /// can't be read gives what the scratch buffer held, and counts. Of a cluster that
-    /// is cut by the end of the target, the range's first and last one give their whole
-    /// share, another only what was read. A sparse cluster gives zeros or, with
-    /// `leave_out_sparse`, nothing. The clusters end with the first that no run holds.
-    /// `status` goes in and comes out as `mapped_status`. False, with `length` as it
-    /// was, for no buffer, no length, no runs, a cluster size of 0, a closed target, a
-    /// read that succeeds without a byte, or a lack of memory.
+    /// Reads `length` bytes at `offset` of the file that `runs` describe, wherever its
+    /// clusters are. Bytes that the runs place after the end of the target are zeros.
+    /// A cluster that the system refuses to read counts as well: its bytes are those of
+    /// the last cluster that was read, or zeros. A sparse cluster reads as zeros or,
+    /// with `leave_out_sparse`, is skipped. The read ends at the first cluster that no
+    /// run holds. `length` comes back as the bytes delivered, `status` goes in and
+    /// comes out as `mapped_status`. False, with `length` as it was, for no buffer, no
+    /// length, no runs, a cluster size of 0, a closed target, a read that succeeds
+    /// without a byte, or too little memory.
     bool read_mapped(const run_index &runs, u32 cluster_size, u64 offset, u8 *buffer,
                      u32 &length, u64 &status) const;
 
@@ -101,6 +101,13 @@ public:
     void attach_runs(u32 cluster_size, const std::vector<disk_run> &runs,
                      u64 mapped_size, u64 volume_offset);
     bool uses_runs() const { return m_use_runs; }
+    /// What `next_on_medium` returns if nothing of the rest is on the medium.
+    static constexpr u64 not_on_medium = ~u64{0};
+    /// The next position of the mapped file, at or after the given one, whose cluster
+    /// has a byte on the medium. Sparse clusters and those after the medium's end are
+    /// passed over. Costs a binary search and one step for each run passed over.
+    /// Without attached runs, for positions on the target itself.
+    u64 next_on_medium(u64 mapped_position) const;
     u64 map_base() const { return m_map_base; }
     /// The descriptor of a target whose bytes may as well be mapped into memory; -1 for
     /// one that has to be read through this object.

@@ -1,5 +1,7 @@
 #include "disk/hv_run_index.h"
 
+#include "base/hv_checked_math.h"
+
 #include <algorithm>
 #include <functional>
 #include <numeric>
@@ -13,15 +15,9 @@ constexpr u64 no_number = ~u64{0};
 constexpr u64 clusters_per_unit = 16;
 constexpr u64 unit_start_mask = 0xFFFF;
 
-u64 saturating_add(u64 a, u64 b)
-{
-    u64 sum = 0;
-    return __builtin_add_overflow(a, b, &sum) ? no_number : sum;
-}
-
 u64 end_of(const disk_run &run)
 {
-    return saturating_add(run.vcn, run.clusters);
+    return saturating_sum(run.vcn, run.clusters);
 }
 
 bool ascends(const std::vector<disk_run> &runs)
@@ -42,7 +38,7 @@ bool continues(const disk_piece &before, const disk_piece &next)
            before.is_sparse == next.is_sparse &&
            (next.is_sparse ||
             (next.lcn != no_number &&
-             saturating_add(before.lcn, before.clusters) == next.lcn));
+             saturating_sum(before.lcn, before.clusters) == next.lcn));
 }
 
 } // namespace
@@ -61,7 +57,7 @@ void run_index::append(const disk_run &run, u64 vcn, u64 end)
 {
     if (vcn >= end) return;
     disk_piece piece{.vcn = vcn, .clusters = end - vcn, .is_sparse = run.is_sparse};
-    if (!run.is_sparse) piece.lcn = saturating_add(run.lcn, vcn - run.vcn);
+    if (!run.is_sparse) piece.lcn = saturating_sum(run.lcn, vcn - run.vcn);
     if (!m_pieces.empty() && continues(m_pieces.back(), piece))
         m_pieces.back().clusters += piece.clusters;
     else
@@ -97,12 +93,17 @@ void run_index::resolve_overlaps(const std::vector<disk_run> &runs)
 
 std::size_t run_index::find(u64 vcn) const
 {
-    const auto behind = std::ranges::upper_bound(m_pieces, vcn, {}, &disk_piece::vcn);
-    if (behind == m_pieces.begin()) return m_pieces.size();
-    const auto found = behind - 1;
-    return vcn - found->vcn < found->clusters
-               ? static_cast<std::size_t>(found - m_pieces.begin())
-               : m_pieces.size();
+    const std::size_t i = find_from(vcn);
+    return i < m_pieces.size() && m_pieces[i].vcn <= vcn ? i : m_pieces.size();
+}
+
+std::size_t run_index::find_from(u64 vcn) const
+{
+    const auto after = std::ranges::upper_bound(m_pieces, vcn, {}, &disk_piece::vcn);
+    const auto i = static_cast<std::size_t>(after - m_pieces.begin());
+    const bool holds_vcn =
+        i != 0 && vcn - m_pieces[i - 1].vcn < m_pieces[i - 1].clusters;
+    return holds_vcn ? i - 1 : i;
 }
 
 cluster_plan::share cluster_plan::share_of(u64 first, u64 count) const
@@ -136,7 +137,7 @@ cluster_plan plan_range(const run_index &runs, u32 cluster_size, u64 offset, u32
         const u64 skipped = vcn - piece.vcn;
         piece.clusters = std::min(piece.clusters - skipped, last - vcn + 1);
         piece.vcn = vcn;
-        if (!piece.is_sparse) piece.lcn = saturating_add(piece.lcn, skipped);
+        if (!piece.is_sparse) piece.lcn = saturating_sum(piece.lcn, skipped);
         const bool ends_here = piece.clusters > last - vcn;
         if (piece.is_sparse && leave_out_sparse) {
             if (vcn == first) plan.head = 0;
@@ -153,22 +154,24 @@ cluster_plan plan_range(const run_index &runs, u32 cluster_size, u64 offset, u32
     return plan;
 }
 
-u64 clusters_on_medium(const disk_piece &piece, u32 cluster_size, u64 volume_offset,
-                       u64 medium_size)
+clusters_present clusters_on_medium(const disk_piece &piece, u32 cluster_size,
+                                    u64 volume_offset, u64 medium_size)
 {
-    if (piece.is_sparse || volume_offset >= medium_size) return 0;
-    const u64 room = (medium_size - volume_offset) / cluster_size;
-    return piece.lcn < room ? std::min(piece.clusters, room - piece.lcn) : 0;
+    if (piece.is_sparse || volume_offset >= medium_size) return {};
+    const u64 room = medium_size - volume_offset;
+    const auto before = [&piece](u64 end) {
+        return piece.lcn < end ? std::min(piece.clusters, end - piece.lcn) : 0;
+    };
+    const u64 whole = room / cluster_size;
+    return {before(whole), before(room % cluster_size != 0 ? whole + 1 : whole)};
 }
 
 bool cluster_position(const disk_piece &piece, u64 index, u32 cluster_size,
                       u64 volume_offset, u64 &position)
 {
     u64 lcn = 0;
-    u64 bytes = 0;
     return !__builtin_add_overflow(piece.lcn, index, &lcn) &&
-           !__builtin_mul_overflow(lcn, cluster_size, &bytes) &&
-           !__builtin_add_overflow(bytes, volume_offset, &position);
+           checked_position(lcn, cluster_size, volume_offset, position);
 }
 
 } // namespace hv

@@ -50,6 +50,9 @@ public:
     const std::vector<disk_piece> &pieces() const { return m_pieces; }
     /// The index of the piece that holds a cluster; the number of pieces if none does.
     std::size_t find(u64 vcn) const;
+    /// The index of the first piece that ends after cluster `vcn`; the number of pieces
+    /// if there is none.
+    std::size_t find_from(u64 vcn) const;
 
 private:
     void append(const disk_run &run, u64 vcn, u64 end);
@@ -75,11 +78,6 @@ struct cluster_plan {
         u64 bytes = 0;
     };
     share share_of(u64 first, u64 count) const;
-    /// Neither the first cluster nor one that is cut by the range's end.
-    bool is_middle(u64 cluster) const
-    {
-        return cluster != 0 && (cluster + 1 != clusters || tail == 0);
-    }
 };
 
 /// Plans a read of `length` bytes at `offset` of the file. A range that ends on a
@@ -89,10 +87,15 @@ struct cluster_plan {
 cluster_plan plan_range(const run_index &runs, u32 cluster_size, u64 offset, u32 length,
                         bool leave_out_sparse);
 
-/// How many of a piece's clusters lie on the medium whole, from its first on, if the
-/// volume begins at `volume_offset` of `medium_size` bytes.
-u64 clusters_on_medium(const disk_piece &piece, u32 cluster_size, u64 volume_offset,
-                       u64 medium_size);
+/// How many of a piece's clusters are on a medium, counted from its first one.
+struct clusters_present {
+    u64 whole = 0; ///< with all their bytes
+    u64 begun = 0; ///< with at least one byte
+};
+/// The clusters of a piece that a medium of `medium_size` bytes holds, if the volume
+/// begins at byte `volume_offset`. None of a sparse piece.
+clusters_present clusters_on_medium(const disk_piece &piece, u32 cluster_size,
+                                    u64 volume_offset, u64 medium_size);
 /// The byte position of cluster `index` of a piece. False if it passes 64 bits.
 bool cluster_position(const disk_piece &piece, u64 index, u32 cluster_size,
                       u64 volume_offset, u64 &position);

@@ -1,5 +1,6 @@
 #include "ntfs/hv_stream_reader.h"
 
+#include "disk/hv_cluster_delivery.h"
 #include "ntfs/hv_lznt1.h"
 #include "ntfs/hv_mft_entries_ctx.h"
 #include "ntfs/ntfs.h"
@@ -19,90 +20,6 @@ constexpr u64 max_unit = u64{32} << 20;
 // Small clusters make small units; reading several at once changes nothing but the
 // time.
 constexpr u64 min_plain_step = 0x40000;
-
-// Delivers the clusters of a plan one after the other, until one can't be read.
-class range_delivery {
-public:
-    range_delivery(const RAW_DISK_IO &disk, u64 volume_offset, const cluster_plan &plan,
-                   std::span<u8> out)
-        : m_disk(disk),
-          m_volume_offset(volume_offset),
-          m_plan(plan),
-          m_out(out)
-    {
-    }
-
-    void deliver()
-    {
-        for (const disk_piece &piece : m_plan.pieces)
-            if (left() == 0 || !deliver_piece(piece)) return;
-    }
-    u32 copied() const { return static_cast<u32>(m_copied); }
-    bool filled_sparse() const { return m_filled_sparse; }
-
-private:
-    u64 left() const { return m_out.size() - m_copied; }
-    bool deliver_piece(const disk_piece &piece);
-    bool deliver_stretch(const disk_piece &piece, u64 count);
-    bool deliver_cluster(const disk_piece &piece, u64 index);
-
-    const RAW_DISK_IO &m_disk;
-    u64 m_volume_offset;
-    const cluster_plan &m_plan;
-    std::span<u8> m_out;
-    u64 m_copied = 0;
-    u64 m_cluster = 0; ///< clusters of the plan that are done
-    bool m_filled_sparse = false;
-};
-
-bool range_delivery::deliver_piece(const disk_piece &piece)
-{
-    if (piece.is_sparse) {
-        const u64 bytes =
-            std::min(m_plan.share_of(m_cluster, piece.clusters).bytes, left());
-        std::ranges::fill(m_out.subspan(m_copied, bytes), u8{0});
-        m_copied += bytes;
-        m_cluster += piece.clusters;
-        m_filled_sparse = true;
-        return true;
-    }
-    const u64 inside = clusters_on_medium(piece, m_plan.cluster_size, m_volume_offset,
-                                          m_disk.get_size());
-    u64 i = inside != 0 && deliver_stretch(piece, inside) ? inside : 0;
-    for (; i < piece.clusters && left() != 0; ++i)
-        if (!deliver_cluster(piece, i)) return false;
-    return true;
-}
-
-// Reads the first clusters of a piece in one go: all of them, or none.
-bool range_delivery::deliver_stretch(const disk_piece &piece, u64 count)
-{
-    u64 position = 0;
-    const cluster_plan::share share = m_plan.share_of(m_cluster, count);
-    const u64 bytes = std::min(share.bytes, left());
-    if (!cluster_position(piece, 0, m_plan.cluster_size, m_volume_offset, position) ||
-        !m_disk.read_exact(m_out.data() + m_copied, bytes, position + share.begin))
-        return false;
-    m_copied += bytes;
-    m_cluster += count;
-    return true;
-}
-
-bool range_delivery::deliver_cluster(const disk_piece &piece, u64 index)
-{
-    u64 position = 0;
-    const cluster_plan::share share = m_plan.share_of(m_cluster, 1);
-    const u32 bytes = static_cast<u32>(std::min(share.bytes, left()));
-    u32 got = bytes;
-    if (!cluster_position(piece, index, m_plan.cluster_size, m_volume_offset,
-                          position) ||
-        __builtin_add_overflow(position, share.begin, &position) ||
-        !m_disk.read_checked(m_out.data() + m_copied, got, position))
-        return false;
-    m_copied += got;
-    ++m_cluster;
-    return got == bytes;
-}
 
 // How much of a non-resident attribute is read, in bytes.
 struct stream_extent {
@@ -216,7 +133,8 @@ try {
         return false;
     const cluster_plan plan = plan_range(runs, cluster_size, offset, size, leave_out);
     flags = plan.status;
-    range_delivery delivery(*disk, volume.get_volume_offset(), plan, {buffer, size});
+    cluster_delivery delivery(*disk, volume.get_volume_offset(), plan, {buffer, size},
+                              unreadable_cluster::ends_the_delivery);
     delivery.deliver();
     if (delivery.filled_sparse()) flags |= mapped_status::filled_sparse;
     if (delivery.copied() == 0) return false;

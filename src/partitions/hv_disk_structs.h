@@ -1,5 +1,6 @@
 #pragma once
 
+#include "base/hv_checked_math.h"
 #include "base/hv_types.h"
 
 #include <array>
@@ -8,19 +9,6 @@
 #include <vector>
 
 namespace hv {
-
-/// A sum, or a product, that stays at all ones where 64 bits can't hold it. As a place
-/// on a medium it lies behind every end.
-constexpr u64 saturating_sum(u64 a, u64 b)
-{
-    u64 sum = 0;
-    return __builtin_add_overflow(a, b, &sum) ? ~u64{0} : sum;
-}
-constexpr u64 saturating_product(u64 a, u64 b)
-{
-    u64 product = 0;
-    return __builtin_mul_overflow(a, b, &product) ? ~u64{0} : product;
-}
 
 /// One partition, or a reserved area of a disk.
 struct partition_entry {

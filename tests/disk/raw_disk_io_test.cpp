@@ -10,59 +10,95 @@
 
 using namespace hv;
 
-// clang-format off
 namespace {
 
-using mapped_result = std::tuple<bool, u64, std::string>; // success, status, what was delivered
-// The read as it is defined: cluster by cluster, each found by a walk of the list, each read into one
-// scratch buffer, of which a cluster that can't be read gives whatever it holds.
+constexpr u64 leave_out = mapped_status::leave_out_sparse;
+
+std::string sample_bytes(std::size_t count)
+{
+    std::string bytes(count, '\0');
+    for (std::size_t i = 0; i < count; ++i)
+        bytes[i] = static_cast<char>(i * 37 + i / 251 + 1);
+    return bytes;
+}
+
+// Success, status, and the bytes delivered.
+using mapped_result = std::tuple<bool, u64, std::string>;
+
+// The read as it is defined: cluster by cluster, each found by a walk of the list.
 struct mapped_model {
-    static constexpr u64 farthest = 1000; // behind it, clusters are no place
     std::string medium;
     u64 base = 0;
     u32 cluster_size = 0;
     std::vector<disk_run> runs;
 
-    mapped_result read(u64 offset, u32 length, bool leave_out) const
+    const disk_run *holder_of(u64 vcn) const
     {
-        const u64 c = cluster_size, first = offset / c, last = (offset + length) / c;
-        u64 head = offset % c, tail = (offset + length) % c;
-        u64 status = (first & 0xFFFF) != 0 ? 8 : last == first + 16 ? 56 : 24;
-        std::vector<std::pair<u64, bool>> list; // position on the medium, sparse
-        for (u64 v = first; v <= last; ++v) {
-            const auto run = std::ranges::find_if(runs, [v](auto &one) { return v >= one.vcn && v - one.vcn < one.clusters; });
-            const bool held = run != runs.end(), skipped = held && run->is_sparse && leave_out;
-            if (skipped && v == first) head = 0;
-            if (!held || (skipped && v == last)) tail = 0;
-            if (!held) break;
-            const u64 place = run->lcn < farthest ? (run->lcn + (v - run->vcn)) * c + base : ~u64{0};
-            if (!skipped) list.emplace_back(place, run->is_sparse);
+        const auto run = std::ranges::find_if(runs, [vcn](const disk_run &candidate) {
+            return vcn >= candidate.vcn && vcn - candidate.vcn < candidate.clusters;
+        });
+        return run == runs.end() ? nullptr : &*run;
+    }
+
+    std::string cluster(const disk_run &run, u64 vcn) const
+    {
+        std::string bytes;
+        if (!run.is_sparse && run.lcn < medium.size()) {
+            const u64 position = (run.lcn + (vcn - run.vcn)) * cluster_size + base;
+            if (position < medium.size()) bytes = medium.substr(position, cluster_size);
         }
-        std::string scratch(c, '\0'), out;
+        bytes.resize(cluster_size);
+        return bytes;
+    }
+
+    mapped_result read(u64 offset, u32 length, u64 status_in) const
+    {
+        const u64 c = cluster_size;
+        const u64 first = offset / c;
+        const u64 last = (offset + length) / c;
+        u64 head = offset % c;
+        u64 tail = (offset + length) % c;
+        u64 status = (first & 0xFFFF) != 0 ? 8 : last == first + 16 ? 56 : 24;
+        std::vector<std::pair<u64, const disk_run *>> list;
+        for (u64 vcn = first; vcn <= last; ++vcn) {
+            const disk_run *run = holder_of(vcn);
+            const bool skipped =
+                run != nullptr && run->is_sparse && status_in == leave_out;
+            if (skipped && vcn == first) head = 0;
+            if (run == nullptr || (skipped && vcn == last)) tail = 0;
+            if (run == nullptr) break;
+            if (!skipped) list.emplace_back(vcn, run);
+        }
+        std::string out;
         for (std::size_t i = 0; i < list.size() && out.size() < length; ++i) {
-            const auto [place, sparse] = list[i];
-            const bool is_last = i != 0 && i + 1 == list.size() && tail != 0;
-            u64 share = std::min(length - out.size(), i == 0 ? c - head : is_last ? tail : c);
-            if (!sparse && place < medium.size()) {
-                const std::string got = medium.substr(place, c);
-                scratch.replace(0, got.size(), got);
-                if (i != 0 && !is_last) share = std::min<u64>(share, got.size());
-            }
-            if (sparse && !leave_out) status |= 2;
-            out += sparse ? std::string(share, '\0') : scratch.substr(i == 0 ? head : 0, share);
+            const auto [vcn, run] = list[i];
+            const bool is_cut = i != 0 && i + 1 == list.size() && tail != 0;
+            const u64 share = i == 0 ? c - head : is_cut ? tail : c;
+            if (run->is_sparse) status |= mapped_status::filled_sparse;
+            out += cluster(*run, vcn).substr(i == 0 ? head : 0,
+                                             std::min(length - out.size(), share));
         }
         return {true, status, out};
     }
 };
 
-std::string sample_bytes(std::size_t count)
+mapped_result read_mapped(const RAW_DISK_IO &disk, const run_index &runs,
+                          u32 cluster_size, u64 offset, u32 length, u64 status = 0)
 {
-    std::string bytes(count, '\0');
-    for (std::size_t i = 0; i < count; ++i) bytes[i] = static_cast<char>(i * 37 + i / 251 + 1);
-    return bytes;
+    std::vector<u8> buffer(length, 0xEE);
+    const bool good =
+        disk.read_mapped(runs, cluster_size, offset, buffer.data(), length, status);
+    buffer.resize(std::min<std::size_t>(buffer.size(), length));
+    return {good, status, {buffer.begin(), buffer.end()}};
 }
 
-} // namespace
+// What a mapped read of the attached file delivers; "(failed)" for none.
+std::string read_attached(const RAW_DISK_IO &disk, u64 offset, u32 length)
+{
+    std::vector<u8> buffer(length, 0xEE);
+    if (!disk.read(buffer.data(), length, offset, true)) return "(failed)";
+    return {buffer.begin(), buffer.begin() + length};
+}
 
 TEST(RawDiskIo, ClipsReadsAtTheEnd)
 {
@@ -71,17 +107,29 @@ TEST(RawDiskIo, ClipsReadsAtTheEnd)
     const RAW_DISK_IO disk(dir.write_file("image", bytes));
     std::vector<u8> buffer(2000);
     u32 length = 4;
-    for (const auto &[offset, wanted, good, delivered] : {
-             std::tuple<u64, u32, bool, u32>{0, 2000, true, 1000}, {999, 10, true, 1}, {300, 5, true, 5},
-             {1000, 1, false, 1}, {0, 0, false, 0}, {~u64{0}, 8, false, 8}, {~u64{7}, 8, false, 8}}) {
+    for (const auto &[offset, wanted, good, delivered] :
+         {std::tuple<u64, u32, bool, u32>{0, 2000, true, 1000},
+          {999, 10, true, 1},
+          {300, 5, true, 5},
+          {1000, 1, false, 1},
+          {0, 0, false, 0},
+          {~u64{0}, 8, false, 8},
+          {~u64{7}, 8, false, 8}}) {
         EXPECT_EQ(disk.read(buffer.data(), length = wanted, offset), good) << offset;
         EXPECT_EQ(length, delivered) << offset;
-        if (good) { EXPECT_EQ(std::string(buffer.begin(), buffer.begin() + length), bytes.substr(offset, length)); }
+        if (!good) continue;
+        EXPECT_EQ(std::string(buffer.begin(), buffer.begin() + length),
+                  bytes.substr(offset, length));
     }
-    EXPECT_TRUE(disk.read_unbounded(buffer.data(), length = 4, 998, true) && length == 2);
-    EXPECT_TRUE(disk.read_unbounded(buffer.data(), length = 4, 2000, true) && length == 0);
-    EXPECT_FALSE(disk.read_unbounded(buffer.data(), length = 4, ~u64{1}, true));
-    EXPECT_TRUE(disk.read_exact(buffer.data(), 4, 996) && !disk.read_exact(buffer.data(), 4, 997));
+    for (const auto &[offset, good, delivered] :
+         {std::tuple<u64, bool, u32>{998, true, 2},
+          {2000, true, 0},
+          {~u64{1}, false, 4}}) {
+        EXPECT_EQ(disk.read_unbounded(buffer.data(), length = 4, offset, true), good);
+        EXPECT_EQ(length, delivered) << offset;
+    }
+    EXPECT_TRUE(disk.read_exact(buffer.data(), 4, 996));
+    EXPECT_FALSE(disk.read_exact(buffer.data(), 4, 997));
 }
 
 TEST(RawDiskIo, OpensWhatItCanRead)
@@ -90,17 +138,23 @@ TEST(RawDiskIo, OpensWhatItCanRead)
     ASSERT_EQ(mkfifo((dir / "fifo").c_str(), 0600), 0);
     const std::string file = dir.write_file("file", "ab");
     const auto plain = disk_access::file;
-    for (const auto &[path, access, open, readable] : {
-             std::tuple{file, plain, true, true}, {file, disk_access::drive, true, true}, {std::string(), plain, false, false},
-             {file, disk_access::vmdk, false, false}, {dir / "missing", plain, true, false}, {dir / "fifo", plain, true, false},
-             {dir.path, plain, true, false}}) {
+    for (const auto &[path, access, open, readable] :
+         {std::tuple{file, plain, true, true},
+          {file, disk_access::drive, true, true},
+          {std::string(), plain, false, false},
+          {file, disk_access::vmdk, false, false},
+          {dir / "missing", plain, true, false},
+          {dir / "fifo", plain, true, false},
+          {dir.path, plain, true, false}}) {
         const RAW_DISK_IO disk(path, access);
         u8 byte = 0;
         u32 length = 1;
-        EXPECT_TRUE(disk.is_open() == open && disk.read(&byte, length, 0) == readable) << path;
+        EXPECT_EQ(disk.is_open(), open) << path;
+        EXPECT_EQ(disk.read(&byte, length, 0), readable) << path;
     }
     testing::internal::CaptureStderr();
-    EXPECT_FALSE(RAW_DISK_IO(20).is_open() || RAW_DISK_IO(25, plain).is_open());
+    EXPECT_FALSE(RAW_DISK_IO(20).is_open());
+    EXPECT_FALSE(RAW_DISK_IO(25, plain).is_open());
     EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
 }
 
@@ -118,32 +172,32 @@ TEST(RawDiskIo, MapsLikeClusterByCluster)
             const std::string path = dir.write_file("image", model.medium);
             disk = std::make_unique<RAW_DISK_IO>(path);
             disk->attach_runs(c, {}, 0, model.base);
-            // What was there when the target was opened, and no longer is, reads as zeros.
-            const std::size_t left = below(2) == 0 ? model.medium.size() : 41 * c + c / 3;
-            std::filesystem::resize_file(path, left);
-            model.medium.replace(left, model.medium.npos, model.medium.size() - left, '\0');
+            // What was there when the target was opened, and no longer is, is zeros.
+            const std::size_t kept =
+                below(2) == 0 ? model.medium.size() : 41 * c + c / 3;
+            std::filesystem::resize_file(path, kept);
+            std::fill(model.medium.begin() + static_cast<std::ptrdiff_t>(kept),
+                      model.medium.end(), '\0');
         }
         model.runs.clear();
         const bool ascending = below(2) == 0;
         u64 vcn = below(3);
         for (u64 n = 1 + below(8); n > 0; --n) {
-            disk_run run{below(62), ascending ? vcn : below(24), below(5) == 0, static_cast<u32>(below(7))};
+            disk_run run{below(62), ascending ? vcn : below(24), below(5) == 0,
+                         static_cast<u32>(below(7))};
             if (below(9) == 0) run.lcn = ~u64{0} - below(3);
-            if (below(3) == 0 && n < 3 && !model.runs.empty()) run.lcn = model.runs.back().lcn + model.runs.back().clusters;
+            if (below(3) == 0 && n < 3 && !model.runs.empty())
+                run.lcn = model.runs.back().lcn + model.runs.back().clusters;
             vcn += run.clusters + (below(12) == 0 ? 1 : 0);
             model.runs.push_back(run);
         }
         const u32 c = model.cluster_size;
         const u64 offset = below(20 * c);
         const u32 length = static_cast<u32>(1 + below(20 * c));
-        const bool leave_out = below(2) == 0;
-        std::vector<u8> buffer(length, 0xEE);
-        u32 delivered = length;
-        u64 status = leave_out ? 1 : 0;
-        const bool good = disk->read_mapped(model.runs, c, offset, buffer.data(), delivered, status);
-        ASSERT_LE(delivered, length);
-        const mapped_result got{good, status, {buffer.begin(), buffer.begin() + delivered}};
-        ASSERT_EQ(got, model.read(offset, length, leave_out)) << "cluster size " << c << " round " << round;
+        const u64 status = below(2) == 0 ? leave_out : 0;
+        ASSERT_EQ(read_mapped(*disk, model.runs, c, offset, length, status),
+                  model.read(offset, length, status))
+            << "cluster size " << c << " round " << round;
     }
 }
 
@@ -151,34 +205,92 @@ TEST(RawDiskIo, ReadsAnAttachedFile)
 {
     const test_support::temp_dir dir;
     RAW_DISK_IO disk(dir.write_file("image", "_ABCDEFGH"));
-    u8 buffer[8] = {};
-    u32 length = 8;
-    // In the order of the file, the clusters of two bytes are GH, a hole, AB; then the runs end.
+    // The clusters of two bytes are GH, a hole, AB; then the runs end.
     disk.attach_runs(2, {{3, 0, false, 1}, {0, 1, true, 1}, {0, 2, false, 1}}, 6, 1);
-    ASSERT_TRUE(disk.read(buffer, length, 1, true));
-    EXPECT_EQ(std::string(buffer, buffer + length), std::string("H\0\0AB", 5));
-    EXPECT_TRUE(disk.read_run_cluster(4, buffer, length = 4) && length == 4 && buffer[3] == 'H');
-    EXPECT_FALSE(disk.read_run_cluster(4, buffer, length = 3) || disk.read_run_cluster(~u64{0}, buffer, length = 2));
-    EXPECT_FALSE(disk.read(buffer, length = 1, 9, true)) << "the end of the target bounds mapped positions as well";
+    EXPECT_EQ(read_attached(disk, 1, 8), std::string("H\0\0AB", 5));
+    EXPECT_EQ(read_attached(disk, 9, 1), "");
+    u8 buffer[4] = {};
+    u32 length = 4;
+    EXPECT_TRUE(disk.read_run_cluster(4, buffer, length));
+    EXPECT_EQ(std::string(buffer, buffer + length), "EFGH");
+    EXPECT_FALSE(disk.read_run_cluster(4, buffer, length = 3));
+    EXPECT_FALSE(disk.read_run_cluster(~u64{0}, buffer, length = 2));
     disk.attach_runs(2, {{3, 0, false, 1}}, 0, 1);
-    EXPECT_TRUE(disk.read(buffer, length = 1, 0, true) && buffer[0] == '_');
+    EXPECT_EQ(read_attached(disk, 0, 1), "_") << "nothing is attached any more";
+}
+
+// A truncated image: of a file, the clusters that were cut off are zeros, and those
+// after them are still found.
+TEST(RawDiskIo, ReadsZerosAfterTheEndOfTheMedium)
+{
+    const test_support::temp_dir dir;
+    RAW_DISK_IO disk(dir.write_file("image", "_AAAABBBBCC"));
+    constexpr u64 none = RAW_DISK_IO::not_on_medium;
+    // Clusters of four bytes: B, a missing one, A, the half of C, two missing, a hole,
+    // B.
+    disk.attach_runs(4,
+                     {{1, 0, false, 1},
+                      {1000, 1, false, 1},
+                      {0, 2, false, 1},
+                      {2, 3, false, 3},
+                      {0, 6, true, 1},
+                      {1, 7, false, 1}},
+                     32, 1);
+    const std::string file =
+        std::string("BBBB\0\0\0\0AAAACC", 14) + std::string(14, '\0') + "BBBB";
+    for (u32 length = 1; length <= file.size(); ++length)
+        for (u64 offset = 0; offset + length <= file.size(); ++offset)
+            ASSERT_EQ(read_attached(disk, offset, length), file.substr(offset, length))
+                << offset << " " << length;
+    for (const auto &[position, next] : {std::pair<u64, u64>{0, 0},
+                                         {3, 3},
+                                         {4, 8},
+                                         {7, 8},
+                                         {15, 15},
+                                         {16, 28},
+                                         {24, 28},
+                                         {31, 31},
+                                         {32, none},
+                                         {~u64{0}, none}})
+        EXPECT_EQ(disk.next_on_medium(position), next) << position;
+    disk.attach_runs(4, {{3, 0, false, 1}}, 4, 1);
+    EXPECT_EQ(disk.next_on_medium(0), none);
+    disk.attach_runs(4, {}, 0, 1);
+    EXPECT_EQ(disk.next_on_medium(10), 10u);
+    EXPECT_EQ(disk.next_on_medium(11), none);
 }
 
 TEST(RawDiskIo, PassesOverMissingClustersAtOnce)
 {
     const test_support::temp_dir dir;
-    const RAW_DISK_IO disk(dir.write_file("image", "ab"));
-    // Holes of 2^32 - 1 clusters each, the last first, and one real cluster behind them all.
-    const u64 end = u64{99999} * 40000 + 0xFFFFFFFF;
-    std::vector<disk_run> runs;
-    for (u64 i = 0; i < 100000; ++i) runs.push_back({0, (99999 - i) * 40000, true, 0xFFFFFFFF});
-    runs.push_back({0, end, false, 1});
-    for (const auto &[offset, wanted, delivered] : {
-             std::tuple<u64, u32, u32>{0, 0xFFFFFFFF, 0}, {end - 2, 4, 1}, {end, 4, 1}, {~u64{1}, 4, 0}}) {
-        u8 buffer[4] = {};
-        u32 length = wanted;
-        u64 status = mapped_status::leave_out_sparse;
-        EXPECT_TRUE(disk.read_mapped(runs, 1, offset, buffer, length, status)) << offset;
-        EXPECT_TRUE(length == delivered && (length == 0 || buffer[0] == 'a')) << offset;
-    }
+    RAW_DISK_IO disk(dir.write_file("image", "ab"));
+    constexpr u32 longest = 0xFFFFFFFF;
+    // Holes of 2^32 - 1 clusters each, the last first, and one real cluster after them.
+    const u64 end = u64{99999} * 40000 + longest;
+    std::vector<disk_run> holes;
+    for (u64 i = 0; i < 100000; ++i)
+        holes.push_back({0, (99999 - i) * 40000, true, longest});
+    holes.push_back({0, end, false, 1});
+    const run_index index(holes);
+    for (const auto &[offset, delivered] :
+         {std::pair<u64, std::string>{end - 2, "a"}, {end, "a"}, {~u64{4}, ""}})
+        EXPECT_EQ(
+            std::get<std::string>(read_mapped(disk, index, 1, offset, 4, leave_out)),
+            delivered);
+    u8 byte = 0xEE;
+    u32 length = longest;
+    u64 status = leave_out;
+    EXPECT_TRUE(disk.read_mapped(index, 1, 0, &byte, length, status));
+    EXPECT_EQ(length, 0u);
+
+    // More than 2^40 clusters far outside the medium, and one on it.
+    std::vector<disk_run> missing;
+    for (u64 i = 0; i < 300; ++i)
+        missing.push_back({1000 + i * longest, i * longest, false, longest});
+    missing.push_back({1, u64{300} * longest, false, 1});
+    disk.attach_runs(1, missing, u64{300} * longest + 1, 0);
+    EXPECT_EQ(disk.next_on_medium(1), u64{300} * longest);
+    EXPECT_EQ(read_attached(disk, u64{300} * longest - 2, 4), std::string("\0\0b", 3));
 }
+
+} // namespace
