@@ -1,5 +1,6 @@
 #include "run/volume_modes.h"
 
+#include "base/hv_checked_math.h"
 #include "base/hv_console.h"
 #include "ntfs/hv_volume_refusal.h"
 #include "ntfs/ntfs.h"
@@ -12,8 +13,6 @@
 #include "scan/shadow_scan.h"
 #include "scan/unalloc_scan.h"
 #include "trash/classify.h"
-
-#include <algorithm>
 
 namespace hv {
 
@@ -56,12 +55,12 @@ void log_store_count(const run_options &options, const _trash_inodes &collection
               static_cast<unsigned long long>(collection.records.size()));
 }
 
-// Lets the disk read the $MFT as one flat range.
+// Lets the disk read the $MFT as one flat range. Its size is what its runs claim, which
+// may be more than a truncated image has.
 mft_on_volume attach_mft(const CNtfs &volume, RAW_DISK_IO &disk)
 {
-    // Hostile runs may claim more than the medium has.
-    const u64 length = std::min(
-        volume.get_mft_entry_count() * volume.get_mft_record_size(), disk.get_size());
+    const u64 length =
+        saturating_product(volume.get_mft_entry_count(), volume.get_mft_record_size());
     disk.attach_runs(volume.get_cluster_size(), volume.get_mft_runs(), length,
                      volume.get_volume_offset());
     return {.disk = disk,

@@ -1,5 +1,6 @@
 #include "scan/list_follower.h"
 
+#include "base/hv_checked_math.h"
 #include "ntfs/hv_attribute_list.h"
 
 #include <algorithm>
@@ -36,8 +37,7 @@ bool list_follower::read_extension(u64 entry, std::vector<u8> &record)
 {
     u64 position = 0;
     if (m_extension_reads == 0 ||
-        __builtin_mul_overflow(entry, m_record_size, &position) ||
-        __builtin_add_overflow(position, m_source.base_offset, &position))
+        !checked_position(entry, m_record_size, m_source.base_offset, position))
         return false;
     --m_extension_reads;
     record.resize(m_record_size);
@@ -61,8 +61,8 @@ bool list_follower::take_cluster(std::vector<u8> &bytes, const flat_run &run, u3
     u64 position = 0;
     if (bytes.size() + m_cluster_size > std::max<u64>(max_list_bytes, m_cluster_size) ||
         m_list_bytes < m_cluster_size || run.delta == 0 ||
-        __builtin_mul_overflow(run.lcn + index, m_cluster_size, &position) ||
-        __builtin_add_overflow(position, m_source.disk.map_base(), &position) ||
+        !checked_position(run.lcn + index, m_cluster_size, m_source.disk.map_base(),
+                          position) ||
         position >= m_source.disk.get_size())
         return false;
     m_list_bytes -= m_cluster_size;

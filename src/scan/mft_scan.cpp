@@ -29,7 +29,9 @@ bool scan(_trash_inodes &collection, const scan_source &source,
     };
     collection.directories.clear();
     if (scan_records(source, parse, keep_wanted, show_progress))
-        build_directory_paths(collection, directory_text_budget(source.total_size));
+        build_directory_paths(
+            collection,
+            directory_text_budget(std::min(source.total_size, source.disk.get_size())));
     return !collection.bin_directories.empty();
 }
 

@@ -1,5 +1,6 @@
 #include "scan/mft_walk.h"
 
+#include "base/hv_checked_math.h"
 #include "base/hv_console.h"
 #include "scan/list_follower.h"
 
@@ -62,14 +63,23 @@ public:
     {
         const u64 block = block_records * m_record_size;
         const u64 chunk = std::max(large_read / block, u64{1}) * block;
-        std::vector<u8> buffer(std::min(chunk, m_source.total_size + block));
-        for (u64 at = 0; at < m_source.total_size; at += chunk)
-            if (!scan_chunk(at, std::min(chunk, m_source.total_size - at), block,
-                            buffer))
-                return;
+        const u64 total = m_source.total_size;
+        std::vector<u8> buffer(std::min(chunk, saturating_sum(total, block)));
+        for (u64 at = next_chunk(0, chunk); at < total;
+             at = next_chunk(saturating_sum(at, chunk), chunk))
+            if (!scan_chunk(at, std::min(chunk, total - at), block, buffer)) return;
     }
 
 private:
+    // The first chunk, at or after a position, of which the medium has anything: the
+    // runs of a truncated image may lead far from it, and back.
+    u64 next_chunk(u64 at, u64 chunk) const
+    {
+        if (!m_source.mapped || at >= m_source.total_size) return at;
+        const u64 next = m_source.disk.next_on_medium(at);
+        return next == RAW_DISK_IO::not_on_medium ? next : next / chunk * chunk;
+    }
+
     bool read(u8 *buffer, u32 &length, u64 position) const
     {
         u64 on_disk = 0;

@@ -1,5 +1,6 @@
 #include "scan/unalloc_scan.h"
 
+#include "base/hv_checked_math.h"
 #include "base/hv_console.h"
 #include "disk/hv_medium_reader.h"
 #include "ntfs/hv_stream_reader.h"
@@ -125,9 +126,8 @@ private:
     // False for a cluster that begins after the end of the medium.
     bool position_of(u64 cluster, u64 &position) const
     {
-        return !__builtin_mul_overflow(cluster, m_cluster_size, &position) &&
-               !__builtin_add_overflow(position, m_volume.get_volume_offset(),
-                                       &position) &&
+        return checked_position(cluster, m_cluster_size, m_volume.get_volume_offset(),
+                                position) &&
                position < m_disk.get_size();
     }
 
