@@ -1,5 +1,5 @@
-// Makes the sample bin that comes along under examples/: two bins, as a Windows 10 and
-// a Windows XP would leave them. Usage: make_sample_bin FOLDER
+// Makes the sample of examples/bin: two bins, as Windows 10 and Windows XP leave them.
+// Usage: make_sample_bin FOLDER
 
 #include "samples/record_builders.h"
 
@@ -13,12 +13,6 @@ namespace {
 namespace fs = std::filesystem;
 using namespace test_support;
 
-// Windows counts 100 ns ticks from 1601, 11644473600 seconds before 1970.
-constexpr std::uint64_t ticks(std::uint64_t unix_seconds, std::uint64_t milliseconds)
-{
-    return (unix_seconds + 11644473600) * 10000000 + milliseconds * 10000;
-}
-
 void write(const fs::path &path, const std::string &bytes)
 {
     fs::create_directories(path.parent_path());
@@ -27,14 +21,14 @@ void write(const fs::path &path, const std::string &bytes)
 
 void write(const fs::path &path, const byte_vector &bytes)
 {
-    write(path, std::string(bytes.begin(), bytes.end()));
+    write(path, text(bytes));
 }
 
 void make_recent_bin(const fs::path &user)
 {
     // 2024-03-05 09:41:17.250 UTC, and later moments of the same morning
-    const std::uint64_t first = ticks(1709631677, 250);
-    const std::uint64_t second = ticks(1709632040, 7);
+    const u64 first = filetime(1709631677, 250);
+    const u64 second = filetime(1709632040, 7);
     write(user / "desktop.ini", "[.ShellClassInfo]\r\n");
     write(user / "$IA1B2C3.docx",
           dollar_i_builder()
@@ -53,7 +47,7 @@ void make_recent_bin(const fs::path &user)
     write(user / "$IM4N5P6.jpg", dollar_i_builder()
                                      .path(u"D:\\Bilder\\K\u00f6ln.jpg")
                                      .size(5000000000)
-                                     .time(ticks(1709633111, 999))
+                                     .time(filetime(1709633111, 999))
                                      .bytes());
     write(user / "$RX9Y8Z7.pdf", "the metadata of this one is gone");
 }
@@ -63,8 +57,8 @@ void make_old_bin(const fs::path &user)
     // 2007-11-02 and 2007-11-03
     const byte_vector file = info2_file(
         {{"C:\\WINDOWS\\setup.log", u"C:\\WINDOWS\\setup.log", 1, 2,
-          ticks(1194003662, 437), 8192},
-         {"C:\\boot.bak", u"C:\\boot.bak", 2, 2, ticks(1194077100, 15), 4096}});
+          filetime(1194003662, 437), 8192},
+         {"C:\\boot.bak", u"C:\\boot.bak", 2, 2, filetime(1194077100, 15), 4096}});
     write(user / "INFO2", file);
     write(user / "Dc2.bak", "[boot loader]\r\n");
 }

@@ -1,12 +1,11 @@
 // Makes a small NTFS volume with the bin of a Windows 10 in it: what make_sample_bin
-// writes as files, and what only a volume can hold, among it a shadow copy from the
-// time when the bin had one file more. Usage: make_sample_volume FILE
+// writes as files, and what only a volume can hold, such as a shadow copy from the time
+// when the bin had one more file. Usage: make_sample_volume FILE
 
 #include "samples/ntfs_volume_builder.h"
 #include "samples/security_structures.h"
 #include "samples/shadow_structures.h"
 
-#include <algorithm>
 #include <fstream>
 #include <iostream>
 #include <string>
@@ -15,39 +14,28 @@ namespace {
 
 using namespace test_support;
 
-// Windows counts 100 ns ticks from 1601, 11644473600 seconds before 1970.
-constexpr std::uint64_t ticks(std::uint64_t unix_seconds, std::uint64_t milliseconds)
-{
-    return (unix_seconds + 11644473600) * 10000000 + milliseconds * 10000;
-}
-
 // 2024-03-05 09:13:20.500 UTC, 09:41:17.250, and later moments of the same morning
-constexpr std::uint64_t before = ticks(1709630000, 500);
-constexpr std::uint64_t first = ticks(1709631677, 250);
-constexpr std::uint64_t second = ticks(1709632040, 7);
-constexpr std::uint64_t third = ticks(1709633111, 999);
+constexpr u64 before = filetime(1709630000, 500);
+constexpr u64 first = filetime(1709631677, 250);
+constexpr u64 second = filetime(1709632040, 7);
+constexpr u64 third = filetime(1709633111, 999);
 
-constexpr std::uint64_t user = 65; // the entry of the user's folder
+constexpr u64 user = 65; // the entry of the user's folder
 
-constexpr std::uint64_t clusters = 640;
-constexpr int forgotten_cluster = 600; // far behind all that is in use
-constexpr int store_cluster = 512;     // at a block of the shadow copies
+constexpr u64 clusters = 640;
+constexpr u64 forgotten_cluster = 600; // far beyond all that is in use
+constexpr u64 store_cluster = 512;     // at a block of the shadow copies
 
-constexpr std::uint32_t owner_id = 256;
+constexpr u32 owner_id = 256;
 
-byte_vector text(std::string_view content)
-{
-    return {content.begin(), content.end()};
-}
-
-ntfs_times all_at(std::uint64_t time)
+ntfs_times all_at(u64 time)
 {
     return {time, time, time, time};
 }
 
 // The record of a deletion: it is written at that time, and not changed later.
-ntfs_item record(std::uint64_t entry, std::string name, std::u16string path,
-                 std::uint64_t size, std::uint64_t deleted)
+ntfs_item record(u64 entry, std::string name, std::u16string path, u64 size,
+                 u64 deleted)
 {
     return {
         .entry = entry,
@@ -59,15 +47,14 @@ ntfs_item record(std::uint64_t entry, std::string name, std::u16string path,
         .times = all_at(deleted)};
 }
 
-ntfs_item item(std::uint64_t entry, std::uint64_t parent, std::string name,
-               std::string_view content = {})
+ntfs_item item(u64 entry, u64 parent, std::string name, std::string_view content = {})
 {
     return {.entry = entry,
             .parent = parent,
             .name = std::move(name),
-            .data = text(content),
+            .data = bytes_of(content),
             .security_id = owner_id,
-            .times = all_at(ticks(1706774400, 0))}; // 2024-02-01 08:00:00
+            .times = all_at(filetime(1706774400, 0))}; // 2024-02-01 08:00:00
 }
 
 void add_bin(ntfs_volume_builder &volume)
@@ -89,13 +76,13 @@ void add_bin(ntfs_volume_builder &volume)
 }
 
 // The document came from the web. One file was taken out of the bin again; of another
-// there is only a name, behind the end of the folder's index.
+// only a name is left, after the end of the folder's index.
 void add_traces(ntfs_volume_builder &volume)
 {
     volume.stream({.entry = 68,
                    .name = "Zone.Identifier",
-                   .data = text("[ZoneTransfer]\r\nZoneId=3\r\n"
-                                "HostUrl=https://example.org/offer.docx\r\n")});
+                   .data = bytes_of("[ZoneTransfer]\r\nZoneId=3\r\n"
+                                    "HostUrl=https://example.org/offer.docx\r\n")});
     ntfs_item restored =
         record(76, "$IQ7R8S9.txt", u"C:\\Users\\ada\\Desktop\\todo.txt", 812, before);
     restored.in_use = false;
@@ -131,33 +118,30 @@ ntfs_volume_builder whole_volume()
 }
 
 // A free cluster still holds the record of metadata whose entry was given to another
-// file long ago: where an older $MFT or a copy of one lay, for example.
+// file long ago: an older $MFT was there, or a copy of one.
 void add_forgotten_record(ntfs_volume &volume)
 {
-    constexpr std::uint64_t entry = 90;
+    constexpr u64 entry = 90;
     const ntfs_volume older =
         whole_volume()
             .file(record(entry, "$IW4X5Y6.pst", u"C:\\Users\\ada\\mail\\archive.pst",
                          73400320, before))
             .build_volume();
-    const auto from =
-        older.image.begin() + static_cast<std::ptrdiff_t>(older.record_position(entry));
-    const auto to = volume.image.begin() + std::ptrdiff_t{forgotten_cluster} * 4096;
-    std::copy(from, from + 1024, to);
+    put_bytes(volume.image, forgotten_cluster * 4096, older.record(entry));
 }
 
 // When the shadow copy was made, the bin still had a file that was purged since, and
 // the copy has kept the block of the $MFT with its record.
 ntfs_volume build_with_shadow_copy()
 {
-    constexpr std::uint64_t entry = 92;
+    constexpr u64 entry = 92;
     const auto add_files = [](ntfs_volume_builder volume, const byte_vector &kept) {
-        const std::uint64_t area = std::uint64_t{store_cluster} * 4096;
+        const u64 area = store_cluster * 4096;
         const shadow_store store{.created = first,
                                  .block_list = area + shadow_block_size,
                                  .header = area,
                                  .bitmap = area + 2 * shadow_block_size,
-                                 .reference = 82 | std::uint64_t{1} << 48};
+                                 .reference = 82 | u64{1} << 48};
         const std::string id = "{01010101-0101-0101-0101-010101010101}";
         return volume.directory(item(80, 5, "System Volume Information"))
             .file({.entry = 81,
@@ -172,17 +156,17 @@ ntfs_volume build_with_shadow_copy()
                        joined({shadow_store_header(store, u"ada-pc", u"ada-pc"), kept}),
                    .stored = {.runs = {{store_cluster, 16}}, .valid_size = 0}});
     };
-    // The same volume then: all lies where it does now.
+    // The same volume at that time: everything is where it is now.
     const byte_vector no_blocks(3 * shadow_block_size);
     const ntfs_volume then =
         add_files(whole_volume(), no_blocks)
             .file(record(entry, "$IZ1Y2X3.zip", u"C:\\Users\\ada\\purged.zip", 5242880,
                          before))
             .build_volume();
-    const std::uint64_t record_at = then.record_position(entry);
-    const std::uint64_t block = record_at - record_at % shadow_block_size;
+    const u64 record_at = then.record_position(entry);
+    const u64 block = record_at - record_at % shadow_block_size;
     const auto kept = then.image.begin() + static_cast<std::ptrdiff_t>(block);
-    const std::uint64_t area = std::uint64_t{store_cluster} * 4096;
+    const u64 area = store_cluster * 4096;
     return add_files(whole_volume(),
                      joined({shadow_descriptors({{block, area + 3 * shadow_block_size}},
                                                 area + shadow_block_size),

@@ -7,8 +7,8 @@
 namespace test_support {
 
 /// The entries of the bin and of the folder of its user.
-inline constexpr std::uint64_t bin_entry = 64;
-inline constexpr std::uint64_t user_entry = 65;
+inline constexpr u64 bin_entry = 64;
+inline constexpr u64 user_entry = 65;
 
 /// A volume with the bin of one user, and nothing in it.
 inline ntfs_volume_builder empty_bin(const std::string &bin = "$Recycle.Bin",
@@ -20,17 +20,15 @@ inline ntfs_volume_builder empty_bin(const std::string &bin = "$Recycle.Bin",
 }
 
 /// A file or folder, in the folder of the user if no other parent is named.
-inline ntfs_item bin_item(std::uint64_t entry, const std::string &name,
-                          std::string_view content = {},
-                          std::uint64_t parent = user_entry)
+inline ntfs_item bin_item(u64 entry, const std::string &name,
+                          std::string_view content = {}, u64 parent = user_entry)
 {
     return {.entry = entry, .parent = parent, .name = name, .data = bytes_of(content)};
 }
 
 /// A `$I` file that states the original path.
-inline ntfs_item bin_metadata(std::uint64_t entry, const std::string &name,
-                              const std::u16string &path,
-                              std::uint64_t parent = user_entry)
+inline ntfs_item bin_metadata(u64 entry, const std::string &name,
+                              const std::u16string &path, u64 parent = user_entry)
 {
     return bin_item(entry, name, text(metadata(path)), parent);
 }
@@ -65,33 +63,32 @@ inline ntfs_volume_builder recent_bin()
 /// "C:\carved" is only in a store, and the record of a `$I` file with "C:\gone" only in
 /// a free cluster.
 struct forgotten_bin {
-    static constexpr std::uint32_t cluster_size = 1024;
-    static constexpr std::uint64_t store_entry = 73;
+    static constexpr u32 cluster_size = 1024;
+    static constexpr u64 store_entry = 73;
     // Where these begin, in clusters.
-    static constexpr std::uint64_t catalog = 680;
-    static constexpr std::uint64_t store = 700;
-    static constexpr std::uint64_t store_header = 720;
-    static constexpr std::uint64_t free_record = 740;
+    static constexpr u64 catalog = 680;
+    static constexpr u64 store = 700;
+    static constexpr u64 store_header = 720;
+    static constexpr u64 free_record = 740;
 
     static ntfs_volume build()
     {
         const ntfs_volume gone =
             empty_bin().file(bin_metadata(80, "$IGONE12", u"C:\\gone")).build_volume();
         const shadow_store one{.header = store_header * cluster_size,
-                               .reference = store_entry | std::uint64_t{1} << 48};
+                               .reference = store_entry | u64{1} << 48};
+        ntfs_item list =
+            bin_item(store_entry, "store", text(info2_file({{.path = u"C:\\carved"}})),
+                     shadow_folder);
+        list.stored = {.runs = {{store, 1}}, .valid_size = 0};
         ntfs_volume_builder builder = empty_bin();
-        ntfs_volume volume =
-            add_catalog(builder, shadow_catalog({one}),
-                        {.runs = {{catalog, 16}}, .valid_size = 0})
-                .cluster_size(cluster_size)
-                .clusters(760)
-                .file(bin_metadata(66, "$IAB12CD.txt", u"C:\\a.txt"))
-                .file({.entry = store_entry,
-                       .parent = shadow_folder,
-                       .name = "store",
-                       .data = info2_file({{.path = u"C:\\carved"}}),
-                       .stored = {.runs = {{store, 1}}, .valid_size = 0}})
-                .build_volume();
+        ntfs_volume volume = add_catalog(builder, shadow_catalog({one}),
+                                         {.runs = {{catalog, 16}}, .valid_size = 0})
+                                 .cluster_size(cluster_size)
+                                 .clusters(760)
+                                 .file(bin_metadata(66, "$IAB12CD.txt", u"C:\\a.txt"))
+                                 .file(list)
+                                 .build_volume();
         put_bytes(volume.image, store_header * cluster_size,
                   shadow_store_header(one, u"machine", u"service"));
         put_bytes(volume.image, free_record * cluster_size, gone.record(80));

@@ -15,60 +15,33 @@ namespace test_support {
 
 /// A stretch of clusters.
 struct extent {
-    std::uint64_t lcn = 0; ///< `hole` where nothing is stored
-    std::uint64_t clusters = 0;
+    u64 lcn = 0; ///< `hole` where nothing is stored
+    u64 clusters = 0;
 };
-inline constexpr std::uint64_t hole = ~std::uint64_t{0};
+inline constexpr u64 hole = ~u64{0};
 
 namespace ntfs_type {
-inline constexpr std::uint32_t standard_information = 0x10;
-inline constexpr std::uint32_t attribute_list = 0x20;
-inline constexpr std::uint32_t file_name = 0x30;
-inline constexpr std::uint32_t volume_name = 0x60;
-inline constexpr std::uint32_t volume_information = 0x70;
-inline constexpr std::uint32_t data = 0x80;
-inline constexpr std::uint32_t index_root = 0x90;
-inline constexpr std::uint32_t index_allocation = 0xA0;
-inline constexpr std::uint32_t bitmap = 0xB0;
+inline constexpr u32 standard_information = 0x10;
+inline constexpr u32 attribute_list = 0x20;
+inline constexpr u32 file_name = 0x30;
+inline constexpr u32 volume_name = 0x60;
+inline constexpr u32 volume_information = 0x70;
+inline constexpr u32 data = 0x80;
+inline constexpr u32 index_root = 0x90;
+inline constexpr u32 index_allocation = 0xA0;
+inline constexpr u32 bitmap = 0xB0;
 } // namespace ntfs_type
 
 namespace ntfs_structures {
 
-using u8 = std::uint8_t;
-using u16 = std::uint16_t;
-using u32 = std::uint32_t;
-using u64 = std::uint64_t;
-
 inline constexpr u32 index_block_size = 4096;
+inline constexpr u32 update_step = 512; // whatever the sector size
 inline constexpr u16 flag_compressed = 0x0001;
 inline constexpr u16 flag_sparse = 0x8000;
-
-/// One row of a layout: where a number stands, in bytes, and the number.
-struct field {
-    std::size_t offset, width;
-    u64 value;
-};
-
-inline void put_fields(byte_vector &bytes, std::initializer_list<field> fields,
-                       std::size_t base = 0)
-{
-    for (const field &one : fields)
-        put_number(bytes, base + one.offset, one.value, one.width);
-}
-
-inline void append(byte_vector &bytes, const byte_vector &more)
-{
-    bytes.insert(bytes.end(), more.begin(), more.end());
-}
 
 constexpr u64 round_up(u64 value, u64 step)
 {
     return (value + step - 1) / step * step;
-}
-
-inline void set_bit(byte_vector &bits, u64 number)
-{
-    bits[number / 8] |= static_cast<u8>(1U << number % 8);
 }
 
 [[noreturn]] inline void refuse(u64 entry, const char *reason)
@@ -160,7 +133,7 @@ inline byte_vector attribute_definitions()
         const std::size_t at = table.size();
         table.resize(at + 160);
         put_utf16(table, at, name);
-        put_fields(table,
+        put_layout(table,
                    {{128, 4, type}, {140, 4, flags}, {144, 8, least}, {152, 8, most}},
                    at);
     }
@@ -170,8 +143,8 @@ inline byte_vector attribute_definitions()
 
 // LZNT1
 
-/// Compresses a chunk: at each place the last earlier one with the same three bytes is
-/// tried, nothing else. Empty if that doesn't make fewer bytes of it.
+/// Compresses a chunk. At each place, only the last earlier place with the same three
+/// bytes is tried. Empty if the result isn't shorter.
 inline byte_vector compress_chunk(const byte_vector &data, std::size_t begin,
                                   std::size_t end)
 {
@@ -183,7 +156,7 @@ inline byte_vector compress_chunk(const byte_vector &data, std::size_t begin,
             flags_at = out.size();
             out.push_back(0);
         }
-        int shift = 12; // of the displacement: the further on, the more bits it gets
+        int shift = 12; // bits of the length; the further on, the fewer
         for (std::size_t k = at == begin ? 0 : (at - begin - 1) / 16; k > 0; k /= 2)
             --shift;
         std::size_t match = 0, from = at;
@@ -242,7 +215,7 @@ struct attribute {
     u64 real_size = 0;
     u64 valid_size = 0;
     u64 packed_size = 0;
-    std::optional<u64> record = {}; // the extension record that it stands in
+    std::optional<u64> record = {}; // number of the extension record that holds it
     u16 id = 0;
 
     u64 clusters(bool with_holes) const
@@ -254,7 +227,7 @@ struct attribute {
     }
 };
 
-/// Appends a number in as few bytes as keep its sign; returns their count.
+/// Appends a number in the fewest bytes that keep its sign, and returns their count.
 inline std::size_t append_signed(byte_vector &bytes, u64 number)
 {
     auto value = static_cast<std::int64_t>(number);
@@ -286,8 +259,8 @@ inline byte_vector encode_runs(const std::vector<extent> &runs)
     return bytes;
 }
 
-/// The form that an attribute takes, but for the common part of its header. Sizes stand
-/// in the first piece of a stream alone.
+/// An attribute without the fields that both forms have in common. Only the first piece
+/// of a stream has sizes.
 inline byte_vector encode_form(const attribute &from, std::size_t name_bytes)
 {
     const bool sized = from.non_resident && from.first_vcn == 0;
@@ -296,22 +269,22 @@ inline byte_vector encode_form(const attribute &from, std::size_t name_bytes)
     const std::size_t body_at = round_up(name_at + name_bytes, 8);
     byte_vector bytes(body_at);
     append(bytes, from.non_resident ? encode_runs(from.runs) : from.content);
-    put_fields(bytes, {{8, 1, from.non_resident}, {10, 2, name_at}});
+    put_layout(bytes, {{8, 1, from.non_resident}, {10, 2, name_at}});
     if (!from.non_resident) {
-        put_fields(
+        put_layout(
             bytes,
             {{16, 4, from.content.size()}, {20, 2, body_at}, {22, 1, from.indexed}});
         return bytes;
     }
-    put_fields(bytes, {{16, 8, from.first_vcn},
+    put_layout(bytes, {{16, 8, from.first_vcn},
                        {24, 8, from.first_vcn + from.clusters(true) - 1},
                        {32, 2, body_at}});
     if (sized)
-        put_fields(bytes, {{40, 8, from.allocated_size},
+        put_layout(bytes, {{40, 8, from.allocated_size},
                            {48, 8, from.real_size},
                            {56, 8, from.valid_size}});
     if (packed)
-        put_fields(bytes, {{34, 1, 4}, {64, 8, from.packed_size}}); // 2^4 clusters
+        put_layout(bytes, {{34, 1, 4}, {64, 8, from.packed_size}}); // 2^4 clusters
     return bytes;
 }
 
@@ -320,7 +293,7 @@ inline byte_vector encode(const attribute &from)
     const std::u16string name = to_utf16(from.name);
     byte_vector bytes = encode_form(from, 2 * name.size());
     bytes.resize(round_up(bytes.size(), 8));
-    put_fields(bytes, {{0, 4, from.type},
+    put_layout(bytes, {{0, 4, from.type},
                        {4, 4, bytes.size()},
                        {9, 1, name.size()},
                        {12, 2, from.flags},
@@ -330,28 +303,30 @@ inline byte_vector encode(const attribute &from)
 }
 
 /// An entry of an attribute list.
-inline byte_vector encode_list_entry(const attribute &one, u64 reference)
+inline byte_vector encode_list_entry(const attribute &listed, u64 reference)
 {
-    const std::u16string name = to_utf16(one.name);
+    const std::u16string name = to_utf16(listed.name);
     byte_vector bytes(round_up(26 + 2 * name.size(), 8));
-    put_fields(bytes, {{0, 4, one.type},
+    put_layout(bytes, {{0, 4, listed.type},
                        {4, 2, bytes.size()},
                        {6, 1, name.size()},
                        {7, 1, 26},
-                       {8, 8, one.first_vcn},
+                       {8, 8, listed.first_vcn},
                        {16, 8, reference},
-                       {24, 2, one.id}});
+                       {24, 2, listed.id}});
     put_utf16(bytes, 26, name);
     return bytes;
 }
 
 // Records
 
-/// Puts the check value at the end of each step, and what stood there into the array.
-inline void protect(byte_vector &bytes, std::size_t array, u32 step)
+/// Puts the check value at the end of each 512 bytes, and what was there into the
+/// array.
+inline void protect(byte_vector &bytes, std::size_t array)
 {
+    const std::size_t step = update_step;
     const u16 check = 0x0107;
-    put_fields(bytes,
+    put_layout(bytes,
                {{4, 2, array}, {6, 2, 1 + bytes.size() / step}, {array, 2, check}});
     for (std::size_t i = 1; i * step <= bytes.size(); ++i) {
         for (std::size_t k = 0; k < 2; ++k)
@@ -360,20 +335,17 @@ inline void protect(byte_vector &bytes, std::size_t array, u32 step)
     }
 }
 
-/// Where the content begins behind an update sequence of a whole record or block.
-inline std::size_t behind_updates(std::size_t array, u32 size, u32 step)
+/// Where the content begins after the update sequence of a whole record or block.
+inline std::size_t after_updates(std::size_t array, u32 size)
 {
-    return round_up(array + std::size_t{2} * (1 + size / step), 8);
+    return round_up(array + std::size_t{2} * (1 + size / update_step), 8);
 }
 
-struct record_form {
-    u32 size, update_step;
-
-    std::size_t first_attribute() const
-    {
-        return behind_updates(48, size, update_step);
-    }
-};
+/// Where the attributes of a record begin.
+inline std::size_t first_attribute(u32 record_size)
+{
+    return after_updates(48, record_size);
+}
 
 struct record_header {
     u64 entry = 0;
@@ -384,25 +356,25 @@ struct record_header {
     u64 next_id = 0;
 };
 
-inline byte_vector encode_record(const record_form &form, const record_header &header,
+inline byte_vector encode_record(u32 size, const record_header &header,
                                  const byte_vector &attributes)
 {
-    byte_vector bytes(form.first_attribute());
+    byte_vector bytes(first_attribute(size));
     append(bytes, attributes);
     put_number(bytes, bytes.size(), 0xFFFFFFFF, 8);
-    if (bytes.size() > form.size) refuse(header.entry, "the record is too full");
+    if (bytes.size() > size) refuse(header.entry, "the record is too full");
     put_text(bytes, 0, "FILE");
-    put_fields(bytes, {{16, 2, header.sequence},
+    put_layout(bytes, {{16, 2, header.sequence},
                        {18, 2, header.links},
-                       {20, 2, form.first_attribute()},
+                       {20, 2, first_attribute(size)},
                        {22, 2, header.flags},
                        {24, 4, bytes.size()},
-                       {28, 4, form.size},
+                       {28, 4, size},
                        {32, 8, header.base},
                        {40, 2, header.next_id},
                        {44, 4, header.entry}});
-    bytes.resize(form.size);
-    protect(bytes, 48, form.update_step);
+    bytes.resize(size);
+    protect(bytes, 48);
     return bytes;
 }
 
@@ -414,7 +386,7 @@ struct tree_entry {
     std::optional<u64> child = {};
 };
 
-/// Entries in order, and what lies behind the last of them.
+/// Entries in order, and the child after the last of them.
 struct tree_node {
     std::vector<tree_entry> entries = {};
     std::optional<u64> end_child = {};
@@ -426,7 +398,7 @@ inline byte_vector encode_index_entry(u64 reference, const byte_vector &value)
     byte_vector bytes(16);
     append(bytes, value);
     bytes.resize(round_up(bytes.size(), 8));
-    put_fields(bytes, {{0, 8, reference}, {8, 2, bytes.size()}, {10, 2, value.size()}});
+    put_layout(bytes, {{0, 8, reference}, {8, 2, bytes.size()}, {10, 2, value.size()}});
     return bytes;
 }
 
@@ -444,27 +416,20 @@ inline void append_with_child(byte_vector &out, byte_vector entry,
 inline byte_vector encode_node(const tree_node &node)
 {
     byte_vector out;
-    for (const tree_entry &one : node.entries)
-        append_with_child(out, one.bytes, one.child);
+    for (const tree_entry &entry : node.entries)
+        append_with_child(out, entry.bytes, entry.child);
     byte_vector end(16);
     end[12] = 2;
     append_with_child(out, end, node.end_child);
     return out;
 }
 
-/// Old entries behind the live ones.
-struct index_slack {
-    byte_vector bytes = {};
-    bool end_on_top = false; // the end entry stands on the first 16 bytes
-};
-
 /// The index of one directory: what stays in the root, and the blocks below it.
 class index_tree {
 public:
-    index_tree(u32 cluster_size, u32 update_step, std::vector<tree_entry> entries,
-               index_slack slack)
+    /// `slack` are the old entries after the live ones.
+    index_tree(u32 cluster_size, std::vector<tree_entry> entries, byte_vector slack)
         : m_cluster_size(cluster_size),
-          m_update_step(update_step),
           m_slack(std::move(slack)),
           m_root{std::move(entries)}
     {
@@ -480,9 +445,8 @@ public:
     {
         while (at_least_once || root_value().size() > room) {
             const bool leaves = m_blocks.empty();
-            if (m_slack.bytes.size() > block_room())
-                refuse(0, "too many stale entries");
-            split(block_room() - (leaves ? m_slack.bytes.size() : 0));
+            if (m_slack.size() > block_room()) refuse(0, "too many stale entries");
+            split(block_room() - (leaves ? m_slack.size() : 0));
             if (leaves)
                 m_blocks.back() = block(m_last_filled, m_blocks.size() - 1, true);
             at_least_once = false;
@@ -493,7 +457,7 @@ public:
     {
         byte_vector bytes(32);
         const u64 live = append_node(bytes, m_root, m_blocks.empty());
-        put_fields(bytes, {{0, 4, ntfs_type::file_name},
+        put_layout(bytes, {{0, 4, ntfs_type::file_name},
                            {4, 4, 1}, // ordered as names are
                            {8, 4, index_block_size},
                            {12, 1, block_vcn(1)}});
@@ -511,17 +475,14 @@ private:
                          (m_cluster_size > index_block_size ? 512 : m_cluster_size));
     }
 
-    std::size_t first_entry() const
-    {
-        return behind_updates(40, index_block_size, m_update_step);
-    }
+    std::size_t first_entry() const { return after_updates(40, index_block_size); }
     std::size_t block_room() const { return index_block_size - first_entry(); }
 
     // The index header at `at`; its numbers count from there.
     static void put_header(byte_vector &bytes, std::size_t at, std::size_t entries_at,
                            u64 live, const tree_node &node)
     {
-        put_fields(bytes,
+        put_layout(bytes,
                    {{0, 4, entries_at - at},
                     {4, 4, entries_at - at + live},
                     {8, 4, bytes.size() - at},
@@ -534,10 +495,7 @@ private:
     {
         const byte_vector live = encode_node(node);
         append(bytes, live);
-        if (with_slack && !m_slack.bytes.empty())
-            bytes.insert(bytes.end(),
-                         m_slack.bytes.begin() + (m_slack.end_on_top ? 16 : 0),
-                         m_slack.bytes.end());
+        if (with_slack) append(bytes, m_slack);
         return live.size();
     }
 
@@ -549,7 +507,7 @@ private:
         put_text(bytes, 0, "INDX");
         put_number(bytes, 16, block_vcn(number), 8);
         put_header(bytes, 24, first_entry(), live, node);
-        protect(bytes, 40, m_update_step);
+        protect(bytes, 40);
         return bytes;
     }
 
@@ -568,8 +526,8 @@ private:
             filling.entries.pop_back();
             return last;
         };
-        for (tree_entry &one : m_root.entries) {
-            filling.entries.push_back(std::move(one));
+        for (tree_entry &entry : m_root.entries) {
+            filling.entries.push_back(std::move(entry));
             if (encode_node(filling).size() + 8 <= room) continue;
             if (filling.entries.size() < 3) refuse(0, "too many stale entries");
             tree_entry spilled = take_last(), between = take_last();
@@ -584,8 +542,8 @@ private:
         m_root = std::move(above);
     }
 
-    u32 m_cluster_size, m_update_step;
-    index_slack m_slack;
+    u32 m_cluster_size;
+    byte_vector m_slack;
     tree_node m_root, m_last_filled;
     std::vector<byte_vector> m_blocks;
 };

@@ -13,16 +13,22 @@ constexpr u64 unit_clusters = 16; // of a compression unit
 constexpr u32 directory_bit = 0x10000000;
 constexpr const char *index_name = "$I30";
 
-// A size that the boot sector gives in clusters or, below a cluster, as an exponent.
+// A number as the boot sector has it: a power of two that is too large for its byte, or
+// below 1, as an exponent.
+u64 exponent_code(u64 power)
+{
+    return 256 - static_cast<u64>(std::countr_zero(power));
+}
+
+// A size that the boot sector has in clusters.
 u64 size_code(u32 bytes, u32 cluster_size)
 {
-    if (bytes >= cluster_size) return bytes / cluster_size;
-    return 256 - static_cast<u64>(std::countr_zero(bytes));
+    return bytes >= cluster_size ? bytes / cluster_size : exponent_code(bytes);
 }
 
 void put_times(byte_vector &bytes, std::size_t at, const ntfs_times &times)
 {
-    put_fields(bytes,
+    put_layout(bytes,
                {{0, 8, times.created},
                 {8, 8, times.modified},
                 {16, 8, times.mft_changed},
@@ -36,25 +42,20 @@ bool has_hole(const std::vector<extent> &runs)
                        [](const extent &run) { return run.lcn == hole; });
 }
 
-// Which clusters are taken; those of deleted files are kept from others, but are free
-// in $Bitmap.
+// Which clusters are taken. Nothing else is stored in those of deleted files, but they
+// are free in $Bitmap.
 class cluster_map {
 public:
     void take(const extent &run, bool live, u64 entry)
     {
-        if (run.lcn == hole) return;
-        if (m_taken.size() < run.lcn + run.clusters) {
-            m_taken.resize(run.lcn + run.clusters);
-            m_live.resize(m_taken.size());
-        }
-        for (u64 lcn = run.lcn; lcn < run.lcn + run.clusters; ++lcn) {
-            if (live && m_live[lcn]) refuse(entry, "its clusters are taken");
-            m_taken[lcn] = true;
-            if (live) m_live[lcn] = true;
+        for (u64 i = 0; run.lcn != hole && i < run.clusters; ++i) {
+            bool &is_live = m_live[run.lcn + i];
+            if (live && is_live) refuse(entry, "its clusters are taken");
+            is_live = is_live || live;
         }
     }
 
-    // Finds free clusters for so many runs of whole granules, and takes them.
+    // Takes free clusters, in `fragments` runs of whole granules.
     std::vector<extent> place(u64 clusters, u64 fragments, u64 granule, bool live)
     {
         std::vector<extent> runs;
@@ -69,27 +70,28 @@ public:
     }
 
     void skip() { ++m_next; }
-    u64 end() const { return std::max<u64>(m_next, m_taken.size()); }
+    u64 end() const
+    {
+        return m_live.empty() ? m_next : std::max(m_next, m_live.rbegin()->first + 1);
+    }
 
     byte_vector bits(u64 clusters, std::size_t bytes) const
     {
         byte_vector map(bytes);
-        for (u64 lcn = 0; lcn < bytes * 8; ++lcn)
-            if (lcn >= clusters || (lcn < m_live.size() && m_live[lcn]))
-                set_bit(map, lcn);
+        for (u64 lcn = clusters; lcn < bytes * 8; ++lcn) set_bit(map, lcn);
+        for (const auto &[lcn, live] : m_live)
+            if (live) set_bit(map, lcn);
         return map;
     }
 
 private:
     bool free(const extent &run) const
     {
-        const u64 end = std::min<u64>(run.lcn + run.clusters, m_taken.size());
-        for (u64 lcn = run.lcn; lcn < end; ++lcn)
-            if (m_taken[lcn]) return false;
-        return true;
+        const auto next = m_live.lower_bound(run.lcn);
+        return next == m_live.end() || next->first >= run.lcn + run.clusters;
     }
 
-    std::vector<bool> m_taken, m_live;
+    std::map<u64, bool> m_live; // of each cluster that is taken
     u64 m_next = 0;
 };
 
@@ -103,12 +105,7 @@ struct entry_state {
 
 class volume_writer {
 public:
-    explicit volume_writer(const ntfs_plan &plan)
-        : m_plan(plan),
-          m_form{plan.record_size, plan.update_step}
-    {
-        check_sizes();
-    }
+    explicit volume_writer(const ntfs_plan &plan) : m_plan(plan) { check_sizes(); }
 
     ntfs_volume write()
     {
@@ -139,7 +136,6 @@ private:
         check(m_plan.record_size, 1024, 4096, "bad record size");
         check(m_plan.sector_size, 512, std::min(4096U, m_plan.cluster_size),
               "bad sector size");
-        check(m_plan.update_step, 512, 4096, "bad update step");
     }
 
     // Entries
@@ -184,6 +180,7 @@ private:
         return found->second;
     }
 
+    // Extension records have the sequence number 1.
     u64 reference(u64 number) const
     {
         const auto found = m_items.find(number);
@@ -201,7 +198,7 @@ private:
     {
         byte_vector value(72);
         put_times(value, 0, state.item.times);
-        put_fields(value, {{32, 4, attribute_bits(state.item)},
+        put_layout(value, {{32, 4, attribute_bits(state.item)},
                            {52, 4, state.item.security_id}});
         state.attributes.push_back(
             {.type = ntfs_type::standard_information, .content = value});
@@ -214,12 +211,9 @@ private:
     {
         const std::u16string name = to_utf16(link.name);
         byte_vector value(66);
-        const u64 parent = item.parent_sequence != 0
-                               ? link.parent | u64{item.parent_sequence} << 48
-                               : reference(link.parent);
-        put_number(value, 0, parent, 8);
+        put_number(value, 0, reference(link.parent), 8);
         put_times(value, 8, item.times);
-        put_fields(value,
+        put_layout(value,
                    {{40, 8, allocated},
                     {48, 8, size},
                     {56, 4, attribute_bits(item) | (directory ? directory_bit : 0)},
@@ -259,7 +253,7 @@ private:
         return round_up(bytes, m_plan.cluster_size) / m_plan.cluster_size;
     }
 
-    // Clusters that were asked for are not free for anything else.
+    // Clusters that an item asks for are not free for anything else.
     void take_wanted_clusters()
     {
         m_clusters.take({0, clusters_for(8192)}, true, 7); // $Boot
@@ -317,7 +311,7 @@ private:
             refuse(stream.entry, "the runs are too short for the data");
     }
 
-    // Records and index blocks are not torn apart by a cut between two runs.
+    // A cut between two runs doesn't divide records and index blocks.
     u64 granule(const ntfs_stream &stream) const
     {
         const u32 whole = stream.type == ntfs_type::index_allocation ? index_block_size
@@ -326,8 +320,8 @@ private:
         return clusters_for(whole);
     }
 
-    // A unit that gets no smaller by a cluster at least is stored plain, one of zeros
-    // not at all.
+    // A unit that compression makes no cluster smaller is stored plain, and a unit of
+    // zeros isn't stored.
     void store_units(attribute &made, const byte_vector &data, bool gaps, bool live)
     {
         const std::size_t unit_size = unit_clusters * m_plan.cluster_size;
@@ -353,15 +347,13 @@ private:
         }
     }
 
-    // Runs that touch, and neighbouring holes, become one.
+    // Runs that touch become one run, and so do neighbouring holes.
     static void append_run(std::vector<extent> &runs, const extent &run)
     {
-        const bool joins =
-            !runs.empty() &&
-            (run.lcn == hole ? runs.back().lcn == hole
-                             : runs.back().lcn != hole &&
-                                   runs.back().lcn + runs.back().clusters == run.lcn);
-        if (joins)
+        const auto end = [](const extent &last) {
+            return last.lcn == hole ? hole : last.lcn + last.clusters;
+        };
+        if (!runs.empty() && run.lcn == end(runs.back()))
             runs.back().clusters += run.clusters;
         else
             runs.push_back(run);
@@ -387,7 +379,7 @@ private:
         const byte_vector version = {0, 0, 0, 0, 0, 0, 0, 0, 3, 1, 0, 0};
         const byte_vector empty_log(65536, 0xFF);
         byte_vector label;
-        put_utf16(label, 0, to_utf16(m_plan.label));
+        put_utf16(label, 0, u"sample");
         const ntfs_storage in_record = {}, in_clusters = {.non_resident = true};
         const ntfs_storage boot = {.runs = {{0, clusters_for(8192)}}};
         ntfs_storage mft = m_plan.mft;
@@ -417,37 +409,37 @@ private:
 
     // Directories
 
-    index_slack slack_of(u64 directory) const
+    byte_vector slack_of(u64 directory) const
     {
-        index_slack slack;
+        byte_vector slack;
         for (const ntfs_stale_entry &stale : m_plan.stale) {
             if (stale.directory != directory) continue;
-            if (slack.bytes.empty()) slack.end_on_top = stale.end_on_top;
             const ntfs_link link = {stale.entry, directory, stale.name,
                                     stale.name_space};
             const ntfs_item item = {.attributes = stale.attributes,
                                     .times = stale.times};
             const byte_vector value =
                 name_content(link, item, false, round_up(stale.size, 8), stale.size);
-            append(slack.bytes,
+            append(slack,
                    encode_index_entry(stale.entry | u64{stale.sequence} << 48, value));
         }
         return slack;
     }
 
-    // What the root may take, so that the attributes of an index in blocks fit, too.
+    // The largest index root with which the attributes of an index in blocks still fit.
     std::size_t root_room(const entry_state &state) const
     {
         const std::size_t end_mark = 8, root_header = 32, others = 152, least = 64;
-        std::size_t used = m_form.first_attribute() + end_mark + root_header + others;
+        std::size_t used =
+            first_attribute(m_plan.record_size) + end_mark + root_header + others;
         for (const attribute &one : state.attributes) used += encode(one).size();
         return used + least > m_plan.record_size ? least : m_plan.record_size - used;
     }
 
     void add_index(u64 number, entry_state &state)
     {
-        index_tree tree(m_plan.cluster_size, m_plan.update_step,
-                        std::move(m_children[number]), slack_of(number));
+        index_tree tree(m_plan.cluster_size, std::move(m_children[number]),
+                        slack_of(number));
         tree.grow(root_room(state), state.item.index_blocks);
         state.attributes.push_back({.type = ntfs_type::index_root,
                                     .name = index_name,
@@ -464,8 +456,8 @@ private:
         m_volume.index_blocks[number].resize(count);
     }
 
-    // $Bitmap and $BadClus are as large as the volume is, so its size is fixed here,
-    // with some clusters left free.
+    // $Bitmap and $BadClus are as large as the volume, so its size is fixed here, with
+    // some clusters left free.
     void add_whole_volume_streams()
     {
         const u64 taken = m_clusters.end();
@@ -486,7 +478,7 @@ private:
 
     // Attribute lists
 
-    // Takes the runs from number `first` on away from `piece`, as a piece of their own.
+    // Moves the runs from number `first` on from `piece` to a piece of their own.
     static attribute cut_off(attribute &piece, std::size_t first)
     {
         attribute rest = piece;
@@ -509,13 +501,10 @@ private:
     void move_attribute(const ntfs_move &move)
     {
         auto &all = state_of(move.entry).attributes;
-        std::size_t nth = move.nth;
         const auto found =
-            std::find_if(all.begin(), all.end(), [&](const attribute &one) {
-                return covers(one, move) && nth-- == 0;
-            });
+            std::find_if(all.begin(), all.end(),
+                         [&](const attribute &one) { return covers(one, move); });
         if (found == all.end()) refuse(move.entry, "no attribute to move");
-        m_extensions[move.record] = move.sequence;
         if (move.first_run == found->first_run) {
             found->record = move.record;
             return;
@@ -525,13 +514,7 @@ private:
         all.insert(found + 1, std::move(rest));
     }
 
-    u64 host_reference(u64 number, const attribute &one) const
-    {
-        if (!one.record) return reference(number);
-        return *one.record | u64{m_extensions.at(*one.record)} << 48;
-    }
-
-    // Puts the attributes in order, and makes the list where there has to be one.
+    // Puts the attributes in order, and makes the attribute list where one is needed.
     void number_attributes(u64 number, entry_state &state)
     {
         const auto before = [](const attribute &a, const attribute &b) {
@@ -550,7 +533,8 @@ private:
         if (!listed) return;
         byte_vector list;
         for (const attribute &one : all)
-            append(list, encode_list_entry(one, host_reference(number, one)));
+            append(list,
+                   encode_list_entry(one, reference(one.record.value_or(number))));
         add_stream(
             {number, "", list, {.non_resident = clustered}, ntfs_type::attribute_list});
         all.back().id = next_ids[number];
@@ -600,8 +584,8 @@ private:
         m_volume.record_size = m_plan.record_size;
         m_volume.image.resize(m_plan.offset + m_total * m_plan.cluster_size +
                               m_plan.sector_size);
-        for (const bool live :
-             {false, true}) // where both claim a cluster, the live wins
+        // Where both claim a cluster, the live file has it.
+        for (const bool live : {false, true})
             for (const cluster_write &one : m_writes)
                 if (one.live == live) write_at(one.runs, 0, one.bytes);
         write_at(runs_of(6), 0, m_clusters.bits(m_total, round_up(m_total, 64) / 8));
@@ -615,18 +599,16 @@ private:
                     runs_of(number, ntfs_type::index_allocation, index_name),
                     i * index_block_size);
         write_mirror();
-        for (const ntfs_plan::poke &poke : m_plan.pokes)
-            write_at(runs_of(0), poke.entry * m_plan.record_size + poke.offset,
-                     poke.bytes);
     }
 
     void write_boot_sectors()
     {
+        const u32 sectors = m_plan.cluster_size / m_plan.sector_size;
         byte_vector bytes(512);
         put_text(bytes, 3, "NTFS    ");
-        put_fields(bytes, {{0, 3, 0x9052EB}, // a jump
+        put_layout(bytes, {{0, 3, 0x9052EB}, // a jump
                            {11, 2, m_plan.sector_size},
-                           {13, 1, cluster_sectors_code()},
+                           {13, 1, sectors <= 128 ? sectors : exponent_code(sectors)},
                            {21, 1, 0xF8}, // a fixed disk
                            {24, 2, 63},   // sectors in a track
                            {26, 2, 255},  // heads
@@ -640,23 +622,16 @@ private:
                            {72, 8, 0x5A3C17E09B2D4F68}, // serial number
                            {510, 2, 0xAA55}});
         write_at(runs_of(7), 0, bytes);
-        // the copy stands in the sector behind the last cluster
-        std::copy(bytes.begin(), bytes.end(),
-                  m_volume.image.end() - std::ptrdiff_t(m_plan.sector_size));
-    }
-
-    u64 cluster_sectors_code() const
-    {
-        const u32 sectors = m_plan.cluster_size / m_plan.sector_size;
-        return sectors <= 128 ? sectors
-                              : 256 - static_cast<u64>(std::countr_zero(sectors));
+        // The copy is in the sector after the last cluster.
+        put_bytes(m_volume.image, m_volume.image.size() - m_plan.sector_size, bytes);
     }
 
     void write_record(const record_header &header, const byte_vector &attributes)
     {
         const u64 offset = header.entry * m_plan.record_size;
         m_volume.records[header.entry] = byte_position(runs_of(0), offset);
-        write_at(runs_of(0), offset, encode_record(m_form, header, attributes));
+        write_at(runs_of(0), offset,
+                 encode_record(m_plan.record_size, header, attributes));
     }
 
     // Writes the record of an entry and its extension records.
@@ -668,7 +643,8 @@ private:
             const u64 host = one.record.value_or(number);
             byte_vector &bytes = records[host];
             m_volume.attributes[{number, one.type, one.name}].push_back(
-                m_volume.records.at(host) + m_form.first_attribute() + bytes.size());
+                m_volume.records.at(host) + first_attribute(m_plan.record_size) +
+                bytes.size());
             append(bytes, encode(one));
             if (one.type == ntfs_type::file_name) ++links;
         }
@@ -680,7 +656,6 @@ private:
                 header.links = links;
                 header.flags |= state.directory ? 2 : 0;
             } else {
-                header.sequence = m_extensions.at(host);
                 header.base = reference(number);
             }
             write_record(header, bytes);
@@ -700,10 +675,8 @@ private:
     };
 
     const ntfs_plan &m_plan;
-    const record_form m_form;
     ntfs_volume m_volume = {};
     std::map<u64, entry_state> m_items;
-    std::map<u64, u16> m_extensions; // their sequence numbers
     std::map<u64, std::vector<tree_entry>> m_children;
     std::vector<cluster_write> m_writes;
     cluster_map m_clusters;

@@ -1,60 +1,39 @@
 #pragma once
 
-#include <cstddef>
-#include <cstdint>
-#include <string>
-#include <string_view>
-#include <vector>
+#include "samples/bytes.h"
 
-/// Builders of the records that Windows leaves in a bin. They know the layouts on their
-/// own, so that a slip in the program's tables can't hide.
+/// The records that Windows leaves in a bin. The layouts are written down here a second
+/// time, so that a slip in the program's tables can't hide. A test compares the results
+/// with real files.
 namespace test_support {
 
-using byte_vector = std::vector<std::uint8_t>;
+/// Windows counts 100 ns ticks from 1601, 11644473600 seconds before 1970.
+constexpr u64 filetime(u64 unix_seconds, u64 milliseconds)
+{
+    return (unix_seconds + 11644473600) * 10000000 + milliseconds * 10000;
+}
 
 /// 2015-04-04 17:24:09.614 UTC, a moment that real metadata holds.
-inline constexpr std::uint64_t sample_filetime = 130726418496140000;
-
-inline void put_number(byte_vector &bytes, std::size_t at, std::uint64_t value,
-                       std::size_t width)
-{
-    if (bytes.size() < at + width) bytes.resize(at + width);
-    for (std::size_t i = 0; i < width; ++i)
-        bytes[at + i] = static_cast<std::uint8_t>(value >> (8 * i));
-}
-
-inline void put_utf16(byte_vector &bytes, std::size_t at, std::u16string_view text)
-{
-    for (std::size_t i = 0; i < text.size(); ++i)
-        put_number(bytes, at + 2 * i, text[i], 2);
-}
-
-inline void put_text(byte_vector &bytes, std::size_t at, std::string_view text)
-{
-    for (std::size_t i = 0; i < text.size(); ++i)
-        put_number(bytes, at + i, static_cast<std::uint8_t>(text[i]), 1);
-}
+inline constexpr u64 sample_filetime = filetime(1428168249, 614);
 
 /// A `$I` file of version 2, or of version 1.
 class dollar_i_builder {
 public:
-    dollar_i_builder &version(std::uint64_t value) { return m_version = value, *this; }
-    dollar_i_builder &size(std::uint64_t value) { return m_size = value, *this; }
-    dollar_i_builder &time(std::uint64_t filetime) { return m_time = filetime, *this; }
+    dollar_i_builder &version(u64 value) { return m_version = value, *this; }
+    dollar_i_builder &size(u64 value) { return m_size = value, *this; }
+    dollar_i_builder &time(u64 filetime) { return m_time = filetime, *this; }
     dollar_i_builder &path(std::u16string value)
     {
         return m_path = std::move(value), *this;
     }
     /// States another length than the path has; version 2 only.
-    dollar_i_builder &path_units(std::uint64_t value) { return m_units = value, *this; }
+    dollar_i_builder &path_units(u64 value) { return m_units = value, *this; }
 
     byte_vector bytes() const
     {
         const bool first = (m_version & 0xFFFFFFFF) == 1;
         byte_vector file(first ? 544 : 28);
-        put_number(file, 0, m_version, 8);
-        put_number(file, 8, m_size, 8);
-        put_number(file, 16, m_time, 8);
+        put_layout(file, {{0, 8, m_version}, {8, 8, m_size}, {16, 8, m_time}});
         put_utf16(file, first ? 24 : 28, m_path);
         if (first) return file;
         put_number(file, 24, m_units != 0 ? m_units : m_path.size() + 1, 4);
@@ -71,55 +50,46 @@ public:
     }
 
 private:
-    std::uint64_t m_version = 2;
-    std::uint64_t m_size = 14;
-    std::uint64_t m_time = sample_filetime;
-    std::uint64_t m_units = 0;
+    u64 m_version = 2;
+    u64 m_size = 14;
+    u64 m_time = sample_filetime;
+    u64 m_units = 0;
     std::u16string m_path = u"C:\\Temp\\a.txt";
 };
 
-/// One record of an `INFO2` file.
-struct info2_item {
-    std::string ansi_path = "C:\\a.txt";
-    std::u16string path = u"C:\\a.txt";
-    std::uint32_t number = 1;
-    std::uint32_t drive = 2;
-    std::uint64_t time = sample_filetime;
-    std::uint32_t size = 4096;
-};
-
-inline byte_vector info2_file(const std::vector<info2_item> &items)
-{
-    byte_vector file(20);
-    put_number(file, 0, 5, 4);
-    put_number(file, 12, 800, 4);
-    for (const info2_item &item : items) {
-        const std::size_t at = file.size();
-        file.resize(at + 800);
-        put_text(file, at, item.ansi_path);
-        put_number(file, at + 260, item.number, 4);
-        put_number(file, at + 264, item.drive, 4);
-        put_number(file, at + 268, item.time, 8);
-        put_number(file, at + 276, item.size, 4);
-        put_utf16(file, at + 280, item.path);
-    }
-    return file;
-}
-
-/// A `$I` file that says no more than the path.
+/// A `$I` file of version 2 that says no more than the path.
 inline byte_vector metadata(std::u16string path)
 {
     return dollar_i_builder().path(std::move(path)).bytes();
 }
 
-inline byte_vector bytes_of(std::string_view text)
-{
-    return {text.begin(), text.end()};
-}
+/// One record of an `INFO2` file.
+struct info2_item {
+    std::string ansi_path = "C:\\a.txt";
+    std::u16string path = u"C:\\a.txt";
+    u32 number = 1;
+    u32 drive = 2; ///< 0 is A
+    u64 time = sample_filetime;
+    u32 size = 4096; ///< in clusters, as bytes
+};
 
-inline std::string text(const byte_vector &bytes)
+inline byte_vector info2_file(const std::vector<info2_item> &items)
 {
-    return {bytes.begin(), bytes.end()};
+    byte_vector file(20);
+    put_layout(file, {{0, 4, 5}, {12, 4, 800}});
+    for (const info2_item &item : items) {
+        const std::size_t at = file.size();
+        file.resize(at + 800);
+        put_text(file, at, item.ansi_path);
+        put_layout(file,
+                   {{260, 4, item.number},
+                    {264, 4, item.drive},
+                    {268, 8, item.time},
+                    {276, 4, item.size}},
+                   at);
+        put_utf16(file, at + 280, item.path);
+    }
+    return file;
 }
 
 } // namespace test_support

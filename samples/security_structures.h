@@ -4,37 +4,28 @@
 
 #include <vector>
 
-/// Security descriptors and their store on a volume, as Windows writes them. They know
-/// the layouts on their own, so that a slip in the program's tables can't hide.
+/// Security descriptors and their store on a volume. The layouts are written down here
+/// a second time, so that a slip in the program's tables can't hide. That they are
+/// those of Windows is checked by a test that reads the owners on a real volume.
 namespace test_support {
 
-inline byte_vector joined(const std::vector<byte_vector> &parts)
-{
-    byte_vector all;
-    for (const byte_vector &one : parts) all.insert(all.end(), one.begin(), one.end());
-    return all;
-}
-
 /// A little-endian number of `width` bytes.
-inline byte_vector number_bytes(std::uint64_t value, std::size_t width)
+inline byte_vector number_bytes(u64 value, std::size_t width)
 {
     byte_vector bytes;
     put_number(bytes, 0, value, width);
     return bytes;
 }
 
-inline byte_vector sid(std::uint8_t authority,
-                       const std::vector<std::uint32_t> &subauthorities)
+inline byte_vector sid(u8 authority, const std::vector<u32> &subauthorities)
 {
-    byte_vector bytes = {1, static_cast<std::uint8_t>(subauthorities.size())};
+    byte_vector bytes = {1, static_cast<u8>(subauthorities.size())};
     put_number(bytes, 7, authority, 1);
-    for (const std::uint32_t one : subauthorities)
-        put_number(bytes, bytes.size(), one, 4);
+    for (const u32 part : subauthorities) put_number(bytes, bytes.size(), part, 4);
     return bytes;
 }
 
-inline byte_vector ace(std::uint8_t type, std::uint8_t flags, std::uint32_t mask,
-                       const byte_vector &trustee)
+inline byte_vector ace(u8 type, u8 flags, u32 mask, const byte_vector &trustee)
 {
     return joined({{type, flags},
                    number_bytes(8 + trustee.size(), 2),
@@ -49,7 +40,7 @@ inline byte_vector acl(const std::vector<byte_vector> &aces)
         {{2, 0}, number_bytes(8 + all.size(), 2), number_bytes(aces.size(), 4), all});
 }
 
-/// Owner, group, SACL, DACL, one behind the other; an empty one is left out.
+/// Owner, group, SACL and DACL in this order. An empty part is left out.
 inline byte_vector descriptor(const std::vector<byte_vector> &parts)
 {
     byte_vector bytes = {1, 0, 0x14, 0x80};
@@ -62,12 +53,11 @@ inline byte_vector descriptor(const std::vector<byte_vector> &parts)
 }
 
 /// An entry of "$SDS". The hash is turned by three bits, and each word added.
-inline byte_vector sds_of(std::uint32_t id, std::uint64_t position,
-                          const byte_vector &content)
+inline byte_vector sds_of(u32 id, u64 position, const byte_vector &content)
 {
-    std::uint32_t hash = 0;
+    u32 hash = 0;
     for (std::size_t i = 0; i < content.size(); i += 4) {
-        std::uint32_t word = 0;
+        u32 word = 0;
         for (std::size_t k = 4; k-- > 0;) word = word << 8 | content.at(i + k);
         hash = (hash << 3 | hash >> 29) + word;
     }

@@ -10,60 +10,58 @@
 namespace test_support {
 
 /// A virtual disk file in its smallest form: header, descriptor, directory, tables, and
-/// grains of one letter each in the order given. All sizes are in sectors; a directory
-/// entry of a table without grains stays 0.
+/// grains of one letter each in the order given. All sizes are in sectors. The
+/// directory entry of a table without grains is 0. That the layout is the right one is
+/// checked by tests that read files of other tools.
 struct sparse_file {
     std::string cid;
     std::string parent = "ffffffff";
     std::string extra = {}; ///< further lines of the descriptor
-    std::uint64_t capacity = 24;
-    std::uint64_t grain = 1;
-    std::uint32_t entries = 4; ///< of a table
-    std::vector<std::pair<std::uint64_t, char>> grains = {};
+    u64 capacity = 24;
+    u64 grain = 1;
+    u32 entries = 4; ///< of a table
+    std::vector<std::pair<u64, char>> grains = {};
 
     std::string bytes() const
     {
-        const std::uint64_t tables =
-            (capacity + grain * entries - 1) / (grain * entries);
-        const std::uint64_t table_sectors = (std::uint64_t{entries} * 4 + 511) / 512;
-        const std::uint64_t first_table = 3 + (tables * 4 + 511) / 512;
+        const u64 tables = (capacity + grain * entries - 1) / (grain * entries);
+        const u64 table_sectors = (u64{entries} * 4 + 511) / 512;
+        const u64 first_table = 3 + (tables * 4 + 511) / 512;
         byte_vector out((first_table + tables * table_sectors) * 512);
         put_header(out, out.size() / 512);
         const std::string text = "# Disk DescriptorFile\nCid=" + cid +
                                  "\n CID=no\n\nparentCID=" + parent + "\r\n" + extra;
-        std::copy(text.begin(), text.end(), out.begin() + 512);
+        put_text(out, 512, text);
         put_number(out, directory * 512, first_table, 4);
-        std::uint64_t next = out.size();
+        u64 next = out.size();
         out.resize(next + grains.size() * grain * 512);
         for (const auto &[index, letter] : grains) {
-            const std::uint64_t table = first_table + index / entries * table_sectors;
+            const u64 table = first_table + index / entries * table_sectors;
             put_number(out, directory * 512 + index / entries * 4, table, 4);
             put_number(out, table * 512 + index % entries * 4, next / 512, 4);
             std::fill_n(out.begin() + static_cast<std::ptrdiff_t>(next), grain * 512,
-                        static_cast<std::uint8_t>(letter));
+                        static_cast<u8>(letter));
             next += grain * 512;
         }
         return {out.begin(), out.end()};
     }
 
 private:
-    static constexpr std::uint64_t directory = 3;
+    static constexpr u64 directory = 3;
 
-    void put_header(byte_vector &out, std::uint64_t overhead) const
+    void put_header(byte_vector &out, u64 overhead) const
     {
-        put_number(out, 0, 0x564D444B, 4);
-        put_number(out, 4, 1, 4);
-        put_number(out, 8, 3, 4);
-        put_number(out, 12, capacity, 8);
-        put_number(out, 20, grain, 8);
-        put_number(out, 28, 1, 8);
-        put_number(out, 36, 2, 8);
-        put_number(out, 44, entries, 4);
-        put_number(out, 56, directory, 8);
-        put_number(out, 64, overhead, 8);
-        put_number(out, 73, 0x0A, 1);
-        put_number(out, 74, 0x20, 1);
-        put_number(out, 75, 0x0A0D, 2);
+        put_text(out, 0, "KDMV");
+        put_layout(out, {{4, 4, 1}, // version
+                         {8, 4, 3}, // newlines are checked, second table used
+                         {12, 8, capacity},
+                         {20, 8, grain},
+                         {28, 8, 1}, // sector of the descriptor
+                         {36, 8, 2}, // its sectors
+                         {44, 4, entries},
+                         {56, 8, directory},
+                         {64, 8, overhead},
+                         {73, 4, 0x0A0D200A}}); // newlines in four ways
     }
 };
 

@@ -60,8 +60,10 @@ TEST_P(VolumeBuilder, MakesVolumesThatOthersRead)
     for (const char *line : {"Лес 漢字 𝄞/plain:Zone.Identifier\n", "r/r 66-128-",
                              "Лес 漢字 𝄞/gone.txt\n", " * 69:\tЛес 漢字 𝄞/stale.txt\n"})
         EXPECT_NE(out.find(line), std::string::npos) << line << out;
-    for (const char *name : {"Лес 漢字 𝄞/plain", "Лес 漢字 𝄞/packed", "second.name"})
-        EXPECT_TRUE(run(cat + name + "'", out) == 0 && out == text) << name;
+    for (const char *name : {"Лес 漢字 𝄞/plain", "Лес 漢字 𝄞/packed", "second.name"}) {
+        EXPECT_EQ(run(cat + name + "'", out), 0) << name;
+        EXPECT_TRUE(out == text) << name;
+    }
     for (const char *number : {"0", "7", "77", "150", "288", "299"})
         EXPECT_EQ(run(cat + "many/Long name of file " + number + "'", out), 0);
 }

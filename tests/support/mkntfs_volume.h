@@ -31,7 +31,7 @@ public:
     mkntfs_volume(const mkntfs_volume &) = delete;
     mkntfs_volume &operator=(const mkntfs_volume &) = delete;
 
-    /// True if the programs are there and mounts work. Tried out once, on a small
+    /// True if the programs are installed and mounts work. Tried once, on a small
     /// volume.
     static bool available()
     {
@@ -59,7 +59,7 @@ public:
         return complete;
     }
 
-    /// Mounts the volume again behind an `unmount`.
+    /// Mounts the volume again after an `unmount`.
     bool remount()
     {
         if (!mounted()) mount();
@@ -73,8 +73,8 @@ private:
         return std::system((path + command + " >/dev/null 2>&1").c_str()) == 0;
     }
 
-    // The driver stays a child, so that its end can be waited for; it ends by itself,
-    // and with it the mount, where the test dies.
+    // The driver stays a child, so that its end can be waited for. It ends by itself,
+    // and with it the mount, if the test dies.
     void mount()
     {
         m_ended = false;
@@ -122,7 +122,7 @@ private:
         return wait_for([this] { return has_ended(); }, longest);
     }
 
-    // A mount that is in use still goes out of sight at once.
+    // A lazy detach works while the mount is in use.
     void stop_driver()
     {
         if (is_attached() && !run("fusermount -u -z " + m_root))

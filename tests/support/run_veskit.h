@@ -5,21 +5,12 @@
 #include <algorithm>
 #include <chrono>
 #include <fcntl.h>
-#include <fstream>
-#include <iterator>
 #include <string>
 #include <sys/wait.h>
 #include <unistd.h>
 #include <vector>
 
 namespace test_support {
-
-/// All bytes of a file.
-inline std::string file_bytes(const std::string &path)
-{
-    std::ifstream file(path, std::ios::binary);
-    return {std::istreambuf_iterator<char>(file), {}};
-}
 
 /// The pieces of a line between `delimiter`s, empty ones included.
 inline std::vector<std::string> split_at(const std::string &line, char delimiter)
@@ -49,7 +40,7 @@ struct run_result {
         return result;
     }
 
-    /// The output behind the three header lines.
+    /// The output after the three header lines.
     std::vector<std::string> body() const
     {
         std::vector<std::string> all = lines();
@@ -58,7 +49,7 @@ struct run_result {
         return all;
     }
 
-    /// The table rows: the output behind the header and the column line.
+    /// The table rows: the output after the header and the column line.
     std::vector<std::string> rows() const
     {
         std::vector<std::string> all = body();
@@ -67,7 +58,7 @@ struct run_result {
     }
 };
 
-/// Where the streams of a run lead to, if not to files of the test.
+/// The streams of a run, where they aren't files of the test.
 struct run_streams {
     std::string in = {};       ///< bytes on standard input
     const char *out = nullptr; ///< a path to open for standard output

@@ -5,8 +5,16 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <iterator>
 
 namespace test_support {
+
+/// All bytes of a file.
+inline std::string file_bytes(const std::string &path)
+{
+    std::ifstream file(path, std::ios::binary);
+    return {std::istreambuf_iterator<char>(file), {}};
+}
 
 /// A directory of the test's own, removed with all it holds.
 struct temp_dir {
