@@ -14,19 +14,19 @@ namespace hv {
 
 namespace {
 
-constexpr std::size_t head_size = 16384; ///< where the signature of a table may stand
+constexpr std::size_t head_size = 16384; ///< the table signature lies in these bytes
 constexpr u64 last_scanned_position = 0x100000;
-// Partition tools of old left the first track ahead of an extended partition unused.
+// Old partition tools leave the first track before an extended partition unused.
 constexpr u64 lost_volume_sector = 63;
 constexpr std::size_t lost_volume_read = 36;
 constexpr u64 long_probe = 2048;
 constexpr u32 array_window = 32768;
-// Tables have 128 slots. A header that says more than this, or more than the medium can
-// hold, leads through bytes that are no entries, and sooner or later out of the medium.
+// Tables have 128 slots. A header with more than this, or more than the medium can
+// hold, leads through bytes that aren't entries, and in the end past the medium.
 constexpr u64 max_gpt_slots = 65536;
 
-// The bytes at a position, as many as `buffer` takes: fewer at the end of the medium,
-// none where the read fails.
+// Fills `buffer` from a position: with fewer bytes at the end of the medium, with none
+// if the read fails.
 byte_view read_at(const RAW_DISK_IO &disk, std::span<u8> buffer, u64 position)
 {
     u32 length = static_cast<u32>(buffer.size());
@@ -50,7 +50,7 @@ void add_reserved(partition_list &partitions, u64 start, u64 sectors, u8 type,
 
 // ---- MBR
 
-// Walks an extended partition, then looks for a volume in the track ahead of it.
+// Walks an extended partition, then looks for a volume in the track before it.
 bool walk_extended_on_disk(partition_list &partitions, const RAW_DISK_IO &disk,
                            u64 base, u32 sector_size)
 {
@@ -59,8 +59,8 @@ bool walk_extended_on_disk(partition_list &partitions, const RAW_DISK_IO &disk,
     const auto read_sector = [&](u64 at) { return read_at(disk, buffer, at); };
     if (!walk_extended(partitions, last_type, base, sector_size, read_sector))
         return false;
-    const auto front = std::span(buffer).first(lost_volume_read);
-    if (begins_with_ntfs(read_at(disk, front, lost_volume_sector * sector_size)))
+    const auto boot = std::span(buffer).first(lost_volume_read);
+    if (begins_with_ntfs(read_at(disk, boot, lost_volume_sector * sector_size)))
         partitions.emplace_front(
             lost_volume_sector, base - std::min(base, lost_volume_sector),
             last_type | partition_entry::guessed_type, sector_size);
@@ -76,25 +76,6 @@ bool walk_lost_table(partition_list &partitions, const RAW_DISK_IO &disk)
     return false;
 }
 
-bool walk_mbr(partition_list &partitions, const RAW_DISK_IO &disk, byte_view head,
-              u32 sector_size, table_gaps gaps)
-{
-    for (unsigned i = 0; i < mbr::record_count; ++i) {
-        const table_record record = read_table_record(head, i);
-        if (record.type == partition_type::gpt)
-            return find_partitions_gpt(partitions, disk, gaps);
-        if (!record.is_usable()) continue;
-        if (partitions.empty() && gaps == table_gaps::on)
-            add_reserved(partitions, 0, 1, 0, sector_size, "mbr");
-        partitions.emplace_back(record.first_sector, record.sectors, record.type,
-                                sector_size);
-        if (record.is_extended())
-            return walk_extended_on_disk(partitions, disk, record.first_sector,
-                                         sector_size);
-    }
-    return true;
-}
-
 void recognise_volumes(partition_list &partitions, const RAW_DISK_IO &disk)
 {
     std::array<u8, mbr::size> buffer{};
@@ -106,8 +87,8 @@ void recognise_volumes(partition_list &partitions, const RAW_DISK_IO &disk)
 
 // ---- GPT
 
-// The entry array, read many slots at a time. Where such a read fails, the slots are
-// read one by one, and each decides for itself.
+// The entry array, read many slots at a time. If such a read fails, its slots are read
+// one by one, so that only the damaged ones are lost.
 class gpt_array {
 public:
     gpt_array(const RAW_DISK_IO &disk, u64 position, u32 entry_size, u64 slots)
@@ -118,7 +99,7 @@ public:
     {
     }
 
-    // What is known of an entry. False for a slot that can't be read.
+    // The fields of an entry that are used. False if the slot can't be read.
     bool read_slot(byte_view &out, u64 slot)
     {
         const u64 wanted = std::min<u64>(m_entry_size, gpt_entry::size);
@@ -184,9 +165,9 @@ bool add_gpt_entry(partition_list &partitions, const RAW_DISK_IO &disk, byte_vie
     return true;
 }
 
-// The header in the second sector of a disk. Where it isn't, the signature of the first
-// one may still stand at 510 although sectors are larger: so disks of 4096-byte sectors
-// are written. The header then names itself. `sector_size` becomes that of the disk.
+// The header in the second sector of a disk. Disks of 4096-byte sectors often have the
+// signature of the first one at 510, as if their sectors were smaller: then the header
+// is found by its own signature, and corrects `sector_size`. Empty if there is none.
 byte_view find_gpt_header(const RAW_DISK_IO &disk, std::span<u8> buffer,
                           u32 &sector_size)
 {
@@ -203,13 +184,16 @@ byte_view find_gpt_header(const RAW_DISK_IO &disk, std::span<u8> buffer,
     return {};
 }
 
-bool walk_gpt(partition_list &partitions, const RAW_DISK_IO &disk, table_gaps gaps)
+// `out_sector_size` is the unit of the table, whatever its volumes say of themselves.
+bool walk_gpt(partition_list &partitions, u32 &out_sector_size, const RAW_DISK_IO &disk,
+              table_gaps gaps)
 {
     std::vector<u8> buffer(head_size);
     u32 sector_size = find_sector_size(read_at(disk, buffer, 0));
     if (sector_size == 0) return false;
     const byte_view header = find_gpt_header(disk, buffer, sector_size);
     if (header.empty()) return false;
+    out_sector_size = sector_size;
     const u64 array_lba = read_field(header, gpt_header::array_lba);
     const u64 slots = read_field(header, gpt_header::entry_count);
     const u32 entry_size = read_field(header, gpt_header::entry_size);
@@ -219,22 +203,46 @@ bool walk_gpt(partition_list &partitions, const RAW_DISK_IO &disk, table_gaps ga
         add_reserved(partitions, 1, 1, type, sector_size, "gpt header");
         add_reserved(partitions, 2, 32, type, sector_size, "gpt partition entries");
     }
-    const u64 most = std::min(max_gpt_slots, disk.get_size() / gpt_entry::size);
+    const u64 max_slots = std::min(max_gpt_slots, disk.get_size() / gpt_entry::size);
     gpt_array array(disk, saturating_product(array_lba, sector_size), entry_size,
                     slots);
     for (u64 slot = 0; slot < slots; ++slot) {
         byte_view entry;
-        if (slot >= most || !array.read_slot(entry, slot)) return false;
+        if (slot >= max_slots || !array.read_slot(entry, slot)) return false;
         if (is_zero(entry.clip(gpt_entry::type_guid, gpt_entry::guid_size))) continue;
         if (!add_gpt_entry(partitions, disk, entry, sector_size)) return false;
     }
     return !partitions.empty();
 }
 
+// ---- Any table
+
+// `sector_size` is that of the MBR, and becomes that of the GPT if one takes its place.
+bool walk_table(partition_list &partitions, u32 &sector_size, const RAW_DISK_IO &disk,
+                byte_view head, table_gaps gaps)
+{
+    for (unsigned i = 0; i < mbr::record_count; ++i) {
+        const table_record record = read_table_record(head, i);
+        if (record.type == partition_type::gpt) {
+            partitions.clear();
+            return walk_gpt(partitions, sector_size, disk, gaps);
+        }
+        if (!record.is_usable()) continue;
+        if (partitions.empty() && gaps == table_gaps::on)
+            add_reserved(partitions, 0, 1, 0, sector_size, "mbr");
+        partitions.emplace_back(record.first_sector, record.sectors, record.type,
+                                sector_size);
+        if (record.is_extended())
+            return walk_extended_on_disk(partitions, disk, record.first_sector,
+                                         sector_size);
+    }
+    return true;
+}
+
 // ---- Gaps
 
-// Puts an entry ahead of each that begins behind the end of the one before it, and one
-// behind the last.
+// Adds an entry for each gap between the end of an entry and the start of the next one,
+// and for what follows the last one. `sector_size` is that of the table.
 void add_unallocated(partition_list &partitions, u64 disk_size, u32 sector_size,
                      bool is_gpt)
 {
@@ -260,21 +268,21 @@ bool holds_a_volume(const partition_list &partitions)
     return std::ranges::any_of(partitions, &partition_entry::is_volume);
 }
 
-// A table says in sectors where its partitions are, and the place of its signature says
-// how large those are; but disks of 4096-byte sectors often have it at 510 as well. If
-// no partition holds a volume at 512 bytes a sector, and one does at 4096, that counts.
+// Where the signature lies says how large a sector is, but disks of 4096-byte sectors
+// often have it at 510 as well. If no partition holds a volume at 512 bytes a sector,
+// and one does at 4096, the latter is believed.
 void try_wide_sectors(partition_list &partitions, const RAW_DISK_IO &disk,
                       byte_view head, table_gaps gaps, u32 &sector_size)
 {
-    constexpr u32 wide = 4096;
     partition_list found;
+    u32 wide_size = 4096;
     if (sector_size != mbr::size || holds_a_volume(partitions) ||
-        !walk_mbr(found, disk, head, wide, gaps))
+        !walk_table(found, wide_size, disk, head, gaps))
         return;
     recognise_volumes(found, disk);
     if (!holds_a_volume(found)) return;
     partitions.swap(found);
-    sector_size = wide;
+    sector_size = wide_size;
 }
 
 bool find_by_table(partition_list &partitions, const RAW_DISK_IO &disk, byte_view head,
@@ -282,12 +290,12 @@ bool find_by_table(partition_list &partitions, const RAW_DISK_IO &disk, byte_vie
 {
     const bool has_table = sector_size != 0;
     if (!has_table) sector_size = mbr::size;
-    const bool good = has_table ? walk_mbr(partitions, disk, head, sector_size, gaps)
+    const bool good = has_table ? walk_table(partitions, sector_size, disk, head, gaps)
                                 : walk_lost_table(partitions, disk);
     if (!good || partitions.empty()) return false;
     const bool is_gpt = partitions.front().is_gpt;
-    // Below a GPT this is done already; below a lost table the types are evidence of
-    // what the table said.
+    // The walk of a GPT has done this already. The types of a lost table stay as it has
+    // them: they are the only evidence of what it said.
     if (has_table && !is_gpt) {
         recognise_volumes(partitions, disk);
         try_wide_sectors(partitions, disk, head, gaps, sector_size);
@@ -311,7 +319,7 @@ try {
         return true;
     }
     const u32 sector_size = find_sector_size(head);
-    // A scan for a lost table would be told nothing that an ext volume doesn't replace.
+    // An ext volume would replace whatever a scan for a lost table finds.
     if (sector_size == 0 && begins_with_ext(head)) {
         out_partitions.push_back(
             make_volume_entry(head.clip(0, superblock::needed_size)));
@@ -327,7 +335,8 @@ bool find_partitions_gpt(partition_list &out_partitions, const RAW_DISK_IO &disk
                          table_gaps gaps)
 try {
     out_partitions.clear();
-    return walk_gpt(out_partitions, disk, gaps);
+    u32 sector_size = 0;
+    return walk_gpt(out_partitions, sector_size, disk, gaps);
 } catch (const std::bad_alloc &) {
     return false;
 }

@@ -14,7 +14,7 @@ namespace {
 constexpr u32 default_sector_size = 512;
 constexpr std::string_view ntfs_name = "NTFS    ";
 constexpr std::size_t oem_size = 8;
-// 1024 shifted further is no block size that 32 bits hold.
+// 1024 << 22 doesn't fit 32 bits.
 constexpr u32 max_block_shift = 21;
 
 bool has_table_signature(byte_view bytes, u64 at)
@@ -22,15 +22,15 @@ bool has_table_signature(byte_view bytes, u64 at)
     return bytes.read_padded<u16>(at) == mbr::signature_value;
 }
 
-// Text up to a NUL, of at most `most` bytes.
-std::string text_at(byte_view bytes, u64 at, u64 most)
+// Text up to a NUL, at most `max_size` bytes of it.
+std::string text_at(byte_view bytes, u64 at, u64 max_size)
 {
-    const auto field = bytes.clip(at, most).bytes();
+    const auto field = bytes.clip(at, max_size).bytes();
     return {field.begin(), std::ranges::find(field, u8{0})};
 }
 
-// A size that a damaged boot sector gives as zero would move the volume to the start of
-// the disk; what the table says holds then.
+// A sector size of zero in a damaged boot sector would move the volume to the start of
+// the disk, so the table's size stays.
 void set_sector_size(partition_entry &entry, u32 size)
 {
     if (size != 0) entry.m_sector_size = size;
@@ -48,7 +48,7 @@ void set_volume(partition_entry &entry, u8 type, const char *file_system)
     entry.is_volume = true;
 }
 
-// No maker's name: ext and HFS leave the first sector to a boot loader.
+// Without an OEM name: ext and HFS leave the first sector to a boot loader.
 bool read_unnamed(partition_entry &entry, byte_view bytes)
 {
     if (bytes.size() >= superblock::needed_size && begins_with_ext(bytes)) {
@@ -90,7 +90,7 @@ void read_ntfs(partition_entry &entry, byte_view bytes, const char *file_system)
         entry.sectors = read_field(bytes, boot_sector::ntfs_sectors);
 }
 
-// The names of FAT stand in the last field of its parameters, not in the maker's.
+// FAT has its name in the last field of its parameters; the OEM name can be anything.
 bool read_fat(partition_entry &entry, byte_view bytes)
 {
     const u32 sectors = read_field(bytes, boot_sector::fat_sectors);
@@ -111,9 +111,9 @@ bool read_fat(partition_entry &entry, byte_view bytes)
     return true;
 }
 
-// An ext volume with a boot loader ahead of it. That the start becomes 0, and that the
-// length is one in bytes, is how these entries have always been reported.
-bool read_ext_behind_loader(partition_entry &entry, byte_view bytes)
+// An ext volume whose first sector holds a boot loader. Its start is reported as 0 and
+// its length in bytes: callers recognise these entries by that.
+bool read_ext_after_loader(partition_entry &entry, byte_view bytes)
 {
     if (bytes.size() < superblock::needed_size || !begins_with_ext(bytes)) return false;
     const u32 shift = read_field(bytes, superblock::ext_log_block);
@@ -198,7 +198,7 @@ bool read_volume_signature(partition_entry &entry, byte_view bytes)
     else if (holds_text(bytes, boot_sector::oem_name, "-FVE-FS-"))
         read_ntfs(entry, bytes, "bitlocker container");
     else
-        return read_fat(entry, bytes) || read_ext_behind_loader(entry, bytes);
+        return read_fat(entry, bytes) || read_ext_after_loader(entry, bytes);
     return true;
 }
 
@@ -209,9 +209,10 @@ bool walk_extended(partition_list &partitions, u8 &out_last_type, u64 base,
     std::set<u64> visited;
     u64 at = base;
     for (bool more = true; more && visited.insert(at).second;) {
-        const u64 here = at;
-        const bool is_first = here == base;
-        const byte_view sector = read_sector(saturating_product(here, sector_size));
+        const u64 table_sector = at;
+        const bool is_first = table_sector == base;
+        const byte_view sector =
+            read_sector(saturating_product(table_sector, sector_size));
         if (is_first && sector.empty()) return false;
         if (!is_first && !is_table_sector(sector)) return true;
         more = false;
@@ -219,8 +220,9 @@ bool walk_extended(partition_list &partitions, u8 &out_last_type, u64 base,
             const table_record record = read_table_record(sector, i);
             if (!record.is_usable()) break;
             more = record.is_extended();
-            // Links count from the whole extended partition, all else from here.
-            const u64 start = (more ? base : here) + record.first_sector;
+            // A link counts from the start of the extended partition, a volume from the
+            // table that lists it.
+            const u64 start = (more ? base : table_sector) + record.first_sector;
             partitions.emplace_back(start, record.sectors, record.type, sector_size);
             if (more)
                 at = start;
@@ -275,7 +277,7 @@ bool find_partitions_in_buffer(partition_list &out_partitions, byte_view bytes,
 try {
     out_partitions.clear();
     if (bytes.size() < mbr::size) return false;
-    // The larger sizes are only believed if something follows their first sector.
+    // A sector larger than 512 bytes is only believed if more bytes follow it.
     u32 sector_size = find_sector_size(bytes.clip(0, mbr::size));
     if (sector_size == 0)
         sector_size = find_sector_size(bytes.clip(0, bytes.size() - 1));

@@ -8,8 +8,8 @@ namespace hv {
 
 // clang-format off
 
-/// Sector with a partition table: the first of a disk (MBR), or one of the chain that an
-/// extended partition holds (EBR).
+/// Sector with a partition table: the first one of a disk (MBR), or one of the chain in an
+/// extended partition (EBR).
 namespace mbr {
 inline constexpr std::size_t   size = 512;
 inline constexpr std::size_t   m_disk_signature = 440; ///< u32
@@ -19,7 +19,7 @@ inline constexpr unsigned      record_count = 4;
 inline constexpr u16           signature_value = 0xAA55;
 } // namespace mbr
 
-/// Partition record. The addresses by cylinder, head and sector aren't read.
+/// Partition record. Its cylinder, head and sector addresses aren't read.
 namespace partition_record {
 inline constexpr std::size_t   size = 16;
 inline constexpr le_field<u8>  m_status             { 0};
@@ -30,7 +30,7 @@ inline constexpr le_field<u32> m_LBA_first_sector   { 8};
 inline constexpr le_field<u32> m_num_sectors        {12};
 } // namespace partition_record
 
-/// GPT header, in the sector behind the MBR.
+/// GPT header, in the sector after the MBR.
 namespace gpt_header {
 inline constexpr std::size_t   signature =  0;
 inline constexpr std::string_view signature_text = "EFI PART";
@@ -45,7 +45,7 @@ namespace gpt_entry {
 inline constexpr std::size_t   type_guid      =  0; ///< all zero: a free slot
 inline constexpr std::size_t   partition_guid = 16;
 inline constexpr le_field<u64> first_lba       {32};
-inline constexpr le_field<u64> last_lba        {40}; ///< belongs to the partition
+inline constexpr le_field<u64> last_lba        {40}; ///< inclusive
 inline constexpr le_field<u32> attributes_low  {48};
 inline constexpr std::size_t   name           = 56; ///< UTF-16
 inline constexpr std::size_t   name_size      = 72; ///< bytes
@@ -53,7 +53,7 @@ inline constexpr std::size_t   size           = 128;
 inline constexpr std::size_t   guid_size      = 16;
 } // namespace gpt_entry
 
-/// Boot sector of a FAT, exFAT or NTFS volume, as far as the walk over partitions looks.
+/// Boot sector of a FAT, exFAT or NTFS volume: the fields that describe a partition.
 namespace boot_sector {
 inline constexpr std::size_t   oem_name            =  3; ///< 8 bytes
 inline constexpr le_field<u16> bytes_per_sector     {11};
@@ -70,21 +70,21 @@ inline constexpr std::size_t   fat32_name          = 82; ///< "FAT32"
 inline constexpr le_field<u32> exfat_serial         {100};
 inline constexpr le_field<u8>  exfat_sector_shift   {108};
 inline constexpr le_field<u8>  exfat_cluster_shift  {109};
-inline constexpr std::size_t   min_size          = 76; ///< all of what NTFS needs
+inline constexpr std::size_t   min_size          = 76; ///< up to the last NTFS field
 } // namespace boot_sector
 
 /// Superblock of ext and volume header of HFS, counted from the start of the volume.
 namespace superblock {
 inline constexpr le_field<u16> hfs_signature  {1024};
 inline constexpr le_field<u32> ext_blocks     {1028};
-inline constexpr le_field<u32> ext_log_block  {1048}; ///< 1024 is shifted by it
+inline constexpr le_field<u32> ext_log_block  {1048}; ///< block size: 1024 << this
 inline constexpr le_field<u16> ext_magic      {1080};
 inline constexpr le_field<u32> ext_serial     {1128};
 inline constexpr std::size_t   ext_label      = 1144; ///< 16 bytes of text
 inline constexpr std::size_t   ext_label_size = 16;
 inline constexpr std::size_t   ext_mount      = 1160; ///< 64 bytes of text
 inline constexpr std::size_t   ext_mount_size = 64;
-inline constexpr std::size_t   needed_size    = 2048; ///< of a volume, to look for ext
+inline constexpr std::size_t   needed_size    = 2048; ///< bytes of a volume that show ext
 inline constexpr u16 ext_magic_value = 0xEF53;
 inline constexpr u16 hfs_plus = 0x2B48;
 inline constexpr u16 hfs_x    = 0x5848;
@@ -92,7 +92,7 @@ inline constexpr u16 hfs_x    = 0x5848;
 
 // clang-format on
 
-/// A field of one of these layouts; bytes that aren't there count as zero.
+/// Reads a field of one of these layouts; missing bytes count as zero.
 template <std::unsigned_integral T>
 constexpr T read_field(byte_view bytes, le_field<T> field)
 {

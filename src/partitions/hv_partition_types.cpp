@@ -56,7 +56,7 @@ constexpr guid_name guid_names[] = {
     {"e3c9e316-0b5c-4db8-817d-f92df00215ae", "Microsoft reserved"},
     {"4967d63b-2e29-4ad8-8399-f6a339e3d001", ""}, // no published list names it
     {"ebd0a0a2-b9e5-4433-87c0-68b6b72699c7", "Microsoft basic data"},
-    {"796badd3-6bbf-4d9f-b631-466eb71a4965", ""}, // likewise
+    {"796badd3-6bbf-4d9f-b631-466eb71a4965", ""}, // nor this one
     {"5808c8aa-7e8f-42e0-85d2-e1e90434cfb3", "Microsoft LDM metadata"},
     {"af9b60a0-1431-4f62-bc68-3311714a69ad", "Microsoft LDM data"},
     {"de94bba4-06d1-4d40-a16a-bfd50179d6ac", "Windows recovery environment"},
@@ -105,9 +105,9 @@ bool is_known_partition_type(u8 type)
 std::string partition_type_name(u16 type)
 {
     const u16 plain = type & static_cast<u16>(~partition_entry::guessed_type);
-    const auto *const known = std::ranges::find(
-        type_names, plain, [](const type_name &one) -> u16 { return one.type; });
-    std::string name = known == std::end(type_names) ? "unk" : known->name;
+    const auto *const found = std::ranges::find(
+        type_names, plain, [](const type_name &known) -> u16 { return known.type; });
+    std::string name = found == std::end(type_names) ? "unk" : found->name;
     if (plain != type) name += " [guess]";
     return name;
 }

@@ -5,10 +5,10 @@
 #include <string>
 #include <string_view>
 
-/// What the type codes of partitions mean.
+/// The meaning of partition type codes, in the MBR and in the GPT.
 namespace hv {
 
-/// Type codes that the walks over partition tables act upon.
+/// MBR type codes that the code itself uses.
 namespace partition_type {
 inline constexpr u8 fat16 = 4;
 inline constexpr u8 extended = 5;
@@ -20,16 +20,16 @@ inline constexpr u8 hfs = 175;
 inline constexpr u8 gpt = 238;
 } // namespace partition_type
 
-/// Whether a record of this type is believed to name a partition. The names below know
-/// more types: they are for display.
+/// Whether an MBR record of this type is accepted as a partition. `partition_type_name`
+/// knows more types than these; it is for display.
 bool is_known_partition_type(u8 type);
 
-/// The name of a partition type for people: "unk" for an unknown one, with " [guess]"
-/// behind it for a guessed one.
+/// The display name of an MBR type: "unk" for an unknown one. " [guess]" follows it if
+/// `partition_entry::guessed_type` is set.
 std::string partition_type_name(u16 type);
 
-/// The name of a GPT partition type by its GUID of 16 bytes as on the disk; empty for
-/// an unknown one.
+/// The display name of a GPT partition type, by the 16 bytes of its GUID as on the
+/// disk; empty for an unknown one.
 std::string_view gpt_type_name(byte_view guid);
 
 } // namespace hv
