@@ -53,9 +53,12 @@ RAW_DISK_IO::RAW_DISK_IO(const std::vector<std::string> &paths)
     m_type = disk_access::vmdk;
     try {
         auto chain = std::make_unique<vmdk_disk>();
-        if (!chain->add_files(paths) || !chain->link() || !chain->is_linked()) return;
+        const bool good = chain->add_files(paths) && chain->link();
+        m_failure = chain->failure();
+        if (!good || !chain->is_linked()) return;
         m_vmdk = std::move(chain);
     } catch (const std::bad_alloc &) {
+        m_failure = open_failure::no_memory;
         return;
     }
     m_fd = m_vmdk->base()->descriptor();
@@ -73,10 +76,14 @@ RAW_DISK_IO::~RAW_DISK_IO()
 bool RAW_DISK_IO::open_target(const std::string &path)
 {
     m_fd = open_source_file(path.c_str());
-    if (m_fd < 0) return false;
+    if (m_fd < 0) {
+        m_failure = explain_failed_open(path.c_str());
+        return false;
+    }
     m_bytes_per_sector = sector_size;
     const off_t end = lseek(m_fd, 0, SEEK_END);
     if (end > 0) m_size = static_cast<u64>(end);
+    if (end >= 0) m_failure = open_failure::none;
     return end >= 0;
 }
 

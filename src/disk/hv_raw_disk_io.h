@@ -1,5 +1,6 @@
 #pragma once
 
+#include "base/hv_open_failure.h"
 #include "base/hv_types.h"
 #include "disk/hv_run_index.h"
 
@@ -46,6 +47,9 @@ public:
 
     /// The arguments were acceptable; see the constructors for what that says.
     bool is_open() const { return m_open; }
+    /// Why nothing can be read; `none` if the target is open. For a path this says at
+    /// once what `is_open` leaves to the first read.
+    open_failure failure() const { return m_failure; }
     u64 get_size() const;
     /// The bytes that the target really takes up, of a sparse file or a chain fewer
     /// than its size: what hostile structures may cost is measured by this.
@@ -130,6 +134,7 @@ private:
     u32 m_bytes_per_sector = 0;
     disk_access m_type = disk_access::closed;
     bool m_open = false;
+    open_failure m_failure = open_failure::unsupported; ///< until a target is tried
 
     u32 m_cluster_size = 0;
     run_index m_runs;

@@ -12,12 +12,18 @@ void vmdk_disk::clear()
     m_base = nullptr;
     m_top = nullptr;
     m_linked = false;
+    m_failure = open_failure::none;
+    m_failed_path.clear();
 }
 
 bool vmdk_disk::add_file(const std::string &path)
 {
     auto file = std::make_unique<vmdk_file>();
-    if (!file->open(path)) return false;
+    if (!file->open(path)) {
+        m_failure = file->failure();
+        m_failed_path = path;
+        return false;
+    }
     const std::string cid = file->cid();
     m_by_cid.emplace(cid, std::move(file));
     return true;
@@ -30,17 +36,18 @@ bool vmdk_disk::add_files(const std::vector<std::string> &paths)
         return std::ranges::all_of(
             paths, [this](const std::string &path) { return add_file(path); });
     } catch (const std::bad_alloc &) {
+        m_failure = open_failure::no_memory;
         return false;
     }
 }
 
-// A child keeps its parent's ID until it is first written to, so a file isn't taken for
-// its own parent where another one has the ID as well.
+// A child has the ID of its parent until it is first written to, so of several files
+// with one ID, a file never takes itself for its parent.
 vmdk_file *vmdk_disk::find_parent(const vmdk_file &child) const
 {
     const auto [first, last] = m_by_cid.equal_range(child.parent_cid());
-    for (auto one = first; one != last; ++one)
-        if (one->second.get() != &child) return one->second.get();
+    for (auto candidate = first; candidate != last; ++candidate)
+        if (candidate->second.get() != &child) return candidate->second.get();
     return nullptr;
 }
 
@@ -67,8 +74,11 @@ bool vmdk_disk::link()
         file->m_parent = parent;
         parent->m_child = file.get();
     }
+    m_failure = open_failure::incomplete;
+    m_failed_path.clear();
     if (m_base == nullptr) return false;
     walk_children();
+    if (complete && m_linked) m_failure = open_failure::none;
     return complete;
 }
 
@@ -80,14 +90,14 @@ void vmdk_disk::walk_children()
         m_top = m_top->m_child;
         m_files.push_back(m_top);
     }
-    m_linked = parents_end();
+    m_linked = has_no_loop();
 }
 
-bool vmdk_disk::parents_end() const
+bool vmdk_disk::has_no_loop() const
 {
     for (const auto &[cid, file] : m_by_cid) {
         std::size_t left = m_by_cid.size();
-        for (const vmdk_file *one = file.get(); one != nullptr; one = one->m_parent)
+        for (const vmdk_file *step = file.get(); step != nullptr; step = step->m_parent)
             if (left-- == 0) return false;
     }
     return true;
@@ -101,11 +111,11 @@ u64 vmdk_disk::first_volume_offset() const
                : file->volume_offsets().front();
 }
 
-// A piece ends with the grain of each file that was asked: where their grains differ in
+// A piece ends with the grain of each file that was asked: if their grains differ in
 // size, a newer file may hold what follows.
-vmdk_disk::piece vmdk_disk::find_piece(u64 offset, u64 most) const
+vmdk_disk::piece vmdk_disk::find_piece(u64 offset, u64 max_bytes) const
 {
-    piece result{nullptr, 0, most};
+    piece result{nullptr, 0, max_bytes};
     for (const vmdk_file *file = m_top; file != nullptr; file = file->m_parent) {
         result.bytes = std::min(result.bytes, file->rest_of_grain(offset));
         if (file->lookup(offset, result.place)) {
@@ -124,8 +134,8 @@ bool vmdk_disk::read(u8 *buffer, u64 offset, u64 length) const
         std::fill_n(buffer, length, u8{0});
         return true;
     }
-    // Neighbouring grains mostly lie in a row in one file as well, and are read in one
-    // go.
+    // Neighbouring grains are mostly contiguous in the file as well, and are read at
+    // once.
     for (piece row = find_piece(offset, length); length != 0;) {
         piece next;
         u64 gathered = row.bytes;
@@ -146,18 +156,19 @@ bool vmdk_disk::read(u8 *buffer, u64 offset, u64 length) const
     return true;
 }
 
-// What a read in one go couldn't do: each piece for itself, so that damage costs only
+// After a failed read of several pieces: each is read alone, so that damage costs only
 // the piece that it is in.
 void vmdk_disk::read_pieces(u8 *buffer, u64 offset, u64 length) const
 {
     while (length != 0) {
-        const piece one = find_piece(offset, length);
-        u64 got = one.bytes;
-        if (one.file == nullptr || !one.file->read(buffer, offset, got)) got = 0;
-        std::fill(buffer + got, buffer + one.bytes, u8{0});
-        buffer += one.bytes;
-        offset += one.bytes;
-        length -= one.bytes;
+        const piece part = find_piece(offset, length);
+        u64 delivered = part.bytes;
+        if (part.file == nullptr || !part.file->read(buffer, offset, delivered))
+            delivered = 0;
+        std::fill(buffer + delivered, buffer + part.bytes, u8{0});
+        buffer += part.bytes;
+        offset += part.bytes;
+        length -= part.bytes;
     }
 }
 

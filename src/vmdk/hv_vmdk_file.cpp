@@ -13,15 +13,15 @@ namespace hv {
 
 namespace {
 
-// Real descriptors have some ten kilobytes, and what links the files stands at their
-// front. A damaged size must not bring a whole disk into memory.
+// Real descriptors have about ten kilobytes, with the content IDs at the start. A
+// damaged size must not bring a whole disk into memory.
 constexpr u64 max_descriptor = u64{1} << 20;
 
-// Tables of the usual size cover 32 MiB each. A header that needs more than so many
-// tables is damaged.
+// A table of the usual size covers 32 MiB, so this many are enough for 32 TiB. A header
+// that needs more of them is damaged.
 constexpr u64 max_tables = u64{1} << 20;
 
-// Header and tables have always been addressed with 32 bits.
+// The byte positions of all metadata fit 32 bits in an intact file.
 constexpr u64 max_metadata_sectors = std::numeric_limits<u32>::max() / vmdk_sector_size;
 
 u64 divide_up(u64 value, u64 by)
@@ -29,7 +29,7 @@ u64 divide_up(u64 value, u64 by)
     return value / by + (value % by == 0 ? 0 : 1);
 }
 
-// Text in another encoding than UTF-8 degrades byte by byte, but is kept.
+// A line that isn't UTF-8 is kept byte for byte instead.
 std::wstring wide_line(const std::string &line)
 {
     std::wstring wide = uni::to_wide(line);
@@ -59,37 +59,59 @@ bool vmdk_file::open(const std::string &path)
     try {
         m_path = path;
         m_fd = open_source_file(path.c_str());
-        const off_t end = m_fd < 0 ? -1 : lseek(m_fd, 0, SEEK_END);
-        if (end <= 0) return false;
-        m_file_size = static_cast<u64>(end);
-        if (!read_header() || !read_descriptor() || !compute_sizes() || !load_tables())
-            return false;
-        find_partitions();
-        m_valid = true;
+        m_failure = m_fd < 0 ? explain_failed_open(path.c_str()) : load();
     } catch (const std::bad_alloc &) {
-        m_valid = false;
+        m_failure = open_failure::no_memory;
     }
+    m_valid = m_failure == open_failure::none;
     return m_valid;
 }
 
-// As many of `most` bytes as the file has there. Nothing is allocated for bytes that
-// the file doesn't have.
-std::vector<u8> vmdk_file::read_area(u64 place, u64 most) const
+open_failure vmdk_file::load()
+{
+    const off_t end = lseek(m_fd, 0, SEEK_END);
+    if (end <= 0) return open_failure::unsupported;
+    m_file_size = static_cast<u64>(end);
+    open_failure failure = read_header();
+    if (failure == open_failure::none) failure = read_descriptor();
+    if (failure == open_failure::none && !compute_sizes())
+        failure = open_failure::damaged;
+    if (failure == open_failure::none) failure = load_tables();
+    if (failure == open_failure::none) find_partitions();
+    return failure;
+}
+
+// Up to `max_size` bytes, as many as the file has at `place`. Nothing is allocated for
+// bytes that the file doesn't have.
+std::vector<u8> vmdk_file::read_area(u64 place, u64 max_size) const
 {
     if (place >= m_file_size) return {};
-    std::vector<u8> bytes(std::min(most, m_file_size - place));
-    const i64 got = read_fully(m_fd, bytes.data(), bytes.size(), place);
-    bytes.resize(got < 0 ? 0 : static_cast<std::size_t>(got));
+    std::vector<u8> bytes(std::min(max_size, m_file_size - place));
+    const i64 count = read_fully(m_fd, bytes.data(), bytes.size(), place);
+    bytes.resize(count < 0 ? 0 : static_cast<std::size_t>(count));
     return bytes;
 }
 
-bool vmdk_file::read_header()
+// Why `read_area` returned nothing: the file ends before `place`, or a read failed.
+open_failure vmdk_file::explain_empty_area(u64 place) const
 {
-    return read_row(m_header.data(), 0, m_header.size()) &&
-           get(vmdk_header::magic) == vmdk_header::signature;
+    return place < m_file_size ? open_failure::unreadable : open_failure::damaged;
 }
 
-bool vmdk_file::read_descriptor()
+// Other forms of virtual disks have another magic, no embedded descriptor, or a grain
+// directory at the end of the file.
+open_failure vmdk_file::read_header()
+{
+    if (m_file_size < m_header.size()) return open_failure::unsupported;
+    if (!read_row(m_header.data(), 0, m_header.size())) return open_failure::unreadable;
+    const bool is_supported =
+        get(vmdk_header::magic) == vmdk_header::signature &&
+        get(vmdk_header::descriptor_size) != 0 &&
+        get(vmdk_header::directory_offset) != vmdk_header::directory_at_end;
+    return is_supported ? open_failure::none : open_failure::unsupported;
+}
+
+open_failure vmdk_file::read_descriptor()
 {
     u64 place = 0;
     u64 size = 0;
@@ -97,10 +119,10 @@ bool vmdk_file::read_descriptor()
                                &place) ||
         __builtin_mul_overflow(get(vmdk_header::descriptor_size), vmdk_sector_size,
                                &size))
-        return false;
+        return open_failure::damaged;
     const std::vector<u8> area = read_area(place, std::min(size, max_descriptor));
-    if (area.empty()) return false;
-    // The text is filled up with NUL bytes, which are no line of it.
+    if (area.empty()) return explain_empty_area(place);
+    // The text is padded with NUL bytes.
     const std::string text(area.begin(), std::ranges::find(area, u8{0}));
     std::vector<std::string> lines;
     split(text, '\n', lines, false, empty_pieces::drop);
@@ -108,7 +130,7 @@ bool vmdk_file::read_descriptor()
         trim_line_end(line);
         if (!line.empty()) add_descriptor_line(line);
     }
-    return true;
+    return open_failure::none;
 }
 
 void vmdk_file::add_descriptor_line(const std::string &line)
@@ -128,8 +150,8 @@ void vmdk_file::add_descriptor_line(const std::string &line)
         if (folded.starts_with(key)) this->*value = line.substr(key.size());
 }
 
-// Products that wrap, and a grain or a table of no bytes, are refused here, so that no
-// later step divides by zero.
+// False for products that wrap, and for grains or tables of no bytes: no later step
+// divides by zero.
 bool vmdk_file::compute_sizes()
 {
     const u64 capacity = get(vmdk_header::capacity);
@@ -145,22 +167,24 @@ bool vmdk_file::compute_sizes()
     return true;
 }
 
-// The directory ends where the first of its tables begins. What would be tables behind
-// the end of the disk is the directory's padding.
-bool vmdk_file::find_directory(u64 &place, u64 &entries) const
+// The directory ends where its first table begins. Entries that would cover space after
+// the end of the disk are padding.
+open_failure vmdk_file::find_directory(u64 &place, u64 &entries) const
 {
     const u64 overhead = get(vmdk_header::overhead);
     const u64 sector = get(vmdk_header::directory_offset);
     if (overhead > max_metadata_sectors || sector > overhead ||
         overhead * vmdk_sector_size > m_file_size)
-        return false;
+        return open_failure::damaged;
     place = sector * vmdk_sector_size;
     const std::vector<u8> bytes = read_area(place, vmdk_entry_size);
+    if (bytes.empty()) return explain_empty_area(place);
     const u64 first_table = byte_view{bytes}.read_padded<u32>(0);
-    if (first_table > overhead || first_table <= sector) return false;
+    if (first_table > overhead || first_table <= sector) return open_failure::damaged;
     entries = std::min((first_table - sector) * vmdk_sector_size / vmdk_entry_size,
                        divide_up(m_grains, get(vmdk_header::entries_per_table)));
-    return entries != 0 && entries <= max_tables;
+    return entries != 0 && entries <= max_tables ? open_failure::none
+                                                 : open_failure::damaged;
 }
 
 u64 vmdk_file::get_stored_size() const
@@ -168,7 +192,7 @@ u64 vmdk_file::get_stored_size() const
     return stored_bytes(m_fd, m_file_size);
 }
 
-// Whether a stretch of the file lies in a hole whole. Behind the end nothing does.
+// Whether this part of the file is entirely a hole. False past the end of the file.
 bool vmdk_file::is_hole(u64 place, u64 length) const
 {
     if (place >= m_file_size || length > m_file_size - place) return false;
@@ -176,15 +200,17 @@ bool vmdk_file::is_hole(u64 place, u64 length) const
     return data < 0 ? errno == ENXIO : static_cast<u64>(data) >= place + length;
 }
 
-bool vmdk_file::load_tables()
+open_failure vmdk_file::load_tables()
 {
     u64 place = 0;
     u64 count = 0;
-    if (!find_directory(place, count)) return false;
+    const open_failure failure = find_directory(place, count);
+    if (failure != open_failure::none) return failure;
     const std::vector<u32> directory =
         table_of(byte_view{read_area(place, count * vmdk_entry_size)});
-    // No table is longer than the disk needs. All together have about the size that
-    // the file really takes up: one in a hole is empty, and costs nothing.
+    // No table is longer than the disk needs. A table in a hole holds no grain and
+    // costs nothing; the others together can't have much more than the bytes that are
+    // stored.
     const u64 table_bytes =
         std::min<u64>(get(vmdk_header::entries_per_table), m_grains) * vmdk_entry_size;
     u64 left = 2 * get_stored_size() + table_bytes;
@@ -201,16 +227,18 @@ bool vmdk_file::load_tables()
         if (bytes.size() < vmdk_entry_size) break;
         m_gts.push_back(table_of(byte_view{bytes}));
     }
-    return !m_gts.empty() && !m_gts.front().empty();
+    if (!m_gts.empty()) return open_failure::none;
+    return explain_empty_area(directory.empty() ? place
+                                                : directory[0] * u64{vmdk_sector_size});
 }
 
-// A child rarely holds the first grain; its parents tell of the partitions then.
+// A child rarely holds the first grain; its parents know the partitions then.
 void vmdk_file::find_partitions()
 {
-    const u32 first_grain = m_gts.front().front();
-    if (first_grain == 0) return;
+    const std::vector<u32> &first_table = m_gts.front();
+    if (first_table.empty() || first_table.front() == 0) return;
     const std::vector<u8> bytes =
-        read_area(u64{first_grain} * vmdk_sector_size, vmdk_sector_size);
+        read_area(u64{first_table.front()} * vmdk_sector_size, vmdk_sector_size);
     const byte_view sector{bytes};
     partition_list partitions;
     if (sector.size() < vmdk_sector_size) return;
@@ -252,9 +280,9 @@ bool vmdk_file::read(u8 *buffer, u64 offset, u64 &length) const
     for (u64 done = 0; done < length;) {
         if (!lookup(offset + done, place)) return false;
         const u64 piece = std::min(rest_of_grain(offset + done), length - done);
-        const i64 got = read_fully(m_fd, buffer + done, piece, place);
-        if (got < 1) return false;
-        std::fill(buffer + done + got, buffer + done + piece, u8{0});
+        const i64 count = read_fully(m_fd, buffer + done, piece, place);
+        if (count < 1) return false;
+        std::fill(buffer + done + count, buffer + done + piece, u8{0});
         done += piece;
     }
     return true;
@@ -262,8 +290,8 @@ bool vmdk_file::read(u8 *buffer, u64 offset, u64 &length) const
 
 bool vmdk_file::read_row(u8 *buffer, u64 place, u64 length) const
 {
-    const i64 got = read_fully(m_fd, buffer, length, place);
-    return got >= 0 && static_cast<u64>(got) == length;
+    const i64 count = read_fully(m_fd, buffer, length, place);
+    return count >= 0 && static_cast<u64>(count) == length;
 }
 
 void dump_header(std::ostream &out, const vmdk_file &file)

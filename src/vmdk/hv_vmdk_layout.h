@@ -22,7 +22,8 @@ inline constexpr le_field<u64> descriptor_size    {36};
 inline constexpr le_field<u32> entries_per_table  {44};
 inline constexpr le_field<u64> spare_directory    {48}; ///< never read
 inline constexpr le_field<u64> directory_offset   {56};
-inline constexpr le_field<u64> overhead           {64}; ///< ahead of the first grain
+inline constexpr u64           directory_at_end = ~u64{0}; ///< stream-optimised files
+inline constexpr le_field<u64> overhead           {64}; ///< before the first grain
 inline constexpr le_field<u8>  unclean_shutdown   {72};
 inline constexpr le_field<u8>  end_of_line        {73};
 inline constexpr le_field<u8>  no_end_of_line     {74};
@@ -31,7 +32,7 @@ inline constexpr le_field<u8>  double_end_second  {76};
 inline constexpr le_field<u16> compression        {77};
 inline constexpr std::size_t   padding           = 79;
 
-/// How a field is shown to people; a width of 0 shows no value.
+/// How `dump_header` shows a field; with a width of 0, without its value.
 struct label {
     std::size_t offset;
     std::size_t width; ///< bytes
@@ -58,7 +59,7 @@ inline constexpr label labels[] = {
     {padding,                  0, "pad for 433 (0x1b1) bytes"},
 };
 
-/// What the flags say. They are shown, and nothing is decided by them.
+/// How `dump_header` shows the flags. Nothing else depends on them.
 struct flag_label {
     u32 mask;
     std::string_view text;
@@ -73,11 +74,11 @@ inline constexpr flag_label flag_labels[] = {
 
 // clang-format on
 
-/// The grain directory and the grain tables are rows of u32: the sectors where tables
-/// and grains begin, and 0 where there is none.
+/// The grain directory and the grain tables are arrays of u32: the sector of each table
+/// or grain in the file, or 0 if there is none.
 inline constexpr std::size_t vmdk_entry_size = 4;
 
-/// Bytes of a sector, the unit of all places in a virtual disk file.
+/// Bytes of a sector, the unit of all sizes and offsets in a virtual disk file.
 inline constexpr u32 vmdk_sector_size = 512;
 
 } // namespace hv

@@ -17,14 +17,14 @@ bool can_be_opened(const std::string &path)
     return true;
 }
 
-// Up to the last "/" and with it; empty without one.
+// Up to and including the last "/"; empty without one.
 std::string folder_of(const std::string &path)
 {
     return path.substr(0, path.rfind('/') + 1);
 }
 
-// Where a child says that its parent lies. A name alone is looked for beside the first
-// file of the list.
+// The path at which a child expects its parent. A bare name is looked for in the folder
+// of the first file of the list.
 std::string parent_name(const vmdk_file &child, const std::string &folder)
 {
     std::string name = child.parent_hint();
@@ -36,16 +36,16 @@ std::string parent_name(const vmdk_file &child, const std::string &folder)
 
 } // namespace
 
-// Whether a parent's name is that of a file in the chain, whose ID then isn't the one
-// that the child wants.
+// Whether a parent's name is that of a loaded file, which then has another ID than the
+// child expects.
 bool vmdk_disk::is_loaded(const std::string &name) const
 {
     const auto holds = [&name](const vmdk_file &file) {
         return file.path().find(name) != std::string::npos;
     };
     if (m_base != nullptr) return holds(*m_base);
-    return m_by_cid.size() > 1 && std::ranges::any_of(m_by_cid, [&](const auto &one) {
-               return holds(*one.second);
+    return m_by_cid.size() > 1 && std::ranges::any_of(m_by_cid, [&](const auto &item) {
+               return holds(*item.second);
            });
 }
 
@@ -73,8 +73,7 @@ vmdk_disk::add_missing_parent(std::ostream &messages,
             name = folder + name.substr(last_separator(name) + 1);
             hint = '"' + name + '"';
         }
-        // A file that is there under this name already will not have another ID the
-        // next time.
+        // Opening a file of the list again wouldn't change its ID.
         if (std::ranges::find(paths, name) != paths.end())
             return parent_state::complete;
         messages << "=> vmdk file: " << child->path() << '\n'
@@ -87,8 +86,8 @@ vmdk_disk::add_missing_parent(std::ostream &messages,
 
 bool vmdk_disk::validate_list(std::ostream &messages, std::vector<std::string> &paths)
 {
-    // Each round adds a path that wasn't there, and files name their parents in one way
-    // only, so the rounds come to an end.
+    // Each round adds a path that wasn't in the list, and a file has one hint only, so
+    // the rounds end.
     try {
         for (parent_state state = parent_state::added; state == parent_state::added;) {
             clear();
@@ -105,6 +104,7 @@ bool vmdk_disk::validate_list(std::ostream &messages, std::vector<std::string> &
         return m_base != nullptr;
     } catch (const std::exception &) {
         messages << "prob creating virtual vmware disk mapping\n";
+        m_failure = open_failure::no_memory;
         return false;
     }
 }
