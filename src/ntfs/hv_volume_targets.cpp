@@ -14,7 +14,7 @@ constexpr u32 default_record_size = 1024;
 constexpr std::size_t boot_read = 36;
 constexpr u64 image_sector_size = 512;
 
-// What differs between a disk and the first bytes of an image.
+// The texts that differ between a disk and the first bytes of an image.
 struct check_form {
     std::string_view corrupted, nothing_found, wrong_type, wrong_type_end;
 };
@@ -25,7 +25,7 @@ constexpr check_form image_form{"image corrupted, partition info questionable\n"
                                 "couldn't find any partitions on disk \n",
                                 " is not a NTFS partition, but a ", "\n"};
 
-// What a check looks at; `disk` is null if there are only the first bytes.
+// What a check reads; `disk` is null if there are only the first bytes.
 struct checked_medium {
     const RAW_DISK_IO *disk = nullptr;
     byte_view first_bytes;
@@ -47,10 +47,9 @@ struct checked_medium {
     }
 };
 
-// In hexadecimal and without padding.
 std::string hex(u64 value)
 {
-    return number_text(value, true, 1);
+    return "0x" + hex_digits(value, 1);
 }
 
 void add_out_of_bounds(std::ostream &messages, u64 offset)
@@ -207,11 +206,12 @@ bool check_vmdk_target(std::ostream &messages, const std::vector<std::string> &p
     return false;
 }
 
-volume_choice choose_volume_offset(bool passed, bool found, u64 offset,
-                                   bool offset_given)
+volume_choice choose_volume_offset(const check_outcome &outcome, offset_option option)
 {
-    if (passed && (offset_given || offset != 0)) return volume_choice::at_offset;
-    if (!offset_given && offset == 0 && (passed || found))
+    const bool is_given = option == offset_option::given;
+    if (outcome.passed && (is_given || outcome.offset != 0))
+        return volume_choice::at_offset;
+    if (!is_given && outcome.offset == 0 && (outcome.passed || outcome.found))
         return volume_choice::whole_image;
     return volume_choice::stop;
 }
@@ -240,7 +240,7 @@ bool open_input(volume_target &target)
     return true;
 }
 
-// The first path that is set. The kind of a path says no more than where it came from.
+// Opens the first path that is set.
 std::unique_ptr<CNtfs> open_path(volume_target &target)
 {
     const struct {

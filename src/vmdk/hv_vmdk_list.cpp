@@ -99,7 +99,10 @@ bool vmdk_disk::validate_list(std::ostream &messages, std::vector<std::string> &
             link();
             if (paths.empty()) return false;
             state = add_missing_parent(messages, paths);
-            if (state == parent_state::failed) return false;
+            if (state == parent_state::failed) {
+                m_failure = open_failure::incomplete;
+                return false;
+            }
         }
         return m_base != nullptr;
     } catch (const std::exception &) {
