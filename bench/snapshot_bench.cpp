@@ -52,7 +52,7 @@ void read_snapshot(benchmark::State &state)
     hv::vss_container container;
     container.report_live_reads = false;
     if (!container.init(snapshot_image(dir, static_cast<std::uint64_t>(state.range(0))),
-                        0, true))
+                        0, hv::vss_load::with_blocks))
         state.SkipWithError("the stores can't be read");
     std::vector<hv::u8> block;
     hv::u32 length = 0;

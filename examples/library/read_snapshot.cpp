@@ -27,10 +27,15 @@ int main(int argc, char **argv)
 
     hv::vss_container shadows;
     shadows.report_live_reads = false; // standard output is for the volume
-    if (!shadows.init(argv[1], offset, true))
-        return fail(argv[1], "no shadow copies, or a damaged one");
+    if (!shadows.init(argv[1], offset, hv::vss_load::with_blocks) &&
+        shadows.store_count() == 0)
+        return fail(argv[1], "no shadow copies");
     if (snapshot > shadows.store_count()) return fail(argv[3], "no such snapshot");
     for (const auto &[id, store] : shadows.stores()) hv::dump_store(std::cerr, store);
+    for (hv::u64 number = 1; number <= shadows.store_count(); ++number)
+        if (!shadows.is_complete(number))
+            std::cerr << "Snapshot " << number << " is incomplete on this volume.\n";
+    if (!shadows.is_complete(snapshot)) return fail(argv[3], "incomplete");
 
     // The copy of the boot sector comes after the sectors that the volume counts.
     const hv::u64 sectors =

@@ -9,7 +9,7 @@ namespace hv {
 
 // clang-format off
 
-/// The header that every block of the shadow-copy service begins with. Its identifier is
+/// The header at the start of every block of the shadow-copy service. Its identifier is
 /// `vss_identifier`.
 namespace vss_block {
 inline constexpr std::size_t   identifier      =  0; ///< 16 bytes
@@ -23,7 +23,7 @@ inline constexpr std::size_t   header_size = 128;
 inline constexpr std::size_t   block_size = 16384;   ///< of most blocks, header included
 } // namespace vss_block
 
-/// Entry of the catalog. The fields depend on the type.
+/// Entry of the catalog. Which fields it has depends on the type.
 namespace vss_catalog_entry {
 inline constexpr le_field<u64> type                  { 0};
 inline constexpr std::size_t   store_id              = 16; ///< 16 bytes
@@ -59,14 +59,15 @@ inline constexpr std::size_t   fixed_size = 192;        ///< a second text follo
 /// Block descriptor: one copied block of a store.
 namespace vss_descriptor {
 inline constexpr le_field<u64> original_offset   { 0}; ///< its place on the volume
-inline constexpr le_field<u64> relative_offset   { 8}; ///< where the data went, on the volume
-inline constexpr le_field<u64> store_offset      {16}; ///< where they lie in the store area
+inline constexpr le_field<u64> relative_offset   { 8}; ///< of a forwarder: where the block went
+inline constexpr le_field<u64> store_offset      {16}; ///< of the kept bytes, on the volume
 inline constexpr le_field<u32> flags             {24};
 inline constexpr le_field<u32> allocation_bitmap {28}; ///< one bit for each sector
 inline constexpr std::size_t   size = 32;
 inline constexpr std::size_t   max_in_block =
     (vss_block::block_size - vss_block::header_size) / size;
-inline constexpr u32 forwarder = 0x1; ///< the data are those of another offset
+inline constexpr u32 all_sectors = ~u32{0};
+inline constexpr u32 forwarder = 0x1; ///< the block was moved to the relative offset
 inline constexpr u32 overlay   = 0x2; ///< only the sectors of the allocation bitmap
 inline constexpr u32 not_used  = 0x4;
 inline constexpr u32 flag_8    = 0x8; ///< unknown; alone, it is taken on request only
@@ -81,7 +82,7 @@ inline constexpr std::size_t   size = 24;
 inline constexpr std::size_t   min_block = vss_block::header_size + size;
 } // namespace vss_range
 
-/// Bitmap behind a block header: one bit for each block of the volume, the least
+/// Bitmap after a block header: one bit for each block of the volume, the least
 /// significant first.
 namespace vss_bitmap {
 inline constexpr std::size_t   bits       = 128;        ///< to the end of the block
@@ -109,7 +110,7 @@ enum class vss_block_type : u32 {
     bitmap = 6,
 };
 
-/// What a type of block is called in reports.
+/// What a type of block is called in reports. Kept for callers of the library.
 std::string_view vss_block_type_name(u32 type);
 
 } // namespace hv

@@ -9,7 +9,7 @@ namespace hv {
 
 namespace {
 
-// A chain ends where not even so much of a block is left on the medium.
+// A chain ends at a block of which the medium holds less than this.
 constexpr u64 min_on_medium = 4096;
 
 bool is_list_end(const fixed_view<vss_descriptor::size> &fields)
@@ -20,6 +20,22 @@ bool is_list_end(const fixed_view<vss_descriptor::size> &fields)
 }
 
 } // namespace
+
+vss_descriptor_kind vss_block_descriptor::kind() const
+{
+    if (flags == 0) return vss_descriptor_kind::plain;
+    if (flags == vss_descriptor::flag_8) return vss_descriptor_kind::flag_8;
+    if (has(vss_descriptor::overlay)) return vss_descriptor_kind::overlay;
+    return has(vss_descriptor::forwarder) ? vss_descriptor_kind::forwarder
+                                          : vss_descriptor_kind::other;
+}
+
+u32 vss_block_descriptor::held_sectors() const
+{
+    if (has(vss_descriptor::overlay)) return sectors;
+    return has(vss_descriptor::forwarder) || sectors == 0 ? vss_descriptor::all_sectors
+                                                          : sectors;
+}
 
 bool parse_descriptor_block(std::vector<vss_block_descriptor> &out_list,
                             vss_block_hdr &out_header, byte_view block, u64 offset,
@@ -96,7 +112,7 @@ bool vss_block_source::read(u8 *buffer, u32 &length, u64 offset) const
            volume->get_disk()->read_checked(buffer, length, position) && length != 0;
 }
 
-u64 vss_block_source::bytes_behind(u64 offset) const
+u64 vss_block_source::bytes_after(u64 offset) const
 {
     u64 position = 0;
     if (volume == nullptr ||
@@ -116,7 +132,7 @@ bool vss_block_chain::next(byte_view &out_block, vss_block_hdr &out_header,
         return false;
     }
     m_state = state::damaged;
-    if (source.bytes_behind(offset) < min_on_medium || source.blocks_left == 0 ||
+    if (source.bytes_after(offset) < min_on_medium || source.blocks_left == 0 ||
         !m_visited.insert(offset).second)
         return false;
     m_buffer.resize(vss_block::block_size);
@@ -138,11 +154,11 @@ bool vss_store_blocks::load(const vss_store &store, vss_block_source &source)
     *this = {};
     m_own.chain.emplace(store.bitmap_offset, vss_block_type::bitmap);
     m_previous.chain.emplace(store.previous_bitmap, vss_block_type::bitmap);
-    // The catalog may name the store without saying where it lies.
-    const bool complete = store.block_list_offset != 0 &&
-                          load_descriptors(store.block_list_offset, source);
+    // A store whose data are on another volume has no block list on this one.
+    m_is_complete = store.block_list_offset != 0 &&
+                    load_descriptors(store.block_list_offset, source);
     load_ranges(store.range_list_offset, source);
-    return complete;
+    return m_is_complete;
 }
 
 bool vss_store_blocks::load_descriptors(u64 offset, vss_block_source &source)
@@ -178,10 +194,10 @@ bool vss_store_blocks::bitmap_segment(byte_view &out_bits, vss_bitmap_kind kind,
     byte_view block;
     byte_view bits;
     vss_block_hdr header;
-    // The chain is read no further than it is needed, nor than the medium reaches.
+    // The chain is read no further than needed, and not past the end of the medium.
     while (known.blocks.size() <= segment && known.chain &&
-           source.bytes_behind(known.blocks.size() * vss_bitmap::covered) != 0) {
-        // A segment that fails must not be stood in for by the one behind it.
+           source.bytes_after(known.blocks.size() * vss_bitmap::covered) != 0) {
+        // The segment after one that fails must not take its place.
         if (!known.chain->next(block, header, source) ||
             !parse_bitmap_block(bits, header, block, header.position))
             known.chain.reset();
