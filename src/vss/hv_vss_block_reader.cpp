@@ -172,15 +172,14 @@ bool vss_block_reader::read_block(std::vector<u8> &buffer, u32 &out_length,
     return true;
 }
 
-// Descriptors of a store that doesn't look after the block are left over from before;
-// but a block that was kept whole is good in any case.
+// Descriptors of a block that the store doesn't track are left over from before, unless
+// the block was kept whole.
 bool vss_block_reader::is_ruled_out(vss_descriptor_span descriptors,
                                     const vss_read_request &request)
 {
-    bool not_looked_after = true;
-    if (is_block_in_bitmap(not_looked_after, request.store_number,
-                           request.volume_offset) &&
-        !not_looked_after)
+    bool is_untracked = true;
+    if (is_block_in_bitmap(is_untracked, request.store_number, request.volume_offset) &&
+        !is_untracked)
         return false;
     return std::ranges::none_of(descriptors, [&](const vss_descriptor_ref &ref) {
         const vss_descriptor_kind kind = descriptor_of(ref).kind();

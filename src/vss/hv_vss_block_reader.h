@@ -61,7 +61,7 @@ public:
                                    u64 store_number, vss_search search,
                                    vss_forwarders forwarders = vss_forwarders::listed);
     /// Reads a store's bitmap at an offset on the volume, in bytes: `out_flag` is set
-    /// if the store doesn't look after that block. False if there are no bits for it.
+    /// if the store doesn't track that block. False if there are no bits for it.
     bool is_block_in_bitmap(bool &out_flag, u64 store_number, u64 volume_offset,
                             vss_bitmap_kind kind = vss_bitmap_kind::own);
     /// Reads the block of one descriptor, 16384 bytes. Of an overlay, all other sectors
@@ -76,7 +76,7 @@ public:
     /// after the end of the medium, and where a kept block can't be read.
     bool pull_block(std::vector<u8> &buffer, u32 &out_length, vss_read_request request);
 
-    /// A set bit of a bitmap says that the store does look after the block.
+    /// Reverses the bitmaps: a set bit means that the store does track the block.
     bool inverted_bitmap = false;
     /// Gets a line for every read of the image; null for none.
     std::ostream *dump = nullptr;
@@ -88,7 +88,7 @@ protected:
     /// Forgets the stores, and reads from now on from `volume`, which has to outlive
     /// this object. It may be null.
     void reset(const CNtfs *volume);
-    /// Makes room for so many stores, whose blocks aren't loaded.
+    /// Makes room for the blocks of `count` stores, without loading them.
     void set_store_count(std::size_t count) { m_stores.resize(count); }
     /// Loads the blocks of all stores, in the order of their numbers. False if one of
     /// them couldn't be read whole.

@@ -18,8 +18,8 @@ namespace {
 constexpr std::size_t min_catalog = 1024;
 constexpr std::string_view folder_name = "system volume information";
 
-// A volume has some hundred snapshots at most, each with two entries of 128 bytes. A
-// file that claims more may be a hole of any size.
+// A volume has a few hundred snapshots at most, each with two entries of 128 bytes. A
+// catalog that claims more may be a sparse file of any size.
 constexpr u64 max_catalog = u64{4} << 20;
 
 bool has_identifier(byte_view block)
@@ -58,7 +58,7 @@ void fill_type_3(vss_store &store, const entry_view &entry)
     store.store_index = entry.get<vss_catalog_entry::store_index>();
 }
 
-void take_entry(vss_store_map &stores, byte_view slot, u64 position, u64 block)
+void add_entry(vss_store_map &stores, byte_view slot, u64 position, u64 block)
 {
     entry_view entry;
     if (!slot.fixed(0, entry)) return;
@@ -72,8 +72,8 @@ void take_entry(vss_store_map &stores, byte_view slot, u64 position, u64 block)
     if (type == 3) fill_type_3(store, entry);
 }
 
-// A text with its length ahead of it, at `at` of a store header. Returns the position
-// behind it.
+// Reads a text that starts with its length in bytes, at `at` of a store header. Returns
+// the position after it.
 u64 read_machine(std::string &text, byte_view block, u64 at)
 {
     const u16 length = block.read_padded<u16>(at);
@@ -214,7 +214,7 @@ bool parse_catalog(vss_block_map &out_blocks, vss_store_map &out_stores,
             out_blocks[at] = header;
             block = at;
         } else {
-            take_entry(out_stores, slot, at, block);
+            add_entry(out_stores, slot, at, block);
         }
     }
     return true;
@@ -236,7 +236,7 @@ bool parse_store_header(vss_store &store, byte_view block)
     store.attribute_flags = header.get<vss_store_header::attribute_flags>();
     const u64 second = read_machine(store.operating_machine, block,
                                     vss_store_header::operating_machine);
-    // The position has always been kept in 16 bits.
+    // A position above 65535 wraps: its low 16 bits are where the second text is read.
     read_machine(store.service_machine, block, second & 0xFFFF);
     return true;
 }
@@ -273,16 +273,16 @@ bool load_stores(std::array<u8, vss_block::header_size> &out_header,
 
 std::string_view vss_snapshot_type_name(u32 type)
 {
-    for (const flag_name &one : type_names)
-        if (one.flag == type) return one.name;
+    for (const flag_name &known : type_names)
+        if (known.flag == type) return known.name;
     return {};
 }
 
 std::string vss_attribute_names(u32 flags)
 {
     std::string text;
-    for (const flag_name &one : attribute_names)
-        if ((flags & one.flag) != 0) text.append(one.name).append("; ");
+    for (const flag_name &known : attribute_names)
+        if ((flags & known.flag) != 0) text.append(known.name).append("; ");
     return text;
 }
 

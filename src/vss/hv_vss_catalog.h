@@ -9,8 +9,8 @@
 #include <ostream>
 #include <string>
 
-/// The catalog of the shadow copies of a volume: which stores there are, when they were
-/// made, and where their parts lie.
+/// The catalog of the shadow copies of a volume: which shadow stores there are, when
+/// they were made, and where their parts are.
 namespace hv {
 
 class CNtfs;
@@ -25,9 +25,8 @@ struct vss_block_hdr {
     u64 offset = 0; ///< bytes, on the volume
     u64 next_offset = 0;
     u64 further_size = 0;
-    u64 position = 0; ///< in the file that it came from
-    u64 next_position =
-        0; ///< in the store file's own numbering; 0 without a next block
+    u64 position = 0;      ///< as the caller counts: in a file, or on the volume
+    u64 next_position = 0; ///< of the next block in the store file; 0 for none
 };
 
 /// Where the catalog has one entry of a store.
@@ -37,7 +36,7 @@ struct vss_catalog_place {
     u64 block = 0;    ///< of the catalog block that holds it
 };
 
-/// One store: what the catalog and the header of the store say of it.
+/// One shadow store, as the catalog and the header of the store describe it.
 struct vss_store {
     vss_guid store_id{};
     std::array<vss_catalog_place, 3> entries; ///< of types 1, 2 and 3
@@ -81,29 +80,30 @@ using vss_store_map = std::map<std::string, vss_store>;
 /// The headers of catalog blocks by their position in the catalog file.
 using vss_block_map = std::map<u64, vss_block_hdr>;
 
-/// Reads the header of a block that stands at `position` of its file. False if fewer
-/// than 128 bytes are there, without the identifier, or for another type than the one
-/// wanted.
+/// Reads the block header at the start of `block`; `position` is only copied. False,
+/// with `result` as it was, for fewer than 128 bytes, without the identifier, and for a
+/// block of another type than the one wanted.
 bool parse_block_header(vss_block_hdr &result, byte_view block, vss_block_type wanted,
                         u64 position);
 
 /// Reads the bytes of a catalog file: its block headers and its entries, straight
-/// through, in whatever order they come. False if the bytes are no catalog. A slot that
-/// is cut off, or of an unknown type, is passed over.
+/// through, in any order. False, with the maps as they were, if the bytes are no
+/// catalog. A truncated slot, or one of an unknown type, is skipped.
 bool parse_catalog(vss_block_map &out_blocks, vss_store_map &out_stores,
                    byte_view catalog);
 
-/// Fills a store from its store header, a block of up to 16384 bytes. False, with the
-/// store as it was, if the bytes are none.
+/// Fills a store from its store header, a block of up to 16384 bytes. A machine name
+/// that passes the end of the block stays empty. False, with the store as it was, if
+/// the bytes are no store header.
 bool parse_store_header(vss_store &store, byte_view block);
 
-/// The entry number of the catalog in "System Volume Information", and of that folder.
-/// False if there are none.
+/// Finds the entry numbers of "System Volume Information" and of the catalog in it.
+/// False if there is no such folder or file.
 bool find_catalog(u64 &out_folder, u64 &out_catalog, const CNtfs &volume);
 
 /// Finds and reads the catalog of a validated volume, and the header of each store up
-/// to the first that can't be read. `out_header` gets the catalog's first block header.
-/// False, with an empty map, if there is no catalog.
+/// to the first that can't be read. `out_header` becomes the first 128 bytes of the
+/// catalog. False, with an empty map, if there is no catalog.
 bool load_stores(std::array<u8, vss_block::header_size> &out_header,
                  vss_store_map &out_stores, const CNtfs &volume, log_handle log);
 
@@ -111,10 +111,10 @@ bool load_stores(std::array<u8, vss_block::header_size> &out_header,
 std::string vss_guid_text(const vss_guid &guid);
 /// What a type of snapshot is called; empty for an unknown one.
 std::string_view vss_snapshot_type_name(u32 type);
-/// The names of the attribute flags that are set, each with a "; " behind it.
+/// The names of the attribute flags that are set, each followed by "; ".
 std::string vss_attribute_names(u32 flags);
 
-/// Writes what is known of a store, one labelled value a line.
+/// Writes the values of a store, one with its label on each line.
 void dump_store(std::ostream &out, const vss_store &store);
 
 } // namespace hv
