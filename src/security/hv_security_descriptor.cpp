@@ -20,7 +20,7 @@ struct bit_name {
 struct ace_type {
     std::string_view name;
     std::string_view short_name;
-    bool has_access_mask; ///< that dumps show
+    bool has_access_mask; ///< in dumps
 };
 
 // The order of each table is that of the names in a text.
@@ -55,7 +55,7 @@ constexpr std::array<bit_name, 7> ace_flag_bits = {{
     {0x40, "SUCCESSFUL_ACCESS_ACE_FLAG"},
 }};
 
-// The low 16 bits mean another thing for each kind of object and have no names here.
+// The low 16 bits have no names here: their meaning depends on the kind of object.
 constexpr std::array<bit_name, 11> mask_bits = {{
     {0x80000000, "GENERIC_READ"},           {0x40000000, "GENERIC_WRITE"},
     {0x20000000, "GENERIC_EXECUTE"},        {0x10000000, "GENERIC_ALL"},
@@ -66,16 +66,16 @@ constexpr std::array<bit_name, 11> mask_bits = {{
 }};
 // clang-format on
 
-// The names of the bits that are set, each with a separator behind it.
+// The names of the bits that are set, each followed by a separator.
 std::string separated_names(u32 value, std::span<const bit_name> names)
 {
     std::string text;
-    for (const bit_name &one : names)
-        if ((value & one.bit) != 0) text.append(one.name).append(separator);
+    for (const bit_name &known : names)
+        if ((value & known.bit) != 0) text.append(known.name).append(separator);
     return text;
 }
 
-// The same without the last separator.
+// The names of the bits that are set, with a separator between them.
 std::string joined_names(u32 value, std::span<const bit_name> names)
 {
     std::string text = separated_names(value, names);
@@ -106,7 +106,7 @@ ace_summary summarize_ace(byte_view ace)
     return summary;
 }
 
-// The offset in a header field. One that is cut counts as 0: there is no such part.
+// The offset in a header field. A truncated field counts as 0: there is no such part.
 u32 offset_in(byte_view descriptor, const labelled_field<u32> &field)
 {
     u32 offset = 0;
@@ -114,9 +114,10 @@ u32 offset_in(byte_view descriptor, const labelled_field<u32> &field)
     return offset;
 }
 
-// Calls `visit` with the texts of owner and group, if the descriptor names them; empty
-// for one that can't be read. The two of them together never count more bytes than the
-// descriptor has: a group that shares the bytes of a long owner may come out empty.
+// Calls `visit` with "owner" or "group" and the SID's text, for each that the
+// descriptor has; the text is empty for a SID that can't be read. Both together never
+// take more bytes than the descriptor has: a group that shares the bytes of a long
+// owner may come out empty.
 template <class Visit> void for_each_sid_text(byte_view descriptor, Visit visit)
 {
     u64 budget = descriptor.size();
@@ -126,7 +127,8 @@ template <class Visit> void for_each_sid_text(byte_view descriptor, Visit visit)
         std::string text;
         if (sid_to_text(text, descriptor.clip(offset, budget)))
             budget -= sid_at(descriptor, offset).size();
-        visit(field.offset == descriptor_layout::owner.offset, text);
+        visit(field.offset == descriptor_layout::owner.offset ? "owner" : "group",
+              text);
     }
 }
 
@@ -138,9 +140,9 @@ void report_acl(std::ostream &out, byte_view descriptor,
     const u32 offset = offset_in(descriptor, field);
     if (offset == 0 || !collect_acl(aces, descriptor, offset) || aces.empty()) return;
     out << '\n' << indent << title << '\n' << std::left;
-    for (const auto &[key, one] : aces)
-        out << indent << std::setw(column_width) << one.type << ' '
-            << std::setw(column_width) << one.name << ' ' << one.masks << '\n';
+    for (const auto &[key, ace] : aces)
+        out << indent << std::setw(column_width) << ace.type << ' '
+            << std::setw(column_width) << ace.name << ' ' << ace.masks << '\n';
     out << std::right;
 }
 
@@ -159,9 +161,9 @@ void write_acl_keys(std::ostream &out, byte_view descriptor,
     ace_map aces;
     const u32 offset = offset_in(descriptor, field);
     if (offset == 0 || !collect_acl(aces, descriptor, offset)) return;
-    for (const auto &[sid_and_type, one] : aces)
+    for (const auto &[sid_and_type, ace] : aces)
         write_key(out, indent, key,
-                  one.type + " " + one.sid + " [" + one.name + "] " + one.masks);
+                  ace.type + " " + ace.sid + " [" + ace.name + "] " + ace.masks);
 }
 
 } // namespace
@@ -170,12 +172,12 @@ bool collect_acl(ace_map &out_aces, byte_view descriptor, u32 acl_offset)
 {
     out_aces.clear();
     return for_each_ace(descriptor.from(acl_offset), [&](byte_view ace) {
-        ace_summary one = summarize_ace(ace);
-        const auto [held, is_new] = out_aces.try_emplace(one.sid + one.type);
+        ace_summary summary = summarize_ace(ace);
+        const auto [known, is_new] = out_aces.try_emplace(summary.sid + summary.type);
         if (is_new)
-            held->second = std::move(one);
+            known->second = std::move(summary);
         else
-            held->second.masks.append(separator).append(one.masks);
+            known->second.masks.append(separator).append(summary.masks);
     });
 }
 
@@ -188,8 +190,8 @@ bool owner_sid_text(std::string &out_text, byte_view descriptor)
 void report_descriptor(std::ostream &out, byte_view descriptor, std::string_view indent)
 {
     out << indent << "Security Identifiers\n";
-    for_each_sid_text(descriptor, [&](bool is_owner, const std::string &text) {
-        out << indent << (is_owner ? "owner sid [" : "group sid [") << text << "]\n";
+    for_each_sid_text(descriptor, [&](std::string_view whose, const std::string &text) {
+        out << indent << whose << " sid [" << text << "]\n";
     });
     report_acl(out, descriptor, descriptor_layout::sacl, indent,
                "System Access Control List");
@@ -200,8 +202,8 @@ void report_descriptor(std::ostream &out, byte_view descriptor, std::string_view
 void write_descriptor_keys(std::ostream &out, byte_view descriptor,
                            std::string_view indent)
 {
-    for_each_sid_text(descriptor, [&](bool is_owner, const std::string &text) {
-        write_key(out, indent, is_owner ? "owner_sid" : "group_sid", text);
+    for_each_sid_text(descriptor, [&](std::string_view whose, const std::string &text) {
+        write_key(out, indent, std::string(whose) + "_sid", text);
     });
     write_acl_keys(out, descriptor, descriptor_layout::sacl, indent, "sacl");
     write_acl_keys(out, descriptor, descriptor_layout::dacl, indent, "dacl");

@@ -6,7 +6,7 @@
 
 namespace hv {
 
-/// A field with the label that dumps write ahead of its digits.
+/// A field with the label that dumps write before its digits.
 template <std::unsigned_integral T> struct labelled_field {
     using value_type = T;
     std::size_t offset = 0;
@@ -15,7 +15,7 @@ template <std::unsigned_integral T> struct labelled_field {
 
 // clang-format off
 
-/// SID: who somebody is. The authority is big endian.
+/// SID: identifies a user or a group. The authority is big endian.
 namespace sid_layout {
 inline constexpr labelled_field<u8> revision      { 0, "SID rev:            0x"};
 inline constexpr labelled_field<u8> count         { 1, "subauthority count: 0x"};
@@ -27,7 +27,7 @@ inline constexpr std::string_view authority_label    = "ident authority:    0x";
 inline constexpr std::string_view subauthority_label = "subauthority:       0x";
 } // namespace sid_layout
 
-/// Self-relative security descriptor. An offset of 0 says that there is no such part.
+/// Self-relative security descriptor. An offset of 0 means that there is no such part.
 namespace descriptor_layout {
 inline constexpr labelled_field<u8>  revision { 0, "rev:                0x"};
 inline constexpr labelled_field<u8>  padding  { 1, "pad:                0x"};
@@ -38,7 +38,7 @@ inline constexpr labelled_field<u32> sacl     {12, "sacl:               0x"};
 inline constexpr labelled_field<u32> dacl     {16, "dacl:               0x"};
 } // namespace descriptor_layout
 
-/// Header of an ACL; the first ACE stands behind it.
+/// Header of an ACL; the first ACE follows.
 namespace acl_layout {
 inline constexpr labelled_field<u8>  revision    {0, "rev:                0x"};
 inline constexpr labelled_field<u8>  padding     {1, "pad:                0x"};
@@ -48,7 +48,7 @@ inline constexpr labelled_field<u16> padding_end {6, "unk:                0x"};
 inline constexpr std::size_t         header_size = 8;
 } // namespace acl_layout
 
-/// ACE: what an ACL says of one trustee.
+/// ACE: the rights of one trustee in an ACL.
 namespace ace_layout {
 inline constexpr labelled_field<u8>  type        {0, "type:               0x"};
 inline constexpr labelled_field<u8>  flags       {1, "flags:              0x"};
@@ -62,8 +62,8 @@ inline constexpr std::size_t         sid         = 8; ///< of object ACEs as wel
 namespace sds_entry {
 inline constexpr le_field<u32> hash     { 0}; ///< of the descriptor
 inline constexpr le_field<u32> id       { 4};
-inline constexpr le_field<u64> position { 8}; ///< of this entry, or of its original
-inline constexpr le_field<u32> length   {16}; ///< bytes, header counted
+inline constexpr le_field<u64> position { 8}; ///< in the stream; in a mirror the original's
+inline constexpr le_field<u32> length   {16}; ///< bytes, with this header
 inline constexpr std::size_t   header_size = 20;
 inline constexpr u64 alignment  = 16;
 inline constexpr u64 block_size = u64{256} * 1024;
@@ -71,7 +71,7 @@ inline constexpr u64 block_size = u64{256} * 1024;
 
 // clang-format on
 
-/// The entry that every volume has for "$Secure".
+/// The MFT entry of "$Secure", on every volume.
 inline constexpr u64 secure_entry_number = 9;
 
 } // namespace hv

@@ -18,15 +18,16 @@ namespace {
 
 constexpr std::string_view sds_stream_name = "$SDS";
 
-// Entries stand one behind the other from the start of the stream on. Where so many
-// blocks in a row hold none, the stream's size is damaged.
+// Entries follow one another from the start of the stream. After this many blocks in a
+// row without any, the stream's size is assumed to be damaged.
 constexpr u64 max_empty_blocks = 64;
 
-// Two SIDs and two ACLs of the largest size take less.
+// More than two SIDs and two ACLs of the largest size take.
 constexpr u64 max_descriptor_bytes = sds_entry::block_size;
 
-// The stream is read as far as its runs reach. Runs may name clusters that don't exist,
-// or the same ones over and over; none of it makes it larger than the medium.
+// The bytes of the stream that its runs can have. Runs may name clusters that don't
+// exist, or the same ones again and again: no stream is larger than what the medium
+// stores.
 u64 readable_size(const CNtfs &volume, const attrib_info &stream)
 {
     const RAW_DISK_IO *disk = volume.get_disk();
@@ -42,9 +43,11 @@ bool find_attribute_of(attrib_info &out, const CNtfs &volume, u64 entry,
 {
     std::vector<attrib_info> attributes;
     get_attribute_list(volume, entry, attributes, false);
-    const auto found = std::ranges::find_if(attributes, [&](const attrib_info &one) {
-        return one.type == static_cast<u32>(type) && one.stream_name == name;
-    });
+    const auto found =
+        std::ranges::find_if(attributes, [&](const attrib_info &attribute) {
+            return attribute.type == static_cast<u32>(type) &&
+                   attribute.stream_name == name;
+        });
     if (found == attributes.end()) return false;
     out = std::move(*found);
     return true;
@@ -64,9 +67,9 @@ u32 descriptor_hash(byte_view descriptor)
 u32 security_id_of(byte_view record)
 {
     u32 id = 0;
-    for_each_attribute(record, [&](attribute_ref one) {
-        if (!one.is(attribute_type::standard_information)) return true;
-        one.content().read(standard_information::security_id, id);
+    for_each_attribute(record, [&](attribute_ref attribute) {
+        if (!attribute.is(attribute_type::standard_information)) return true;
+        attribute.content().read(standard_information::security_id, id);
         return false;
     });
     return id;
@@ -87,27 +90,27 @@ try {
     for (u64 at = 0; at < size && empty_blocks < max_empty_blocks;
          at += sds_entry::block_size) {
         ++empty_blocks;
-        u32 got = static_cast<u32>(std::min<u64>(block.size(), size - at));
+        u32 length = static_cast<u32>(std::min<u64>(block.size(), size - at));
         u64 flags = 0;
-        // What can't be read here, the mirror may have.
-        if (!read_stream_range(m_volume, m_runs, at, block.data(), got, flags))
+        // The mirror may have what can't be read here.
+        if (!read_stream_range(m_volume, m_runs, at, block.data(), length, flags))
             continue;
-        for_each_sds_entry(byte_view{block.data(), got}, at,
+        for_each_sds_entry(byte_view{block.data(), length}, at,
                            [&](const sds_record &entry) {
                                empty_blocks = 0;
                                remember(entry);
                            });
     }
 } catch (const std::bad_alloc &) {
-    return; // what is known so far stays
+    return; // what is known already stays
 }
 
 // The first intact copy of a descriptor counts; a damaged one is better than none.
 void security_map::remember(const sds_record &entry)
 {
     if (entry.id == 0) return;
-    const auto held = m_known.find(entry.id);
-    if (held != m_known.end() && (held->second.is_intact || !entry.is_intact)) return;
+    const auto known = m_known.find(entry.id);
+    if (known != m_known.end() && (known->second.is_intact || !entry.is_intact)) return;
     std::string owner;
     owner_sid_text(owner, entry.descriptor);
     m_known[entry.id] = {entry.position + sds_entry::header_size,
@@ -128,7 +131,7 @@ std::size_t security_map::size()
     return m_known.size();
 }
 
-bool security_map::read_file(std::vector<u8> &out_record, u64 entry) const
+bool security_map::read_record(std::vector<u8> &out_record, u64 entry) const
 {
     return m_volume.is_validated() && m_volume.read_filerecord(entry, out_record) &&
            passes_record_test(byte_view{out_record});
@@ -147,7 +150,7 @@ bool security_map::owner_of_entry(std::string &out_owner, u64 entry)
 {
     std::vector<u8> bytes;
     out_owner.clear();
-    if (!read_file(bytes, entry)) return false;
+    if (!read_record(bytes, entry)) return false;
     if (owner_of_id(out_owner, security_id_of(byte_view{bytes})))
         return !out_owner.empty();
     return read_own_descriptor(bytes, entry) &&
@@ -160,11 +163,11 @@ bool security_map::read_descriptor(std::vector<u8> &out_descriptor, u32 id)
     const known_descriptor *known = find(id);
     if (known == nullptr || known->size == 0) return false;
     std::vector<u8> bytes(known->size);
-    u32 got = known->size;
+    u32 length = known->size;
     u64 flags = 0;
-    if (!read_stream_range(m_volume, m_runs, known->position, bytes.data(), got,
+    if (!read_stream_range(m_volume, m_runs, known->position, bytes.data(), length,
                            flags) ||
-        got != known->size)
+        length != known->size)
         return false;
     out_descriptor.swap(bytes);
     return true;
@@ -189,7 +192,7 @@ bool security_map::read_entry_descriptor(std::vector<u8> &out_descriptor, u64 en
 {
     std::vector<u8> record;
     out_descriptor.clear();
-    return read_file(record, entry) &&
+    return read_record(record, entry) &&
            (read_descriptor(out_descriptor, security_id_of(byte_view{record})) ||
             read_own_descriptor(out_descriptor, entry));
 }

@@ -9,8 +9,8 @@
 #include <string>
 #include <vector>
 
-/// The security descriptors of a volume. Its files name theirs by a number, the
-/// security id; the stream "$SDS" of "$Secure" holds the descriptor of each number.
+/// The security descriptors of a volume. Each file names its descriptor by a number,
+/// the security id; the stream "$SDS" of "$Secure" has the descriptor of each number.
 namespace hv {
 
 class CNtfs;
@@ -18,18 +18,19 @@ class CNtfs;
 /// One entry of "$SDS".
 struct sds_record {
     u32 id = 0;
-    u64 position = 0; ///< of the entry in the stream
+    u64 position = 0; ///< of the entry in the stream, in bytes
     byte_view descriptor;
-    bool is_intact = false; ///< the stored hash is that of the descriptor
+    bool is_intact = false; ///< the stored hash matches the descriptor
 };
 
-/// The hash of a descriptor that "$SDS" keeps beside it.
+/// The hash that "$SDS" stores with a descriptor.
 u32 descriptor_hash(byte_view descriptor);
 
-/// Calls `visit` with each entry of a block of "$SDS" that begins at `position` of the
-/// stream. An entry tells its own position; one of a mirror tells that of its original.
-/// Where none stands, be it damage or filler, the search goes on at the next place that
-/// an entry could have. Entries that pass the block's end are left out.
+/// Calls `visit` with each entry of a block of "$SDS"; `position` is where the block
+/// starts in the stream, in bytes. An entry is recognised by its stored position, in a
+/// mirror that of its original. Where there is none, because of damage or filler, the
+/// search goes on at the next multiple of 16 bytes. Entries that pass the block's end
+/// are left out.
 template <class Visit>
 void for_each_sds_entry(byte_view block, u64 position, Visit visit)
 {
@@ -53,24 +54,27 @@ void for_each_sds_entry(byte_view block, u64 position, Visit visit)
 /// The security id in the $STANDARD_INFORMATION of a "FILE" record; 0 if it has none.
 u32 security_id_of(byte_view record);
 
-/// Finds owners and descriptors on one validated volume, which has to outlive it. The
-/// first question reads "$SDS", and later ones only what they need. A volume without a
-/// usable stream has no security ids.
+/// Finds owners and descriptors on one validated volume, which has to outlive this
+/// object. The first lookup reads all of "$SDS". A volume without a usable stream has
+/// no security ids.
 class security_map {
 public:
     explicit security_map(const CNtfs &volume) : m_volume(volume) {}
 
-    /// The SID text of an entry's owner: of the descriptor that its security id names,
-    /// or of its own $SECURITY_DESCRIPTOR if the id isn't known. False, with an empty
-    /// text, for an entry that can't be read or whose owner isn't known.
+    /// The SID text of the owner of an MFT entry: from the descriptor that its security
+    /// id names, or, if the id isn't known, from its own $SECURITY_DESCRIPTOR. False,
+    /// with an empty text, for an entry that can't be read or whose owner isn't known.
     bool owner_of_entry(std::string &out_owner, u64 entry);
-    /// The owner by the security id. False, with an empty text, for an unknown id; an
-    /// empty text alone for a descriptor without an owner.
+    /// The SID text of the owner in the descriptor with this security id. False, with
+    /// an empty text, for an unknown id; true with an empty text for a descriptor
+    /// without an owner.
     bool owner_of_id(std::string &out_owner, u32 id);
 
-    /// The bytes of an entry's descriptor, found as its owner is. False, with no bytes,
-    /// if there is none.
+    /// The bytes of the descriptor of an MFT entry, found in the same way as its owner.
+    /// False, with no bytes, if there is none or it can't be read.
     bool read_entry_descriptor(std::vector<u8> &out_descriptor, u64 entry);
+    /// The bytes of the descriptor with this security id. False, with no bytes, for an
+    /// unknown id, an empty descriptor, and one that can't be read.
     bool read_descriptor(std::vector<u8> &out_descriptor, u32 id);
 
     /// How many security ids the volume has.
@@ -88,17 +92,17 @@ private:
     void remember(const sds_record &entry);
     const known_descriptor *find(u32 id);
     bool read_own_descriptor(std::vector<u8> &out_descriptor, u64 entry) const;
-    bool read_file(std::vector<u8> &out_record, u64 entry) const;
+    bool read_record(std::vector<u8> &out_record, u64 entry) const;
 
     const CNtfs &m_volume;
     bool m_is_loaded = false;
     run_index m_runs; ///< of the stream
     std::map<u32, known_descriptor> m_known;
-    std::set<std::string> m_owners; ///< each owner once; most own many descriptors
+    std::set<std::string> m_owners; ///< each text once: most own many descriptors
 };
 
-/// Has `collect_inode_stats` of a volume tell the owners of its files. The map is
-/// loaded with the first of them.
+/// Makes `collect_inode_stats` of a volume fill in the owners of its files. "$SDS" is
+/// read when the first one is asked for.
 void attach_owners(CNtfs &volume);
 
 } // namespace hv

@@ -36,7 +36,7 @@ constexpr std::array<numbered_name, 18> nt_accounts = {{
     {21, "NT Non Unique"},                     {32, "Builtin Domain"},
 }};
 
-// "Creater" is how reports have always spelled it.
+// Readers compare these names byte for byte; the misspelling "Creater" stays.
 constexpr std::array<numbered_name, 31> rids = {{
     {500, "User Admin"},                         {501, "User Guest"},
     {502, "KRBTGT [key distrib center]"},        {512, "Domain Admin"},
@@ -63,7 +63,7 @@ std::string_view find_name(std::span<const numbered_name> names, u32 number)
     return found == names.end() ? unknown_name : found->name;
 }
 
-// Authorities in use are small numbers, so that the last byte tells them apart.
+// Authorities in use are small numbers: the last byte identifies them.
 u8 authority_of(byte_view sid)
 {
     return sid.read_padded<u8>(sid_layout::authority_end - 1);

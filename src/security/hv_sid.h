@@ -7,29 +7,29 @@
 #include <ostream>
 #include <string>
 
-/// Security identifiers as text. A SID is a revision, an authority of 6 bytes, and a
-/// counted list of u32 subauthorities, the last of which is the RID.
+/// Security identifiers (SIDs) as text. A SID has a revision, an authority of 6 bytes,
+/// and a counted list of u32 subauthorities; the last of several is the RID.
 namespace hv {
 
-/// The bytes of the SID at offset `at`: as many as its own count of subauthorities
-/// says, cut at the end of `bytes`.
+/// The bytes of the SID at offset `at`: as many as its count of subauthorities asks
+/// for, cut at the end of `bytes`.
 byte_view sid_at(byte_view bytes, u64 at);
 
-/// "S-1-5-32-544" from a SID that begins with the first of `sid`; more bytes may follow
-/// it. Of the authority only the last byte is told. False, with an empty text, for
-/// fewer than 12 bytes or a SID that passes the end.
+/// The text of the SID at the start of `sid`, such as "S-1-5-32-544"; more bytes may
+/// follow. Of the authority, only the last byte is used. False, with an empty text, for
+/// fewer than 12 bytes and for a SID that passes the end.
 bool sid_to_text(std::string &out_text, byte_view sid);
 
-/// The well-known name of a SID: by authority and value if it has one subauthority, by
-/// the RID alone if it has more. "unk" for any other SID and for one that passes the
-/// end.
+/// The well-known name of the SID at the start of `sid`: by authority and value if it
+/// has one subauthority, by the RID alone if it has more. "unk" for any other SID, and
+/// for one that passes the end.
 void sid_to_name(std::string &out_name, byte_view sid);
 
-/// Writes a SID field by field, one on each line. Fields behind the end are left out.
+/// Writes a SID, one field on each line. Fields after the end are left out.
 void dump_sid(std::ostream &out, byte_view sid);
 
-/// Writes one line of a dump: label, two digits for each byte of the field, and what
-/// explains them. Nothing for a field that passes the end.
+/// Writes one line of a dump: the label, two digits for each byte of the field, and
+/// `explained`. Nothing for a field that passes the end.
 template <std::unsigned_integral T>
 void dump_field(std::ostream &out, byte_view bytes, const labelled_field<T> &field,
                 std::string_view explained = {})
