@@ -47,8 +47,11 @@ moved_blocks::moved_blocks(std::span<const vss_block_descriptor> list)
                 m_places.push_back(
                     {.offset = offset, .block = offset, .destination = offset});
     std::ranges::sort(m_places, {}, &place::offset);
-    const auto repeated = std::ranges::unique(m_places, {}, &place::offset);
-    m_places.erase(repeated.begin(), repeated.end());
+    const auto is_same = [](const place &left, const place &right) {
+        return left.offset == right.offset;
+    };
+    m_places.erase(std::unique(m_places.begin(), m_places.end(), is_same),
+                   m_places.end());
 }
 
 moved_blocks::place *moved_blocks::find(u64 offset)

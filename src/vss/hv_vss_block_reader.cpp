@@ -6,7 +6,6 @@
 #include <bit>
 #include <cstring>
 #include <iterator>
-#include <ranges>
 #include <set>
 #include <tuple>
 
@@ -69,7 +68,7 @@ bool vss_block_reader::is_complete(u64 snapshot) const
 {
     if (snapshot == 0) return true;
     return holds_store(snapshot) &&
-           std::ranges::all_of(m_stores | std::views::drop(snapshot - 1),
+           std::ranges::all_of(std::span(m_stores).subspan(snapshot - 1),
                                &vss_store_blocks::is_complete);
 }
 
@@ -217,8 +216,8 @@ bool vss_block_reader::apply_store(std::vector<u8> &buffer, vss_read_request &re
             !apply_descriptor(buffer, request, overlay))
             return false;
     }
-    for (const vss_descriptor_ref &ref : std::views::reverse(descriptors)) {
-        const vss_block_descriptor &whole = descriptor_of(ref);
+    for (auto ref = descriptors.rbegin(); ref != descriptors.rend(); ++ref) {
+        const vss_block_descriptor &whole = descriptor_of(*ref);
         const vss_descriptor_kind kind = whole.kind();
         const bool is_read = kind == vss_descriptor_kind::plain ||
                              kind == vss_descriptor_kind::other ||
