@@ -228,7 +228,7 @@ bool vss_block_reader::apply_store(std::vector<u8> &buffer, vss_read_request &re
     return true;
 }
 
-// The last move of a block. Null if it wasn't moved.
+// The last move of a block: its only forwarder in the index. Null if it wasn't moved.
 const vss_block_descriptor *
 vss_block_reader::find_forwarder(vss_descriptor_span descriptors) const
 {
