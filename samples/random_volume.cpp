@@ -196,7 +196,6 @@ private:
     {
         if (m_random.one_in(6)) file.in_use = false;
         if (m_random.one_in(12)) file.in_index = false;
-        if (m_random.one_in(15)) file.parent_sequence = 7;
     }
 
     void add_folder(u64 parent, std::string name, int depth)

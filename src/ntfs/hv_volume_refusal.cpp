@@ -23,6 +23,8 @@ std::string refusal_reason(const CNtfs &volume)
 {
     const RAW_DISK_IO *disk = volume.get_disk();
     if (disk == nullptr) return "the medium can't be opened";
+    if (disk->failure() != open_failure::none)
+        return open_failure_text(disk->failure());
     const u64 offset = volume.get_volume_offset();
     const u64 size = disk->get_size();
     if (offset >= size)

@@ -2,8 +2,7 @@
 // on the damaged bytes may go.
 
 #include "run/volume_modes.h"
-#include "samples/ntfs_volume_builder.h"
-#include "samples/shadow_structures.h"
+#include "samples/bins.h"
 #include "support/temp_dir.h"
 
 #include <gtest/gtest.h>
@@ -20,42 +19,65 @@ namespace {
 
 using namespace test_support;
 
-constexpr u64 lost_entry =
-    66; // its row may go when it is damaged; the others must stay
+constexpr u64 lost_entry = 66;  // its row may go when it is damaged, and no other
 constexpr u64 other_entry = 69; // no row depends on it
 
+// A bin with three rows; the parts of its files and records are scattered.
 ntfs_volume sample()
 {
+    ntfs_item data = bin_item(68, "$RAB12CD.txt", std::string(5000, 'x'));
+    data.stored = {.non_resident = true, .fragments = 3};
+    ntfs_item other = bin_item(other_entry, "other file.txt", std::string(9000, 'y'));
+    other.stored = {.fragments = 5};
     return ntfs_volume_builder()
         .cluster_size(1024)
-        .directory({.entry = 64, .name = "$Recycle.Bin"})
-        .directory(
-            {.entry = 65, .parent = 64, .name = "S-1-5-21-7", .index_blocks = true})
-        .file({.entry = lost_entry,
-               .parent = 65,
-               .name = "$ILOST12",
-               .data = metadata(u"C:\\lost")})
-        .file({.entry = 67,
-               .parent = 65,
-               .name = "$IAB12CD.txt",
-               .data = metadata(u"C:\\a.txt")})
-        .file({.entry = 68,
-               .parent = 65,
-               .name = "$RAB12CD.txt",
-               .data = byte_vector(5000, 'x'),
-               .stored = {.non_resident = true, .fragments = 3}})
-        .file({.entry = other_entry,
-               .parent = 65,
-               .name = "other file.txt",
-               .data = byte_vector(9000, 'y'),
-               .stored = {.fragments = 5}})
-        .file({.entry = 70,
-               .parent = 65,
-               .name = "$IMOVED1",
-               .data = metadata(u"C:\\moved")})
+        .directory({.entry = bin_entry, .name = "$Recycle.Bin"})
+        .directory({.entry = user_entry,
+                    .parent = bin_entry,
+                    .name = "S-1-5-21-7",
+                    .index_blocks = true})
+        .file(bin_metadata(lost_entry, "$ILOST12", u"C:\\lost"))
+        .file(bin_metadata(67, "$IAB12CD.txt", u"C:\\a.txt"))
+        .file(data)
+        .file(other)
+        .file(bin_metadata(70, "$IMOVED1", u"C:\\moved"))
         .move({.entry = 70, .record = 80, .type = ntfs_type::file_name})
         .mft({.fragments = 4})
         .build_volume();
+}
+
+enum class scan_kind {
+    volume,
+    volume_and_forgotten, ///< shadow stores and free clusters as well
+    raw,
+};
+
+// The deleted paths that a run finds, sorted: the eighth column.
+std::vector<std::string> rows_of(const std::string &path, scan_kind kind)
+{
+    run_options options;
+    options.image_path = path;
+    options.look_up_bins = true;
+    options.progress = false;
+    options.include_vss = kind == scan_kind::volume_and_forgotten;
+    options.include_unalloc = options.include_vss;
+    options.form.kind = form_kind::csvgen;
+    options.form.set_separator("|");
+    options.form.no_padding = true;
+    std::stringstream out;
+    if (kind == scan_kind::raw)
+        run_raw_image(options, out);
+    else
+        run_volume(volume_origin::image, options, out);
+    std::vector<std::string> paths;
+    std::string cell;
+    for (std::getline(out, cell); std::getline(out, cell);) {
+        std::istringstream line(cell);
+        for (int column = 0; column < 8; ++column) std::getline(line, cell, '|');
+        paths.push_back(cell);
+    }
+    std::ranges::sort(paths);
+    return paths;
 }
 
 class Damage : public testing::Test {
@@ -81,31 +103,11 @@ protected:
                   std::ssize(bytes));
     }
 
-    // The deleted paths that a run finds, sorted: the eighth column.
-    std::vector<std::string> rows(bool raw = false) const
+    std::vector<std::string> rows(scan_kind kind = scan_kind::volume) const
     {
-        run_options options;
-        options.image_path = path;
-        options.look_up_bins = true;
-        options.progress = false;
-        options.include_vss = options.include_unalloc = forgotten;
-        options.form.kind = form_kind::csvgen;
-        options.form.set_separator("|");
-        options.form.no_padding = true;
-        std::stringstream out;
-        if (raw)
-            run_raw_image(options, out);
-        else
-            run_volume(volume_origin::image, options, out);
-        std::vector<std::string> paths;
-        std::string cell;
-        for (std::getline(out, cell); std::getline(out, cell);) {
-            std::istringstream line(cell);
-            for (int column = 0; column < 8; ++column) std::getline(line, cell, '|');
-            paths.push_back(cell);
-        }
-        std::ranges::sort(paths);
-        return paths;
+        return rows_of(path, forgotten && kind == scan_kind::volume
+                                 ? scan_kind::volume_and_forgotten
+                                 : kind);
     }
 
     // Rows of the whole volume that a damaged one lost.
@@ -122,7 +124,7 @@ protected:
     // part of the bin and name its user.
     bool carries_all_rows(u64 at) const
     {
-        for (const u64 entry : {u64{0}, u64{64}, u64{65}})
+        for (const u64 entry : {u64{0}, bin_entry, user_entry})
             if (at / 1024 == volume.record_position(entry) / 1024) return true;
         return at == volume.boot_position;
     }
@@ -171,8 +173,8 @@ TEST_F(Damage, AnyByteOfTheVolumesOwnStructuresEndsInPeace)
     flip_each(volume.record_position(5), 512, [&](u64) { rows(); });
     flip_each(volume.record_position(80), 300, [&](u64) { rows(); });
     // The index may be lost, but what it leads to is found without it.
-    flip_each(volume.record_position(64), 512, [&](u64) { rows(); });
-    flip_each(volume.index_block_position(65), 400,
+    flip_each(volume.record_position(bin_entry), 512, [&](u64) { rows(); });
+    flip_each(volume.index_block_position(user_entry), 400,
               [&](u64 at) { EXPECT_TRUE(lost().empty()) << at; });
 }
 
@@ -192,78 +194,48 @@ TEST_F(Damage, AnySectorMayBeZeroAndTheEndMissing)
     }
 }
 
-// A live row, and two that only a shadow store and a free cluster hold.
-constexpr u64 store_lcn = 700;
-constexpr u64 store_header_lcn = 720;
-constexpr u64 free_lcn = 740;
-constexpr u64 small_cluster = 1024;
-
-ntfs_volume forgotten_sample()
+// The $MFT has a run after the end of a truncated image, and one that lies before it
+// again: only the records of the first are lost, and none comes up twice.
+TEST(TruncatedImage, LosesOnlyWhatItHasNoMore)
 {
-    const auto bin = [] {
-        return ntfs_volume_builder()
-            .cluster_size(small_cluster)
-            .clusters(760)
-            .directory({.entry = 64, .name = "$Recycle.Bin"})
-            .directory({.entry = 65, .parent = 64, .name = "S-1-5-21-7"});
-    };
-    const ntfs_volume gone = bin()
-                                 .file({.entry = 80,
-                                        .parent = 65,
-                                        .name = "$IGONE12",
-                                        .data = metadata(u"C:\\gone")})
-                                 .build_volume();
-    const shadow_store store{.header = store_header_lcn * small_cluster,
-                             .reference = 73 | u64{1} << 48};
-    ntfs_volume volume =
-        bin()
-            .file({.entry = 66,
-                   .parent = 65,
-                   .name = "$IAB12CD.txt",
-                   .data = metadata(u"C:\\a.txt")})
-            .directory({.entry = 71, .name = "System Volume Information"})
-            .file({.entry = 72,
-                   .parent = 71,
-                   .name = shadow_name,
-                   .data = shadow_catalog({store}),
-                   .stored = {.runs = {{680, 16}}, .valid_size = 0}})
-            .file({.entry = 73,
-                   .parent = 71,
-                   .name = "store",
-                   .data = info2_file({{.path = u"C:\\carved"}}),
-                   .stored = {.runs = {{store_lcn, 1}}, .valid_size = 0}})
-            .build_volume();
-    put_bytes(volume.image, store_header_lcn * small_cluster,
-              shadow_store_header(store, u"machine", u"service"));
-    const auto record =
-        gone.image.begin() + static_cast<std::ptrdiff_t>(gone.record_position(80));
-    put_bytes(volume.image, free_lcn * small_cluster, {record, record + 1024});
-    return volume;
+    byte_vector image = empty_bin()
+                            .clusters(900)
+                            .mft({.runs = {{10, 20}, {800, 4}, {40, 10}}})
+                            .file(bin_metadata(79, "$IBEFORE", u"C:\\before"))
+                            .file(bin_metadata(80, "$ICUTOFF", u"C:\\cut off"))
+                            .file(bin_metadata(100, "$IAFTER1", u"C:\\after"))
+                            .build();
+    image.resize(700 * 4096 + 1000);
+    const temp_dir dir;
+    EXPECT_EQ(rows_of(dir.write_file("image", text(image)), scan_kind::volume),
+              (std::vector<std::string>{"C:\\after", "C:\\before"}));
 }
 
 class ForgottenDamage : public Damage {
 protected:
-    ForgottenDamage() : Damage(forgotten_sample(), true) {}
+    ForgottenDamage() : Damage(forgotten_bin::build(), true) {}
 };
 
 TEST_F(ForgottenDamage, CostsAtMostWhatItHits)
 {
     const std::vector<std::string> all = {"C:\\a.txt", "C:\\carved", "C:\\gone"};
     EXPECT_EQ(whole, all);
-    EXPECT_EQ(rows(true), all);
+    EXPECT_EQ(rows(scan_kind::raw), all);
     const auto costs = [&](const char *row) {
         return [this, row](u64 at) {
             const auto missing = lost();
             EXPECT_TRUE(missing.empty() || missing == std::vector<std::string>{row})
                 << at;
-            rows(true);
+            rows(scan_kind::raw);
         };
     };
-    flip_each(680 * small_cluster, 400, costs("C:\\carved"));
-    flip_each(store_header_lcn * small_cluster, 240, costs("C:\\carved"));
-    flip_each(volume.record_position(73), 400, costs("C:\\carved"));
-    flip_each(store_lcn * small_cluster, 320, costs("C:\\carved"));
-    flip_each(free_lcn * small_cluster, 600, costs("C:\\gone"));
+    constexpr u64 cluster = forgotten_bin::cluster_size;
+    flip_each(forgotten_bin::catalog * cluster, 400, costs("C:\\carved"));
+    flip_each(forgotten_bin::store_header * cluster, 240, costs("C:\\carved"));
+    flip_each(volume.record_position(forgotten_bin::store_entry), 400,
+              costs("C:\\carved"));
+    flip_each(forgotten_bin::store * cluster, 320, costs("C:\\carved"));
+    flip_each(forgotten_bin::free_record * cluster, 600, costs("C:\\gone"));
     flip_each(volume.record_position(6), 400, costs("C:\\gone"));
 }
 

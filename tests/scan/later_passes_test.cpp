@@ -7,8 +7,8 @@
 
 #include "ntfs/ntfs.h"
 #include "records/trash_options.h"
-#include "samples/ntfs_volume_builder.h"
-#include "support/temp_dir.h"
+#include "samples/bins.h"
+#include "support/fixtures.h"
 #include "vss/hv_vss_catalog.h"
 
 #include <gtest/gtest.h>
@@ -36,8 +36,8 @@ protected:
     trash_options context{options, collection};
 };
 
-// The free clusters of a volume, each with what lies there: as a plain walk of the
-// bitmap tells, on a whole image and on one that is cut inside a free cluster, with
+// The free clusters of a volume, each with its bytes, as a plain walk of the bitmap has
+// them: on a whole image and on one that is truncated inside a free cluster, with
 // zeros stored and with holes in their place.
 class UnallocatedScan : public LaterPasses, public testing::WithParamInterface<u64> {};
 
@@ -65,7 +65,7 @@ TEST_P(UnallocatedScan, GivesEachFreeClusterOnce)
     };
     for (const u64 cut : {u64{0}, u64{4096} * 3 + 1000}) {
         image.resize(image.size() - cut);
-        image[image.size() - 500] = 1; // what is ahead of it lies in a hole
+        image[image.size() - 500] = 1; // what comes before it is in a hole
         const std::string medium = text(image);
         std::string last(4096, '\0');
         item_list expected;
@@ -74,10 +74,10 @@ TEST_P(UnallocatedScan, GivesEachFreeClusterOnce)
             if ((image[bitmap + cluster / 8] >> cluster % 8 & 1) != 0 ||
                 at >= image.size())
                 continue;
-            // One buffer serves all: a cluster that is cut has the one before behind
-            // it.
-            const std::string there = medium.substr(at, 4096);
-            last.replace(0, there.size(), there);
+            // As from one buffer for all: after a truncated cluster come bytes of the
+            // previous one.
+            const std::string bytes = medium.substr(at, 4096);
+            last.replace(0, bytes.size(), bytes);
             expected.emplace_back(cluster, last);
         }
         EXPECT_GT(expected.size(), 900u);
@@ -122,18 +122,12 @@ TEST(ClusterVisits, HandsOutEachClusterSoOftenAndNoMore)
     }
 }
 
-// A stale record of a folder that was given to somebody else: it must not take the
+// The stale record of a folder whose number has another owner now must not take the
 // place of the folder in use, nor that of the bin.
 TEST_F(LaterPasses, NothingKnownIsTakenAway)
 {
-    const auto volume_with = [](const char *bin, const char *user, bool in_use) {
-        return ntfs_volume_builder()
-            .directory({.entry = 64, .name = bin, .in_use = in_use})
-            .directory({.entry = 65, .parent = 64, .name = user, .in_use = in_use})
-            .build_volume();
-    };
-    const ntfs_volume live = volume_with("$Recycle.Bin", "S-1-5-21-7", true);
-    ntfs_volume stale = volume_with("RECYCLER", "S-1-5-21-9", true);
+    const ntfs_volume live = empty_bin().build_volume();
+    ntfs_volume stale = empty_bin("RECYCLER", "S-1-5-21-9").build_volume();
     const auto volume = open(live.image);
     ASSERT_NE(volume, nullptr);
     collection.bins_known = true;
@@ -161,14 +155,7 @@ TEST_F(LaterPasses, NothingKnownIsTakenAway)
 // Real stores, whose files hold what was overwritten since.
 TEST_F(LaterPasses, ShadowScanReadsARealVolume)
 {
-    const char *folder = std::getenv("VESKIT_FIXTURES");
-    if (folder == nullptr) GTEST_SKIP() << "VESKIT_FIXTURES names no folder";
-    const std::string image = dir / "vsstest.raw";
-    const std::string unpack =
-        "xz -dc '" + std::string(folder) +
-        "/vss/vsstest.raw.xz' | cp --sparse=always /dev/stdin '" + image + "'";
-    ASSERT_EQ(std::system(unpack.c_str()), 0) << unpack;
-    const auto volume = open_volume(image, 0);
+    const auto volume = open_volume(fixture_or_skip("vss/vsstest.raw.xz"), 0);
     ASSERT_NE(volume, nullptr);
 
     std::array<u8, vss_block::header_size> header{};
