@@ -13,7 +13,6 @@
 #include <filesystem>
 #include <iterator>
 #include <random>
-#include <regex>
 #include <sstream>
 
 using namespace hv;
@@ -290,8 +289,8 @@ TEST(Vmdk, ChecksLists)
         dir.write_file(name, file.bytes());
     }
     dir.write_file("junk", std::string(600, 'K'));
-    const auto added = [](const std::string &child, const std::string &hint) {
-        return "=> vmdk file: DIR/" + child + "\n depends on parent vmdk \"" + hint +
+    const auto added = [&dir](const std::string &child, const std::string &hint) {
+        return "=> vmdk file: " + dir / child + "\n depends on parent vmdk \"" + hint +
                "\"\n";
     };
     const std::string unread = " can't be opened\n";
@@ -311,10 +310,10 @@ TEST(Vmdk, ChecksLists)
         {"child base", true, "", "", why::none},
         {"child", true, "base", added("child", "base"), why::none},
         {"child below/far", true, "base", added("below/far", "base"), why::none},
-        {"moved", true, "base", added("moved", "DIR/base"), why::none},
-        {"windows", true, "base", added("windows", "DIR/base"), why::none},
+        {"moved", true, "base", added("moved", dir / "base"), why::none},
+        {"windows", true, "base", added("windows", dir / "base"), why::none},
         {"lost", false, "", no_parent, why::incomplete},
-        {"away", false, "away2", added("away", "DIR/away2") + "DIR/away2" + unread,
+        {"away", false, "away2", added("away", dir / "away2") + dir / "away2" + unread,
          why::missing},
         {"stale base", true, "", "", why::incomplete},
         {"own", false, "", bad_ids, why::incomplete},
@@ -323,9 +322,9 @@ TEST(Vmdk, ChecksLists)
         {"base left right", true, "", "", why::incomplete},
         {"twin base", false, "", bad_ids, why::incomplete},
         {"base base", true, "", "", why::none},
-        {"base junk", false, "", "DIR/junk" + unread, why::unsupported},
-        {"gone", false, "", "DIR/gone" + unread, why::missing},
-        {"below", false, "", "DIR/below" + unread, why::unsupported},
+        {"base junk", false, "", dir / "junk" + unread, why::unsupported},
+        {"gone", false, "", dir / "gone" + unread, why::missing},
+        {"below", false, "", dir / "below" + unread, why::unsupported},
     };
     const auto as_paths = [&](const std::string &names) {
         paths list;
@@ -339,9 +338,7 @@ TEST(Vmdk, ChecksLists)
         std::ostringstream stream;
         EXPECT_EQ(disk.validate_list(stream, list), good) << given;
         EXPECT_EQ(list, as_paths(given + " " + more));
-        EXPECT_EQ(std::regex_replace(stream.str(), std::regex(dir.path), "DIR"),
-                  messages)
-            << given;
+        EXPECT_EQ(stream.str(), messages) << given;
         EXPECT_EQ(disk.failure(), failure) << given;
         EXPECT_EQ(disk.failed_path(), messages.ends_with(unread) ? list.back() : "");
         // The twin has its base's ID, and reads like it.
