@@ -110,10 +110,10 @@ struct snapshot_volume {
 };
 
 struct read_case {
-    const char *name;
-    const char *store_1;
-    const char *store_2;
-    const char *expected; ///< of snapshot 1: the block L0; with ", " also L1
+    const char *name = "";
+    const char *store_1 = "";
+    const char *store_2 = "";
+    const char *expected = ""; ///< of snapshot 1: the block L0; with ", " also L1
     vss_flag_8 flag_8 = vss_flag_8::left_out;
     bool inverted = false;
 };
