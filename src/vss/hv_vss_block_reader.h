@@ -42,12 +42,13 @@ public:
     u64 store_count() const { return m_stores.size(); }
     /// Null for a number that no snapshot has.
     const vss_store_blocks *store_blocks(u64 store_number) const;
-    /// Whether every store that a read of this snapshot may ask was read whole: its own
-    /// and those of all later snapshots. If not, reads of blocks that a lost descriptor
-    /// kept deliver later bytes without notice. A store is lost if its data are on
-    /// another volume, damaged in part if its block list can't be read to its end.
-    /// True for snapshot 0, the volume as it is now; false for a number that no
-    /// snapshot has, and as long as the blocks of the stores aren't loaded.
+    /// Whether the stores that a read of this snapshot asks, its own and those of all
+    /// later snapshots, were loaded with their whole block lists. A list is missing if
+    /// the store's data are on another volume, and cut short where it is damaged. Reads
+    /// of an incomplete snapshot still succeed: for a block whose descriptor is missing
+    /// they deliver what later stores or the volume have. True for snapshot 0, the
+    /// volume as it is now; false for a number that no snapshot has, and without loaded
+    /// blocks.
     bool is_complete(u64 snapshot) const;
 
     /// The descriptors of the block at `offset` (bytes on the volume; the start of a
