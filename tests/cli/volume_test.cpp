@@ -39,7 +39,7 @@ protected:
     }
 
     // The `$MFT` of a volume, cut out of its image.
-    std::string write_mft(const ntfs_volume &volume, std::uint32_t cluster_size)
+    std::string write_mft(const ntfs_volume &volume, u32 cluster_size)
     {
         std::string mft;
         for (const extent &run : volume.stream_runs(0))
@@ -82,11 +82,8 @@ TEST_F(Volume, ShowsEverythingThatIsKnownOfAFile)
 TEST_F(Volume, ReadsEveryGeometry)
 {
     struct geometry {
-        std::uint32_t cluster;
-        std::uint32_t record;
-        std::uint32_t sector;
-        std::uint64_t offset;
-        std::uint64_t fragments;
+        u32 cluster, record, sector;
+        u64 offset, fragments;
     };
     const std::vector<geometry> cases = {
         {512, 1024, 512, 0, 1},        {4096, 1024, 512, 0, 1},
@@ -94,20 +91,20 @@ TEST_F(Volume, ReadsEveryGeometry)
         {65536, 1024, 512, 512, 2},    {1024, 4096, 512, 0, 20},
         {512, 1024, 512, 0, 60},
     };
-    for (const geometry &one : cases) {
-        SCOPED_TRACE(std::to_string(one.cluster) + " " + std::to_string(one.record) +
-                     " " + std::to_string(one.fragments));
+    for (const auto &[cluster, record, sector, offset, fragments] : cases) {
+        SCOPED_TRACE(testing::Message()
+                     << cluster << " " << record << " " << fragments);
         const ntfs_volume volume = recent_bin()
-                                       .cluster_size(one.cluster)
-                                       .record_size(one.record)
-                                       .sector_size(one.sector)
-                                       .offset(one.offset)
-                                       .mft({.fragments = one.fragments})
+                                       .cluster_size(cluster)
+                                       .record_size(record)
+                                       .sector_size(sector)
+                                       .offset(offset)
+                                       .mft({.fragments = fragments})
                                        .build_volume();
         EXPECT_EQ(short_rows({"-image", write(volume.image), "-offset",
-                              std::to_string(one.offset)}),
+                              std::to_string(offset)}),
                   recent_rows);
-        EXPECT_EQ(short_rows({"-mftfile", write_mft(volume, one.cluster)}),
+        EXPECT_EQ(short_rows({"-mftfile", write_mft(volume, cluster)}),
                   rows_without_index());
     }
 }
@@ -133,7 +130,7 @@ TEST_F(Volume, FindsWhatTheIndexKnowsOrForgot)
 TEST_F(Volume, ReadsTheBinOfAnOldWindows)
 {
     std::vector<info2_item> items(30);
-    for (std::uint32_t i = 0; i < items.size(); ++i) items[i].number = i + 1;
+    for (u32 i = 0; i < items.size(); ++i) items[i].number = i + 1;
     items[6].path = u"C:\\seven.txt";
     ntfs_item list = bin_item(66, "INFO2", text(info2_file(items)));
     list.stored = {.non_resident = true, .fragments = 3};
@@ -158,7 +155,7 @@ TEST_F(Volume, FollowsAttributeLists)
 
 TEST_F(Volume, ReadsBeyondTwoTebibytes)
 {
-    const std::uint64_t offset = std::uint64_t{3} << 40;
+    const u64 offset = u64{3} << 40;
     const std::string path = dir.write_file("large", "");
     std::error_code error;
     std::filesystem::resize_file(path, offset, error);
@@ -192,18 +189,17 @@ TEST_F(Volume, IsNeverWrittenTo)
                       other_name = dir / "hard link";
     ASSERT_EQ(link(file.c_str(), other_name.c_str()), 0);
     const std::string sources[] = {image, mft, file};
-    using file_state = std::tuple<long, long, long, nlink_t>;
     const auto states = [&] {
-        std::vector<file_state> list;
+        std::vector<std::tuple<long, long, long, nlink_t>> list;
         for (const std::string &path : sources) {
-            struct stat of = {};
-            stat(path.c_str(), &of);
-            list.emplace_back(of.st_mtim.tv_nsec, of.st_ctim.tv_nsec,
-                              of.st_atim.tv_nsec, of.st_nlink);
+            struct stat file_status = {};
+            stat(path.c_str(), &file_status);
+            list.emplace_back(file_status.st_mtim.tv_nsec, file_status.st_ctim.tv_nsec,
+                              file_status.st_atim.tv_nsec, file_status.st_nlink);
         }
         return list;
     };
-    const std::vector<file_state> before = states();
+    const auto before = states();
     for (const string_list &args : {string_list{"-image", image},
                                     {"-image", image, "-no_mirel"},
                                     {"-image", image, "-include_vss_clusters"},
@@ -233,7 +229,7 @@ TEST_F(Volume, IsNeverWrittenTo)
 TEST_F(Volume, RawScanTrustsNoStructure)
 {
     const ntfs_volume volume = recent_bin().build_volume();
-    const auto zeroed = [&](std::uint64_t at, std::size_t count) {
+    const auto zeroed = [&](u64 at, std::size_t count) {
         byte_vector image = volume.image;
         put_bytes(image, at, byte_vector(count));
         return image;
