@@ -50,7 +50,7 @@ inline std::string fixture_or_skip(const std::string &name)
     if (folder == nullptr) skip_test("VESKIT_FIXTURES names no folder");
     const std::filesystem::path file = std::filesystem::path(folder) / name;
     static const temp_dir unpacked;
-    const std::string raw = unpacked / file.stem();
+    std::string raw = unpacked / file.stem();
     const std::string command = unpack_command(file, raw);
     if (command.empty()) return file;
 
