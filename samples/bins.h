@@ -75,14 +75,14 @@ struct forgotten_bin {
     {
         const ntfs_volume gone =
             empty_bin().file(bin_metadata(80, "$IGONE12", u"C:\\gone")).build_volume();
-        const shadow_store one{.header = store_header * cluster_size,
-                               .reference = store_entry | u64{1} << 48};
+        const shadow_store kept{.header = store_header * cluster_size,
+                                .reference = store_entry | u64{1} << 48};
         ntfs_item list =
             bin_item(store_entry, "store", text(info2_file({{.path = u"C:\\carved"}})),
                      shadow_folder);
         list.stored = {.runs = {{store, 1}}, .valid_size = 0};
         ntfs_volume_builder builder = empty_bin();
-        ntfs_volume volume = add_catalog(builder, shadow_catalog({one}),
+        ntfs_volume volume = add_catalog(builder, shadow_catalog({kept}),
                                          {.runs = {{catalog, 16}}, .valid_size = 0})
                                  .cluster_size(cluster_size)
                                  .clusters(760)
@@ -90,7 +90,7 @@ struct forgotten_bin {
                                  .file(list)
                                  .build_volume();
         put_bytes(volume.image, store_header * cluster_size,
-                  shadow_store_header(one, u"machine", u"service"));
+                  shadow_store_header(kept, u"machine", u"service"));
         put_bytes(volume.image, free_record * cluster_size, gone.record(80));
         return volume;
     }

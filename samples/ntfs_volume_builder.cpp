@@ -226,9 +226,10 @@ private:
     void add_name(entry_state &state, const ntfs_link &link)
     {
         u64 allocated = 0, size = 0;
-        for (const attribute &one : state.attributes)
-            if (one.type == ntfs_type::data && one.name.empty())
-                std::tie(allocated, size) = std::tie(one.allocated_size, one.real_size);
+        for (const attribute &attr : state.attributes)
+            if (attr.type == ntfs_type::data && attr.name.empty())
+                std::tie(allocated, size) =
+                    std::tie(attr.allocated_size, attr.real_size);
         const byte_vector value =
             name_content(link, state.item, state.directory, allocated, size);
         state.attributes.push_back(
@@ -432,7 +433,7 @@ private:
         const std::size_t end_mark = 8, root_header = 32, others = 152, least = 64;
         std::size_t used =
             first_attribute(m_plan.record_size) + end_mark + root_header + others;
-        for (const attribute &one : state.attributes) used += encode(one).size();
+        for (const attribute &attr : state.attributes) used += encode(attr).size();
         return used + least > m_plan.record_size ? least : m_plan.record_size - used;
     }
 
@@ -490,12 +491,12 @@ private:
         return rest;
     }
 
-    static bool covers(const attribute &one, const ntfs_move &move)
+    static bool covers(const attribute &attr, const ntfs_move &move)
     {
-        return one.type == move.type && one.name == move.name &&
-               one.first_run <= move.first_run &&
+        return attr.type == move.type && attr.name == move.name &&
+               attr.first_run <= move.first_run &&
                move.first_run <
-                   one.first_run + std::max<std::size_t>(1, one.runs.size());
+                   attr.first_run + std::max<std::size_t>(1, attr.runs.size());
     }
 
     void move_attribute(const ntfs_move &move)
@@ -503,7 +504,7 @@ private:
         auto &all = state_of(move.entry).attributes;
         const auto found =
             std::find_if(all.begin(), all.end(),
-                         [&](const attribute &one) { return covers(one, move); });
+                         [&](const attribute &attr) { return covers(attr, move); });
         if (found == all.end()) refuse(move.entry, "no attribute to move");
         if (move.first_run == found->first_run) {
             found->record = move.record;
@@ -526,15 +527,15 @@ private:
         const bool clustered = m_plan.clustered_lists.contains(number);
         bool listed = clustered;
         std::map<u64, u16> next_ids;
-        for (attribute &one : all) {
-            one.id = next_ids[one.record.value_or(number)]++;
-            listed = listed || one.record;
+        for (attribute &attr : all) {
+            attr.id = next_ids[attr.record.value_or(number)]++;
+            listed = listed || attr.record;
         }
         if (!listed) return;
         byte_vector list;
-        for (const attribute &one : all)
+        for (const attribute &attr : all)
             append(list,
-                   encode_list_entry(one, reference(one.record.value_or(number))));
+                   encode_list_entry(attr, reference(attr.record.value_or(number))));
         add_stream(
             {number, "", list, {.non_resident = clustered}, ntfs_type::attribute_list});
         all.back().id = next_ids[number];
@@ -586,8 +587,8 @@ private:
                               m_plan.sector_size);
         // Where both claim a cluster, the live file has it.
         for (const bool live : {false, true})
-            for (const cluster_write &one : m_writes)
-                if (one.live == live) write_at(one.runs, 0, one.bytes);
+            for (const cluster_write &write : m_writes)
+                if (write.live == live) write_at(write.runs, 0, write.bytes);
         write_at(runs_of(6), 0, m_clusters.bits(m_total, round_up(m_total, 64) / 8));
         write_boot_sectors();
         for (u64 number = 0; number < m_records; ++number)
@@ -639,14 +640,14 @@ private:
     {
         std::map<u64, byte_vector> records;
         u16 links = 0;
-        for (const attribute &one : state.attributes) {
-            const u64 host = one.record.value_or(number);
+        for (const attribute &attr : state.attributes) {
+            const u64 host = attr.record.value_or(number);
             byte_vector &bytes = records[host];
-            m_volume.attributes[{number, one.type, one.name}].push_back(
+            m_volume.attributes[{number, attr.type, attr.name}].push_back(
                 m_volume.records.at(host) + first_attribute(m_plan.record_size) +
                 bytes.size());
-            append(bytes, encode(one));
-            if (one.type == ntfs_type::file_name) ++links;
+            append(bytes, encode(attr));
+            if (attr.type == ntfs_type::file_name) ++links;
         }
         for (const auto &[host, bytes] : records) {
             record_header header = {.entry = host, .next_id = state.attributes.size()};
