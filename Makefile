@@ -51,10 +51,13 @@ fuzz:
 	@fuzz/run build/fuzz $(FUZZ_SECONDS)
 
 lint:
-	@tools/install_deps build test lint >&2
-	$(call build_preset,release)
+	@tools/install_deps build test bench lint >&2
+	@tools/check_layers
 	@tools/check_format
+	@cmake --preset release >&2
+	@cmake --preset bench >&2
 	@tools/lint build/release
+	@tools/lint build/bench bench/*.cpp
 
 format:
 	@tools/install_deps lint >&2
