@@ -11,8 +11,8 @@ MAKEFLAGS += --no-print-directory
 .DEFAULT_GOAL := build
 .PHONY: build run test asan bench bench-volumes fuzz lint format install clean
 
-# Builds one preset; its output goes to standard error, so that what follows has standard
-# output for itself.
+# Builds one preset; its output goes to standard error, so that standard output holds
+# only what the program or the tests print.
 define build_preset
 	@{ cmake --preset $(1) && cmake --build --preset $(1) -j $(JOBS) $(2); } >&2
 endef

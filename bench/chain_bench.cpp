@@ -1,5 +1,5 @@
-// A sequential read through a chain of three virtual disk files, against the read of a
-// plain file of the same content. The chain holds its grains by turns.
+// A sequential read through a chain of three virtual disk files, compared with a plain
+// file of the same content. The files of the chain hold its grains in turn.
 
 #include "disk/hv_raw_disk_io.h"
 #include "samples/vmdk_builder.h"
@@ -16,7 +16,7 @@ constexpr std::uint64_t grain_sectors = 128;
 constexpr std::uint64_t grains = 4096; // 256 MiB
 constexpr std::uint64_t medium_size = grains * grain_sectors * 512;
 
-// What all runs read; it goes with the process.
+// The input of all runs; removed when the process ends.
 class media {
 public:
     media()
@@ -32,7 +32,7 @@ public:
         }
         for (std::uint64_t i = 0; i < grains; ++i) {
             const char letter = static_cast<char>('A' + i % 26);
-            // Runs of some grains in one file, as a disk in use has them.
+            // Runs of several grains in one file, as on a disk in use.
             files[i / 5 % files.size()].grains.emplace_back(i, letter);
             plain.append(grain_sectors * 512, letter);
         }

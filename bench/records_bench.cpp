@@ -1,4 +1,4 @@
-// What single steps cost: parsing metadata, and turning entries into rows.
+// The cost of single steps: parsing metadata, and turning entries into rows.
 
 #include "samples/record_builders.h"
 

@@ -1,5 +1,5 @@
-// What it costs to read a volume as a snapshot saw it, against reading the same bytes
-// of the image.
+// The cost of reading a volume as a snapshot saw it, compared with reading the same
+// bytes of the image.
 
 #include "samples/shadow_structures.h"
 #include "support/temp_dir.h"

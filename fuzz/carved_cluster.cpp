@@ -1,5 +1,4 @@
-// The carver on bytes that no structure leads to, as part of a small volume. The first
-// byte chooses the cluster size.
+// The carver, on a cluster of a small volume. The first byte chooses the cluster size.
 
 #include "ntfs/ntfs.h"
 #include "records/trash_options.h"
@@ -47,8 +46,7 @@ extern "C" int LLVMFuzzerTestOneInput(const hv::u8 *data, std::size_t size)
     item.data = {data + 1, size - 1};
     item.offset = 4096;
     hv::carve_cluster(item);
-    // One list at most, which ends where the item ends, and one record for each 1024
-    // bytes.
+    // At most one list, which ends with the item, and one record for each 1024 bytes.
     if (collection.carved_entries.size() > 1) std::abort();
     if (collection.records.size() > size / 1024) std::abort();
     for (const hv::trash_entry &entry : collection.carved_entries)

@@ -1,5 +1,5 @@
 // Run lists in all their forms, the lookup of clusters in them, and the expansion of a
-// compression unit. The first byte says how long the list is; the unit follows it.
+// compression unit. The first byte is the length of the list; the unit comes after it.
 
 #include "ntfs/hv_data_run.h"
 #include "ntfs/hv_lznt1.h"
@@ -9,7 +9,7 @@
 
 namespace {
 
-// The index has to find what a walk of the list finds.
+// The index must find the same run as a walk of the list.
 void check_index(const std::vector<hv::cluster_run> &runs, hv::u64 vcn)
 {
     const hv::run_index index(runs);
@@ -33,7 +33,8 @@ void check_unit(hv::byte_view unit, bool found_sparse)
     std::size_t count = 0;
     if (hv::expand_unit(out, count, unit, found_sparse) && count > out.size())
         std::abort();
-    // Less room gives the front of the same, unless the unit turns out to be plain.
+    // A smaller buffer gets the start of the same bytes, unless the unit isn't
+    // compressed.
     std::vector<hv::u8> front(hv::lznt1_block / 2);
     std::size_t front_count = 0;
     if (hv::expand_unit(front, front_count, unit, found_sparse) &&
@@ -52,7 +53,7 @@ extern "C" int LLVMFuzzerTestOneInput(const hv::u8 *data, std::size_t size)
     const hv::byte_view list = input.clip(1, input.read_padded<hv::u8>(0));
     check_unit(input.from(1 + list.size()), (size & 1) != 0);
 
-    // 64 bytes of header: type, length, the first cluster, the place of the list.
+    // The attribute's header: type, length, first cluster, offset of the list.
     std::vector<hv::u8> attribute(64);
     attribute[0] = 128;
     attribute[4] = static_cast<hv::u8>((64 + list.size()) & 0xFF);
@@ -66,7 +67,7 @@ extern "C" int LLVMFuzzerTestOneInput(const hv::u8 *data, std::size_t size)
     hv::decode_attribute_runs(hv::byte_view{attribute}, full);
     hv::decode_flat_runs(hv::byte_view{attribute}, flat);
     hv::decode_run_list(list, listed, 128, true);
-    // A run costs at least its header byte, and the forms agree on the places.
+    // A run costs at least its header byte, and the forms agree on the positions.
     if (full.size() > list.size() || flat.size() != full.size() ||
         listed.size() > list.size())
         std::abort();

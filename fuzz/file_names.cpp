@@ -18,7 +18,7 @@ extern "C" int LLVMFuzzerTestOneInput(const hv::u8 *data, std::size_t size)
     hv::parse_signature_filter(text.substr(0, cut));
     const std::wstring wide = uni::to_wide(path);
     if (!wide.empty()) hv::filter_passes_wide(wide, filter);
-    // What was decoded encodes to text that decodes to the same.
+    // Encoding a decoded text and decoding it again changes nothing.
     if (uni::to_wide(uni::to_utf8(wide)) != wide) std::abort();
 
     std::string directory;

@@ -1,5 +1,5 @@
-// The parse of a "FILE" record, with its attribute lists: the input is a row of records
-// that may name each other.
+// The parse of a "FILE" record, with its attribute lists: the input is a
+// sequence of records that may refer to each other.
 
 #include "scan/record_parse.h"
 
@@ -27,10 +27,9 @@ extern "C" int LLVMFuzzerTestOneInput(const hv::u8 *data, std::size_t size)
     const hv::parse_options options{
         .named_streams = true, .runs = true, .target_name = "info2"};
     hv::parse_record(record, first, options, source);
-    // Each record is read once, whatever the lists say of each other.
+    // Each record is read once, even if lists refer to each other.
     if (reads > size / record_size) std::abort();
-    // What was copied comes from one attribute, and a run costs at least its header
-    // byte.
+    // Data comes from one attribute, and a run takes at least its header byte.
     if (record.data.size() > record_size || record.zone_data.size() > record_size)
         std::abort();
     if (record.data_runs.size() > (reads + 1) * record_size) std::abort();

@@ -1,4 +1,4 @@
-// The walks over partition tables, in memory and on a disk, and what is made of the
+// The walks over partition tables, in memory and on a disk, and the names of the
 // volumes that they find.
 
 #include "disk/hv_partitions.h"
@@ -27,10 +27,11 @@ std::string make_medium(const hv::u8 *data, std::size_t size)
 
 void check_names(const hv::partition_list &list)
 {
-    for (const hv::partition_entry &one : list) {
-        require(!hv::partition_type_name(one.type).empty() && one.m_sector_size != 0);
-        hv::gpt_type_name(hv::byte_view{one.type_guid});
-        require(one.byte_offset() <= one.byte_end());
+    for (const hv::partition_entry &entry : list) {
+        require(!hv::partition_type_name(entry.type).empty() &&
+                entry.m_sector_size != 0);
+        hv::gpt_type_name(hv::byte_view{entry.type_guid});
+        require(entry.byte_offset() <= entry.byte_end());
     }
 }
 
@@ -39,23 +40,24 @@ void check_names(const hv::partition_list &list)
 extern "C" int LLVMFuzzerTestOneInput(const hv::u8 *data, std::size_t size)
 {
     // A table sector has four records, an entry of a GPT 128 bytes.
-    const std::size_t most = 4 * (size / 512 + 2);
+    const std::size_t max_entries = 4 * (size / 512 + 2);
     const hv::RAW_DISK_IO disk(make_medium(data, size));
     for (const hv::table_scan scan : {hv::table_scan::off, hv::table_scan::on}) {
         hv::partition_list list;
         require(hv::find_partitions_in_buffer(list, hv::byte_view{data, size}, scan) ==
                 !list.empty());
-        require(list.size() <= most);
+        require(list.size() <= max_entries);
         check_names(list);
 
         const bool good = hv::find_partitions(list, disk, scan, hv::table_gaps::off);
-        require(list.size() <= most && (!good || !list.empty()));
+        require(list.size() <= max_entries && (!good || !list.empty()));
         check_names(list);
         hv::partition_list with_gaps;
-        const bool also =
+        const bool good_with_gaps =
             hv::find_partitions(with_gaps, disk, scan, hv::table_gaps::on);
-        // The areas of the tables alone make a success.
-        require(also || !good);
+        // With gaps, the areas of the tables are entries, so the walk succeeds more
+        // often.
+        require(good_with_gaps || !good);
         require(with_gaps.size() <= 2 * list.size() + 7);
         check_names(with_gaps);
     }

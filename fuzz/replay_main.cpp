@@ -1,5 +1,5 @@
 // Runs a fuzz target over the files of the folders named on the command line, and over
-// every prefix of each: a cut record is the commonest kind of damage.
+// every prefix of each: a truncated record is the most common damage.
 
 #include "base/hv_types.h"
 
@@ -20,7 +20,8 @@ int main(int argc, char **argv)
             std::ifstream file(entry.path(), std::ios::binary);
             const std::vector<char> text(std::istreambuf_iterator<char>(file), {});
             for (std::size_t size = 0; size <= text.size(); ++size) {
-                // A copy of its own size, so that a read behind its end is noticed.
+                // A copy of exactly this size, so that a sanitizer sees reads after its
+                // end.
                 const std::vector<hv::u8> bytes(text.begin(),
                                                 text.begin() + static_cast<long>(size));
                 LLVMFuzzerTestOneInput(bytes.data(), bytes.size());

@@ -1,4 +1,4 @@
-// A security descriptor as text, and a block of "$SDS" that the same bytes could be.
+// The input as a security descriptor, as an ACL and as a block of "$SDS".
 
 #include "security/hv_security_descriptor.h"
 #include "security/hv_security_map.h"
@@ -8,9 +8,8 @@
 
 namespace {
 
-// A walk of an ACL sees so many bytes; each becomes so many characters at most. A dump
-// writes lines of up to 31 characters for a subauthority, and 600 for an ACE of 8
-// bytes.
+// The most characters that a byte of an ACL can become. A dump writes lines of up to 31
+// characters for a subauthority, and 600 for an ACE of 8 bytes.
 constexpr hv::u64 max_report_per_byte = 20;
 constexpr hv::u64 max_dump_per_byte = 80;
 
@@ -26,7 +25,7 @@ void check_texts(hv::byte_view bytes)
     if (dump.str().size() > 8192 + max_dump_per_byte * hv::max_acl_bytes) std::abort();
     std::ostringstream keys;
     hv::write_descriptor_keys(keys, bytes);
-    // Both name an owner, or none.
+    // Either both name an owner, or neither does.
     std::string owner;
     const bool named = hv::owner_sid_text(owner, bytes);
     if (named != (keys.str().find("<owner_sid>S-") != std::string::npos)) std::abort();
@@ -43,7 +42,7 @@ void check_acl(hv::byte_view bytes)
 
 void check_entries(hv::byte_view block)
 {
-    // Entries lie apart and inside the block.
+    // Entries don't overlap and lie inside the block.
     hv::u64 end = 0;
     hv::for_each_sds_entry(block, 0, [&](const hv::sds_record &entry) {
         if (entry.position < end) std::abort();

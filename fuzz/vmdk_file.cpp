@@ -1,5 +1,5 @@
-// A chain of virtual disks. The first two bytes say how long the base is; a child that
-// names it as its parent follows.
+// A chain of virtual disks. The first two bytes are the length of the base; its child
+// comes after it.
 
 #include "vmdk/hv_vmdk_disk.h"
 

@@ -1,5 +1,5 @@
 // The structures of shadow copies: catalog, store header, descriptors, ranges, bitmap.
-// The first byte says which of them the rest of the input is tried as.
+// The first byte chooses which of them the rest of the input is parsed as.
 
 #include "vss/hv_vss_catalog.h"
 #include "vss/hv_vss_store_blocks.h"
@@ -23,7 +23,7 @@ void check_store_header(byte_view input)
 {
     vss_store store;
     if (!parse_store_header(store, input) && store.header_seen) std::abort();
-    // A unit of UTF-16 gives at most three bytes.
+    // A UTF-16 unit becomes at most three bytes.
     if (store.operating_machine.size() > 2 * input.size()) std::abort();
 }
 
@@ -46,7 +46,7 @@ void check_blocks(byte_view input)
     byte_view bits;
     const bool is_bitmap = parse_bitmap_block(bits, header, input, 0);
     if (bits.size() > vss_bitmap::bytes || is_bitmap == bits.empty()) std::abort();
-    // A block is of one type.
+    // A block has one type.
     if (int{is_list} + int{has_ranges} + int{is_bitmap} > 1) std::abort();
 }
 
