@@ -9,8 +9,8 @@
 
 namespace hv {
 
-/// Puts together a little-endian number from the first sizeof(T) bytes at `bytes`.
-/// The caller has proved that they are there.
+/// The little-endian number in the first sizeof(T) bytes at `bytes`. The caller has
+/// checked that they are there.
 template <std::unsigned_integral T> constexpr T little_endian(const u8 *bytes)
 {
     T value = 0;
@@ -26,8 +26,8 @@ template <std::unsigned_integral T> struct le_field {
     std::size_t offset;
 };
 
-/// A header of exactly N bytes whose presence is proved. Fields are checked against N
-/// by the compiler.
+/// A header of exactly N bytes that are known to be there. The compiler checks fields
+/// against N.
 template <std::size_t N> class fixed_view {
 public:
     /// The number in `field`, for example `header.get<dollar_i::version>()`.
@@ -43,9 +43,8 @@ private:
     const u8 *m_bytes = nullptr;
 };
 
-/// Bytes of unknown honesty: read only, little endian, every access checked. All input
-/// that comes from a disk or a file is read through this class. It doesn't own the
-/// bytes.
+/// Bytes that nobody vouches for: read only, little endian, every access checked. All
+/// input from a disk or a file is read through this class. It doesn't own the bytes.
 class byte_view {
 public:
     constexpr byte_view() = default;
@@ -56,7 +55,8 @@ public:
     constexpr bool empty() const { return m_bytes.empty(); }
     constexpr std::span<const u8> bytes() const { return m_bytes; }
 
-    /// True if `count` bytes stand at offset `at`. Can't wrap, whatever the numbers.
+    /// True if there are `count` bytes from offset `at` on. Can't wrap, whatever the
+    /// numbers.
     constexpr bool fits(u64 at, u64 count) const
     {
         return at <= size() && count <= size() - at;
@@ -70,16 +70,18 @@ public:
         return true;
     }
 
-    /// Reads the number at `at`, taking bytes behind the end as zero.
+    /// Reads the number at `at`, taking bytes after the end as zero.
     template <std::unsigned_integral T> constexpr T read_padded(u64 at) const
     {
         std::array<u8, sizeof(T)> bytes{};
-        const byte_view there = clip(at, sizeof(T));
-        for (std::size_t i = 0; i < there.size(); ++i) bytes[i] = there.m_bytes[i];
+        const byte_view available = clip(at, sizeof(T));
+        for (std::size_t i = 0; i < available.size(); ++i)
+            bytes[i] = available.m_bytes[i];
         return little_endian<T>(bytes.data());
     }
 
-    /// Proves that N bytes stand at `at` and hands them over as a header.
+    /// Sets `out` to the N bytes at `at`. False, with `out` untouched, if not all of
+    /// them are there.
     template <std::size_t N> constexpr bool fixed(u64 at, fixed_view<N> &out) const
     {
         if (!fits(at, N)) return false;
@@ -87,7 +89,8 @@ public:
         return true;
     }
 
-    /// All of the `count` bytes at `at`, or false.
+    /// Sets `out` to the `count` bytes at `at`. False, with `out` untouched, if not all
+    /// of them are there.
     constexpr bool sub(u64 at, u64 count, byte_view &out) const
     {
         if (!fits(at, count)) return false;
@@ -95,7 +98,7 @@ public:
         return true;
     }
 
-    /// As many of the `count` bytes at `at` as there are.
+    /// Those of the `count` bytes at `at` that are there.
     constexpr byte_view clip(u64 at, u64 count) const
     {
         if (at >= size()) return {};
@@ -103,7 +106,7 @@ public:
         return byte_view(m_bytes.subspan(at, count < left ? count : left));
     }
 
-    /// Everything from `at` on; empty behind the end.
+    /// Everything from `at` on; empty after the end.
     constexpr byte_view from(u64 at) const { return clip(at, size()); }
 
 private:

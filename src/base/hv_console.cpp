@@ -16,13 +16,15 @@ constexpr unsigned status_width = 60;
 constexpr unsigned widest_status = 70;
 constexpr int max_message = 4096;
 
-// There is one progress line, drawn from one thread, so its state is process-wide.
+// There is one progress line and one thread, so the line's state belongs to the
+// process.
 u64 progress_step = 0;
 u64 progress_next = 0;
 bool line_control_allowed = false;
 
-// A scan can draw its line thousands of times a second, and one write for each costs
-// more than the work between them. So texts that come soon after a write are gathered.
+// A scan can draw its line thousands of times a second, and a write for each of them
+// costs more than the work between them. So texts that come soon after a write are
+// gathered.
 class gathered_text {
 public:
     ~gathered_text() { flush(); }
@@ -126,7 +128,7 @@ void flush_console()
     pending.flush();
 }
 
-void tend_console()
+void flush_console_if_due()
 {
     pending.flush_if_due();
 }

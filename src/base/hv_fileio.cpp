@@ -22,11 +22,11 @@ constexpr std::size_t output_buffer_size = 0x40000;
 constexpr u64 first_read_piece = 0x10000;
 constexpr u64 max_read_piece = 0x10000000;
 
-// The size that stands for a device which can't be measured.
+// The size that a device counts as if it can't be measured.
 constexpr u64 unmeasured_size = 0x40000;
 
-// Owner and others, the group left out: readable by the next tool, as results files of
-// this family have always been.
+// Owner and others, without the group. Tools that read the results run as other users
+// and rely on these permissions.
 constexpr mode_t created_file_mode = 0606;
 
 int open_for_writing(const char *path, bool truncate)
@@ -36,8 +36,8 @@ int open_for_writing(const char *path, bool truncate)
                   created_file_mode);
 }
 
-// A pipe that somebody else made non-blocking may be full for a while. False, with
-// `errno` kept, if that isn't why a write failed.
+// A pipe that another process made non-blocking may be full for a while. False, with
+// `errno` unchanged, if a write failed for another reason.
 bool wait_until_writable(int descriptor)
 {
     if (errno != EAGAIN) return false;
@@ -89,7 +89,7 @@ streambuf_generic_output::streambuf_generic_output(std::size_t buffer_size)
     setp(m_buffer.data(), m_buffer.data() + m_buffer.size());
 }
 
-bool streambuf_generic_output::hand_on()
+bool streambuf_generic_output::flush_block()
 {
     const char *data = pbase();
     while (data < pptr()) {
@@ -108,7 +108,7 @@ bool streambuf_generic_output::hand_on()
 
 streambuf_generic_output::int_type streambuf_generic_output::overflow(int_type c)
 {
-    if (!hand_on()) return traits_type::eof();
+    if (!flush_block()) return traits_type::eof();
     if (!traits_type::eq_int_type(c, traits_type::eof())) {
         *pptr() = traits_type::to_char_type(c);
         pbump(1);
@@ -118,7 +118,7 @@ streambuf_generic_output::int_type streambuf_generic_output::overflow(int_type c
 
 int streambuf_generic_output::sync()
 {
-    return hand_on() ? 0 : -1;
+    return flush_block() ? 0 : -1;
 }
 
 result_output::result_output(std::unique_ptr<streambuf_generic_output> buffer)
@@ -129,7 +129,7 @@ result_output::result_output(std::unique_ptr<streambuf_generic_output> buffer)
 
 result_output::~result_output()
 {
-    // After a failed write, what remains could be a repetition.
+    // After a write that failed, the buffer may begin with bytes that were written.
     if (m_buffer->error() == 0) flush();
 }
 
@@ -180,12 +180,12 @@ bool fileio::open(std::string_view path, open_mode mode)
         close();
         return false;
     }
-    // A regular file that states no length may be one that the system makes up as it is
-    // read, and is then measured like a device.
+    // A regular file without a length may be one that the system generates as it is
+    // read, such as those of /proc. It is measured like a device.
     if (S_ISREG(status.st_mode) && status.st_size > 0) {
         m_size = static_cast<u64>(status.st_size);
     } else {
-        // Not to wait was for the open alone; a terminal is written to in full.
+        // O_NONBLOCK was only for open(); writes to a terminal may wait.
         fcntl(m_descriptor, F_SETFL, fcntl(m_descriptor, F_GETFL) & ~O_NONBLOCK);
         measure_size();
     }
@@ -226,17 +226,17 @@ bool fileio::read_vector(std::vector<u8> &result, u64 length, u64 offset) const
     result.clear();
     if (!is_open() || offset >= m_size) return false;
     length = std::min(length, m_size - offset);
-    // The pieces double, since the size that a file claims is no promise.
+    // The pieces grow with what was read, since a file may claim any size.
     u64 piece = first_read_piece;
     while (result.size() < length) {
         const std::size_t had = result.size();
         const u64 wanted = std::min(length - had, piece);
-        std::size_t got = wanted;
+        std::size_t count = wanted;
         result.resize(had + wanted);
-        const bool good = read_at(result.data() + had, got, offset + had);
-        result.resize(had + (good ? got : 0));
+        const bool good = read_at(result.data() + had, count, offset + had);
+        result.resize(had + (good ? count : 0));
         if (!good) return had != 0;
-        if (got < wanted) break;
+        if (count < wanted) break;
         piece = std::min(piece * 2, max_read_piece);
     }
     return true;

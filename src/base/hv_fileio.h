@@ -13,32 +13,32 @@
 
 namespace uni {
 
-/// A put area in memory that is handed on block by block.
+/// A put area in memory that is written block by block.
 class streambuf_generic_output : public std::streambuf {
 public:
     explicit streambuf_generic_output(std::size_t buffer_size);
 
-    /// The system's error number of the first block that was refused, or 0.
+    /// The system's error number of the first write that failed, or 0.
     int error() const { return m_error; }
 
 protected:
-    /// Takes bytes and returns how many it took, or -1 with `errno` set.
+    /// Writes bytes and returns how many were written, or -1 with `errno` set.
     virtual ssize_t write_block(const char *data, std::size_t length) = 0;
     int_type overflow(int_type c) override;
     int sync() override;
 
 private:
-    bool hand_on();
+    bool flush_block();
 
     std::vector<char> m_buffer;
     int m_error = 0;
 };
 
-/// A stream whose bytes go to a file or to standard output through one large put area.
+/// A stream that writes to a file or to standard output through one large put area.
 class result_output : public std::ostream {
 public:
     ~result_output() override;
-    /// Flushes what remains. Returns 0, or the error number of the first failed write.
+    /// Flushes. Returns 0, or the error number of the first write that failed.
     int finish();
 
 protected:
@@ -56,19 +56,19 @@ public:
     explicit fileio_output(fileio &file);
 };
 
-/// Writes to a descriptor without any buffer of its own.
+/// Writes to a descriptor, without a buffer.
 class stdout_stream {
 public:
     explicit stdout_stream(int descriptor) : m_descriptor(descriptor) {}
-    /// Writes everything. False, with `errno` set, if the system refuses a byte; false
-    /// for nothing to write as well.
+    /// Writes all of it. False if there is nothing to write or, with `errno` set, if
+    /// the system refuses a byte.
     bool write(const char *data, std::size_t length) const;
 
 private:
     int m_descriptor;
 };
 
-/// The output stream on a descriptor, standard output unless another is named.
+/// The output stream on a descriptor, by default standard output.
 class stdout_output : public result_output {
 public:
     explicit stdout_output(int descriptor = 1);
@@ -88,9 +88,9 @@ public:
     fileio(const fileio &) = delete;
     fileio &operator=(const fileio &) = delete;
 
-    /// Opens a path in UTF-8. A pipe or a socket is refused, and never waited for. An
-    /// open file is closed first. Reading leaves the file's access time alone where the
-    /// system lets it.
+    /// Opens a path in UTF-8, after closing the file that was open. A pipe or a socket
+    /// is refused without waiting for its other end. Reading doesn't change the file's
+    /// access time where the system allows that.
     bool open(std::string_view path, open_mode mode);
     bool open(std::wstring_view path, open_mode mode);
     bool is_open() const { return m_descriptor >= 0; }
@@ -100,18 +100,18 @@ public:
     /// Asks the system for the size again and keeps it.
     hv::u64 measure_size();
 
-    /// Reads once, at `offset`, into a caller's buffer. False at or behind the end and
-    /// on a failed read; `length` then stays as it was, and is else the count of bytes
-    /// read.
+    /// Reads `length` bytes at `offset` in one call of the system; `length` comes back
+    /// as the bytes read, which may be fewer. False, with `length` as it was, at or
+    /// after the end and for a read that fails.
     bool read_at(hv::u8 *buffer, std::size_t &length, hv::u64 offset) const;
-    /// Reads up to `length` bytes at `offset`; fewer come where the file ends or a
-    /// later read fails. False at or behind the end and if nothing could be read.
-    /// Memory grows with what arrives, whatever size the file claims.
+    /// Reads up to `length` bytes at `offset`, up to the end of the file or to the
+    /// first read that fails. False at or after the end, and if nothing could be read.
+    /// Memory grows with what is read, whatever size the file claims.
     bool read_vector(std::vector<hv::u8> &result, hv::u64 length, hv::u64 offset) const;
 
-    /// Writes behind the end. Returns the count of bytes taken, or -1.
+    /// Writes at the end. Returns the bytes written, or -1.
     ssize_t append(const char *data, std::size_t length);
-    /// The stream on this file; made at the first call.
+    /// The stream on this file, made by the first call.
     fileio_output &get_stream();
 
     /// Flushes the stream, if one was made, and closes. Returns 0, or the error number
@@ -140,8 +140,8 @@ public:
     stdin_stream(const stdin_stream &) = delete;
     stdin_stream &operator=(const stdin_stream &) = delete;
 
-    /// Reads one line; one of more than 4095 bytes comes in pieces. With
-    /// `strip_line_end`, all CR and LF at its end are removed. False at the end of
+    /// Reads one line; one of more than 4095 bytes is read in pieces. With
+    /// `strip_line_end`, all CR and LF at its end are removed. False at the end of the
     /// input.
     virtual bool read_line(std::string &line, bool strip_line_end);
     /// The same as wide text, empty for a line that isn't UTF-8.

@@ -10,7 +10,7 @@ namespace hv {
 
 namespace {
 
-// Takes every star out of `text` and notes those at the two ends.
+// Removes every star from `text` and notes those at the two ends.
 void take_stars(std::wstring &text, bool &star_front, bool &star_back)
 {
     for (std::size_t at = text.find(L'*'); at != std::wstring::npos;
@@ -46,7 +46,7 @@ std::vector<std::string> signature_pieces(const std::string &text)
 {
     std::vector<std::string> pieces;
     const char delimiter = text.find('|') != std::string::npos ? '|' : ',';
-    split(text, delimiter, pieces, true, empty_pieces::keep);
+    split(text, delimiter, pieces, piece_blanks::trim, empty_pieces::keep);
     return pieces;
 }
 
@@ -65,7 +65,7 @@ bool parse_hex_bytes(const std::string &text, std::vector<u8> &bytes)
     return true;
 }
 
-// A path pattern hits where it ends together with a component of the path.
+// A path pattern matches where it ends at the end of a component of the path.
 bool hits_component_end(std::wstring_view path, std::wstring_view pattern)
 {
     for (std::size_t at = path.find(pattern); at != std::wstring_view::npos;
@@ -79,7 +79,7 @@ bool hits_component_end(std::wstring_view path, std::wstring_view pattern)
 bool hits_path(std::wstring path, const filter_item &item)
 {
     if (hits_component_end(path, item.name_text)) return true;
-    std::replace(path.begin(), path.end(), L'\\', L'/');
+    std::ranges::replace(path, L'\\', L'/');
     return hits_component_end(path, item.name_text);
 }
 
@@ -115,7 +115,7 @@ void parse_filter(std::vector<filter_item> &list, std::string_view text)
         pieces.push_back(all);
         trim(pieces.front());
     } else {
-        split(all, delimiter, pieces, true, empty_pieces::drop);
+        split(all, delimiter, pieces, piece_blanks::trim, empty_pieces::drop);
     }
     for (const std::wstring &piece : pieces) {
         if (piece == L"*") list.clear();
@@ -152,7 +152,7 @@ bool filter_passes_wide(std::wstring_view path, const std::vector<filter_item> &
     const std::size_t cut =
         backslash != std::wstring::npos ? backslash : lower.rfind(L'/');
     const std::wstring_view name = std::wstring_view(lower).substr(cut + 1);
-    return std::any_of(list.begin(), list.end(), [&](const filter_item &item) {
+    return std::ranges::any_of(list, [&](const filter_item &item) {
         return (item.is_path && hits_path(lower, item)) || hits_name(name, item) ||
                has_signature(path, item);
     });

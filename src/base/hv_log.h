@@ -15,9 +15,9 @@ private:
     std::ostream *m_stream = nullptr;
 };
 
-/// Writes "->", the printf-style text and a line end, and flushes, so that a crash
-/// leaves the log complete. The text is cut at the format's length plus 255 characters.
-/// Does nothing without a log.
+/// Writes "->", the printf-style text and a line end, and flushes, so that the log is
+/// complete after a crash. The text is cut at the length of the format plus 255
+/// characters. Without a log it does nothing.
 [[gnu::format(printf, 2, 3)]] void debug_log(log_handle log, const char *format, ...);
 
 } // namespace hv

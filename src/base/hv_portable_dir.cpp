@@ -22,7 +22,7 @@ struct dir_closer {
 };
 using dir_handle = std::unique_ptr<DIR, dir_closer>;
 
-// Opens a directory without touching its access time where the system lets us.
+// Opens a directory, without changing its access time where the system allows that.
 dir_handle open_directory(const std::string &path)
 {
     const int flags = O_RDONLY | O_DIRECTORY | O_CLOEXEC | O_NONBLOCK;
@@ -39,7 +39,7 @@ bool status_of(const std::string &path, struct stat &status)
     return stat(path.c_str(), &status) == 0;
 }
 
-// Most file systems name the type in the listing; only the rest costs a status call.
+// Most file systems tell the type in the listing; only for others the status is asked.
 void set_type(dir_item &item, unsigned char listed_type)
 {
     struct stat status {};
@@ -55,7 +55,7 @@ void set_type(dir_item &item, unsigned char listed_type)
         item.is_directory = status_of(item.path, status) && S_ISDIR(status.st_mode);
 }
 
-// Calls back for one path that passes the filter; the path goes out in wide form.
+// Calls back for a path, if it passes the filter.
 void report(const std::string &path, bool is_directory,
             const std::vector<hv::filter_item> &filter, hv::log_handle log,
             const walk_callback &callback)

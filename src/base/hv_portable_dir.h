@@ -14,11 +14,11 @@
 /// Directories of the running system: status, listings and walks.
 namespace hvportdir {
 
-/// True if the path names anything that can be looked at: a file, a directory, a
-/// device. Links are followed; an empty path is false.
+/// True if the path names something whose status can be read: a file, a directory, a
+/// device. Links are followed. False for an empty path.
 bool path_exists(std::string_view path);
 
-/// The status of a path in the form that filters want. Times are in seconds since 1970.
+/// The status of a path. Times are in seconds since 1970, the size is in bytes.
 struct file_status {
     hv::u32 mode = 0;
     hv::i64 modified = 0;
@@ -30,7 +30,7 @@ struct file_status {
     hv::file_times filter_times() const;
 };
 
-/// Fills `result`, following links. False if the system gives no status.
+/// Fills `result`, following links. False if the status can't be read.
 bool file_status_times(file_status &result, std::string_view path);
 
 /// One entry of a directory listing.
@@ -40,13 +40,12 @@ struct dir_item {
     bool is_link = false;
 };
 
-/// Fills `items` with what stands in a directory, "." and ".." left out, in the order
-/// in which the system names it. A directory that can't be opened gives an empty
-/// listing.
+/// Fills `items` with the content of a directory, without "." and "..", in the order of
+/// the system. A directory that can't be opened leaves `items` empty.
 void list_dir(std::string_view directory, std::vector<dir_item> &items);
 
-/// Keeps a walk from going around in circles: a directory is entered through links only
-/// once. Real directories always are.
+/// Keeps a walk from going around in circles: a directory is entered through a link
+/// only once, and always where it is no link.
 class link_guard {
 public:
     bool may_enter(const dir_item &directory);
@@ -55,16 +54,16 @@ private:
     std::set<std::pair<hv::u64, hv::u64>> m_entered; ///< device and inode
 };
 
-/// Takes the prefix "\\?\" off a path, unless it leads to the global root.
+/// The path without a prefix "\\?\", unless the prefix is that of the global root.
 std::wstring strip_long_path_prefix(std::wstring_view path);
 
 /// What a walk calls for each directory and file: the path and whether it is a
 /// directory.
 using walk_callback = std::function<void(std::wstring_view path, bool is_directory)>;
 
-/// Walks a tree level by level, `depth` levels deep, and calls `callback` for all that
-/// passes `filter`. `root` may hold %NAME% variables. A name that isn't UTF-8 is logged
-/// and passed over; what can't be read is passed over in silence.
+/// Walks a tree level by level, `depth` levels deep, and calls `callback` for
+/// everything that passes `filter`. `root` may hold %NAME% variables. A name that isn't
+/// UTF-8 is logged and skipped; what can't be read is skipped.
 void enumerate_dir(std::string_view root, const std::vector<hv::filter_item> &filter,
                    unsigned depth, hv::log_handle log, const walk_callback &callback);
 

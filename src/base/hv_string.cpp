@@ -10,8 +10,8 @@ namespace {
 // Variables are replaced only while the text is shorter than this.
 constexpr std::size_t expansion_limit = 513;
 
-// A variable may name itself. Each replacement therefore counts, and after this many
-// the text stays as it is.
+// A variable may name itself, so replacements are counted, and after this many the text
+// stays as it is.
 constexpr int max_replacements = 512;
 
 constexpr std::string_view blank_characters = " \t\r\n";
@@ -47,7 +47,7 @@ char lower_char(char c)
 
 void to_lower(std::string &text)
 {
-    std::transform(text.begin(), text.end(), text.begin(), lower_char);
+    std::ranges::transform(text, text.begin(), lower_char);
 }
 
 void to_upper(std::string &text)
@@ -71,8 +71,7 @@ std::string lower_copy(std::string_view text)
 
 bool equal_ignoring_case(std::string_view a, std::string_view b)
 {
-    return std::equal(a.begin(), a.end(), b.begin(), b.end(),
-                      [](char x, char y) { return lower_char(x) == lower_char(y); });
+    return std::ranges::equal(a, b, {}, lower_char, lower_char);
 }
 
 bool trim(std::string &text)
@@ -241,11 +240,10 @@ bool split_path_ext(std::string_view path, std::string &directory, std::string &
     return true;
 }
 
-void shadow_device_prefix(std::string &text, bool lower, bool global)
+void shadow_device_prefix(std::string &text, letter_case letters)
 {
-    if (global) text += "\\\\?\\GLOBALROOT";
-    text += "\\Device\\HarddiskVolumeShadowCopy";
-    if (lower) to_lower(text);
+    text += "\\\\?\\GLOBALROOT\\Device\\HarddiskVolumeShadowCopy";
+    if (letters == letter_case::lower) to_lower(text);
 }
 
 std::string expand_variables(std::string_view source, bool allow_vss)
@@ -262,7 +260,7 @@ std::string expand_variables(std::string_view source, bool allow_vss)
         if (const char *found = std::getenv(word.c_str())) {
             value = found;
         } else if (allow_vss && equal_ignoring_case(word, "vss")) {
-            shadow_device_prefix(value, false, true);
+            shadow_device_prefix(value, letter_case::as_is);
         } else {
             from = close + 1;
             continue;
@@ -305,20 +303,20 @@ bool parse_u64(std::string_view source, u64 &value)
     if (text.find(' ') != std::string::npos) return false;
     int base = 10;
     std::size_t at = 0;
-    std::size_t most = decimal_digits;
+    std::size_t max_digits = decimal_digits;
     if (text.size() > 2) {
         const char first = lower_char(text[0]);
         if (lower_char(text[1]) == 'x' || first == 'x') {
             base = 16;
             at = first == 'x' ? 1 : 2;
-            most = max_hex_digits;
+            max_digits = max_hex_digits;
         } else if (first == 'o') {
             base = 8;
             at = 1;
-            most = octal_digits;
+            max_digits = octal_digits;
         }
     }
-    if (text.size() - at > most) return false;
+    if (text.size() - at > max_digits) return false;
     char *end = nullptr;
     value = std::strtoull(text.c_str() + at, &end, base);
     return end != text.c_str() + at;
@@ -334,7 +332,7 @@ std::string number_text(u64 value, bool hex, unsigned width)
         digits.push_back("0123456789abcdef"[rest & 0xF]);
     if (digits.size() < width) digits.append(width - digits.size(), '0');
     digits += "x0";
-    std::reverse(digits.begin(), digits.end());
+    std::ranges::reverse(digits);
     return digits;
 }
 
@@ -345,8 +343,8 @@ std::string hex_digits(u64 value, unsigned width)
 
 bool guid_text(std::string &result, byte_view guid)
 {
-    // Four bytes, two and two are little-endian numbers; the last eight stand as they
-    // lie.
+    // Four bytes, two and two are little-endian numbers; the last eight keep their
+    // order.
     static constexpr u8 order[16] = {3, 2, 1,  0,  5,  4,  7,  6,
                                      8, 9, 10, 11, 12, 13, 14, 15};
     result.clear();

@@ -10,17 +10,17 @@
 
 namespace hv {
 
-/// A place in a `text_arena`, 8 bytes wide.
+/// A text in a `text_arena`, in 8 bytes.
 struct text_ref {
     u64 offset : 40 = 0;
     u64 length : 24 = 0;
 };
 
-/// Keeps many short texts that live as long as the run, without an allocation for each.
-/// Texts never move.
+/// Keeps many short texts until the end of a run, without an allocation for each. Texts
+/// never move.
 class text_arena {
 public:
-    /// No path or name comes near this; a longer text would be cut to it.
+    /// In bytes. Longer texts are cut to it; no path or name is nearly as long.
     static constexpr std::size_t block_size = std::size_t{1} << 20;
 
     text_ref add(std::string_view text)

@@ -40,7 +40,8 @@ bool is_low_surrogate(u32 unit)
     return unit >= 0xDC00 && unit <= 0xDFFF;
 }
 
-// Walks `count` units through `unit_at` and calls `put` with each code point.
+// Calls `put` with each code point of `count` units, which `unit_at` returns by index.
+// False at a high surrogate without its partner.
 template <class UnitAt, class Put>
 bool decode_utf16(std::size_t count, UnitAt unit_at, Put put)
 {
@@ -73,8 +74,8 @@ byte_view before_nul(byte_view units)
     return units.clip(0, length * 2);
 }
 
-// Most names are plain ASCII, and a scan decodes millions. Fills `result` and returns
-// true if all units are; a unit is then one byte.
+// Fills `result` and returns true if all units are ASCII. Most names are, and a scan
+// decodes millions.
 bool decode_ascii(byte_view units, std::string &result)
 {
     const auto bytes = units.bytes();
@@ -126,7 +127,7 @@ std::size_t utf16_to_wide(byte_view units, std::wstring &result)
     const auto unit_at = [taken](std::size_t i) { return unit_in(taken, i); };
     const auto put = [&result](u32 c) { result.push_back(static_cast<wchar_t>(c)); };
     if (!decode_utf16(count, unit_at, put)) {
-        // A bad surrogate somewhere: keep every unit rather than lose the name.
+        // Of a name with a bad surrogate, every unit is kept.
         result.clear();
         for (std::size_t i = 0; i < count; ++i) put(unit_at(i));
     }
@@ -175,11 +176,9 @@ std::string to_utf8(std::wstring_view text)
     return result;
 }
 
-std::size_t utf16_name_to_utf8(byte_view units, std::string &result,
-                               bool skip_terminator)
+std::size_t utf16_name_to_utf8(byte_view units, std::string &result)
 {
-    // The wide text in between would cost more than all the rest: names go straight
-    // over.
+    // Without a wide text in between, which would cost more than all the rest.
     const byte_view name = before_nul(units);
     if (!decode_ascii(name, result)) {
         const std::size_t count = name.size() / 2;
@@ -191,9 +190,7 @@ std::size_t utf16_name_to_utf8(byte_view units, std::string &result,
             for (std::size_t i = 0; i < count; ++i) put(unit_at(i));
         }
     }
-    const std::size_t taken = name.size();
-    if (skip_terminator && taken != 0 && units.fits(taken, 2)) return taken + 2;
-    return taken;
+    return name.size();
 }
 
 } // namespace uni

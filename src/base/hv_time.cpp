@@ -2,7 +2,6 @@
 
 #include <bit>
 #include <chrono>
-#include <sys/time.h>
 
 namespace hv {
 
@@ -21,9 +20,8 @@ constexpr i64 unix_year_3001 = 32'535'216'000;
 using std::chrono::days;
 using std::chrono::sys_days;
 
-// The difference between local time and UTC in hours, as it is now. It is measured
-// once: the C library takes microseconds for it, and nothing that is printed depends on
-// it.
+// The present difference between local time and UTC in hours. It is computed once: the
+// C library takes microseconds for it, and nothing that is printed depends on it.
 float local_offset_hours()
 {
     static const float hours = [] {
@@ -37,8 +35,7 @@ float local_offset_hours()
     return hours;
 }
 
-// The conversions that differ between the signed and the unsigned constructor come in
-// as signed arithmetic here: a value is one of the two, never both.
+// Signed also for values of the unsigned constructor: times before 1970 are negative.
 u64 firefox_ticks(i64 value)
 {
     return unix_to_filetime(value / 1'000'000) +
@@ -49,13 +46,13 @@ u64 safari_ticks(u64 value, bool nanoseconds)
 {
     constexpr u64 epoch_2001 = 12'622'780'800;
     if (!nanoseconds) return (value + epoch_2001) * ticks_per_second;
-    // The rest is taken modulo ten million of the raw value and added as it is. Records
-    // were written and read this way on both sides, so it isn't scaled.
+    // The rest is the raw value modulo ten million, added without scaling: known values
+    // were read like this.
     return (value / 1'000'000'000 + epoch_2001) * ticks_per_second +
            value % ticks_per_second;
 }
 
-// Types whose value converts in the same way whether it is signed or not. False for any
+// Converts the types for which signed and unsigned values mean the same. False for any
 // other type.
 bool common_ticks(u64 value, type_time type, u64 &ticks)
 {
@@ -65,7 +62,7 @@ bool common_ticks(u64 value, type_time type, u64 &ticks)
     case type_time::firefox3:
         ticks = firefox_ticks(static_cast<i64>(value));
         return true;
-    // Not midnight, on purpose: existing values were read with this constant.
+    // From 17:00 on that day, not from midnight: known values were read like this.
     case type_time::vhd_time:
         ticks = value * ticks_per_second + 125'912'196'000'000'000;
         return true;
@@ -80,7 +77,7 @@ bool common_ticks(u64 value, type_time type, u64 &ticks)
     }
 }
 
-// Seconds of 0 or less are no time: the ticks stay for whoever asks, the rest is blank.
+// Seconds of 0 or less mean "no time": only the ticks are kept.
 void set_unix(time &result, i64 seconds, u64 ticks)
 {
     if (seconds > 0) {
@@ -161,9 +158,9 @@ time::time(i64 value, type_time type)
 
 time time::now()
 {
-    timeval present{};
-    gettimeofday(&present, nullptr);
-    return {unix_to_filetime(present.tv_sec) + static_cast<u64>(present.tv_usec) * 10,
+    const auto since_1970 = std::chrono::floor<std::chrono::microseconds>(
+        std::chrono::system_clock::now().time_since_epoch());
+    return {unix_epoch_filetime + static_cast<u64>(since_1970.count()) * 10,
             type_time::filetime};
 }
 
@@ -172,8 +169,8 @@ bool time::set_filetime(u64 value)
     valid = false;
     if (value == 0 || value >= top_bit) return false;
     filetime = value;
-    // Unsigned on purpose: dates before 1970 wrap to huge numbers that no calendar
-    // takes, and are printed from `system_time` alone.
+    // Unsigned on purpose: dates before 1970 wrap to huge numbers, which `unix_to_tm`
+    // refuses. They are printed from `system_time`.
     unix_seconds = static_cast<i64>((value - unix_epoch_filetime) / ticks_per_second);
     if (unix_seconds == 0) return false;
     filetime_to_systemtime(value, system_time);
@@ -240,7 +237,7 @@ bool filetime_to_dos(u64 value, u16 &dos_date, u16 &dos_time)
 
 u64 tm_to_filetime(const std::tm &fields, u32 milliseconds)
 {
-    // Whole years out of the month, towards the past for a negative one.
+    // The whole years in the month; a month before January leads to earlier years.
     const int carry =
         fields.tm_mon >= 0 ? fields.tm_mon / 12 : (fields.tm_mon - 11) / 12;
     const std::chrono::year year(fields.tm_year + 1900 + carry);
@@ -279,7 +276,7 @@ ntp_stamp ntp_from_filetime(u64 filetime)
     const u64 ticks = filetime - ntp_epoch_filetime;
     auto fraction =
         static_cast<u32>((ticks % ticks_per_second << 28) / ticks_per_second);
-    // Normalised: the top hexadecimal digit of a fraction is never 0.
+    // Normalised: the top hexadecimal digit of a fraction isn't 0.
     while (fraction != 0 && fraction >> 28 == 0) fraction <<= 4;
     const auto big_endian = [](u32 word) {
         return std::endian::native == std::endian::little ? __builtin_bswap32(word)

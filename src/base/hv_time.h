@@ -28,15 +28,16 @@ enum class type_time : u32 {
     hfs_plus_time = 524288,  ///< seconds since 1904-01-01
 };
 
-/// What a time of this type is called in reports, for example "filetime".
+/// What a time of this type is called in reports, for example "filetime". Kept for
+/// callers of the library.
 std::string_view type_time_text(type_time type);
 
 inline constexpr u64 ticks_per_second = 10'000'000;
 /// The FILETIME of 1970-01-01 00:00:00 UTC.
 inline constexpr u64 unix_epoch_filetime = 116'444'736'000'000'000;
 
-/// A calendar breakdown in UTC. The three wide fractions are the same part of the
-/// second at three scales, not parts of each other.
+/// A date and a time of day in UTC. Each of the three wide fractions is the whole part
+/// of the second, in another unit.
 struct _windows_systemtime {
     u16 year = 0;
     u16 month = 0;       ///< 1 to 12
@@ -51,19 +52,19 @@ struct _windows_systemtime {
     u64 picoseconds = 0;
 };
 
-/// One timestamp with all its derived forms. Whoever prints or compares one tests
-/// `valid` first: it holds for the years 1900 to 3000, except for the first second of
-/// 1970, which counts as "no time".
+/// One timestamp with all its derived forms. Test `valid` before printing or comparing
+/// one: it is set for the years 1900 to 3000, except for the first second of 1970,
+/// which means "no time".
 class time {
 public:
     time() = default;
-    /// Reads a raw value; a type outside the constructor's set leaves the object
-    /// invalid.
+    /// From a raw value. A type that is for display only, or only for values of the
+    /// other signedness, leaves the object invalid.
     time(u64 value, type_time type);
     time(i64 value, type_time type);
-    /// Reads a date and an optional time of day, such as "01/31/1986 12:30"; see
-    /// `parse_date` and `parse_time_ms`. With `use_own_calendar` the fields are
-    /// converted by this class, otherwise by the C library.
+    /// From a date and an optional time of day in UTC, such as "01/31/1986 12:30"; see
+    /// `parse_date` and `parse_time_ms`. Invalid for any other text. The fields are
+    /// converted by this class with `use_own_calendar`, else by the C library.
     time(const char *text, bool use_own_calendar);
 
     /// The present moment.
@@ -71,12 +72,13 @@ public:
 
     /// Fills every field from a FILETIME. Returns `valid`.
     bool set_filetime(u64 value);
-    /// Fills every field from a broken-down time in UTC. False if it can't be a time.
+    /// Fills every field from a broken-down time in UTC. Returns `valid`, or false if
+    /// it can't be converted.
     bool set_from_tm(const std::tm &fields, u32 milliseconds, bool use_own_calendar);
 
     i64 unix_seconds = 0; ///< meaningful from 1970 on
     u64 filetime = 0;
-    u64 filetime_checked = 0;
+    u64 filetime_checked = 0; ///< the same, only if it could be broken down
     u16 dos_date = 0;
     u16 dos_time = 0;
     std::tm local_tm{};
@@ -85,18 +87,18 @@ public:
     bool tm_failed = false; ///< `local_tm` could not be filled
 };
 
-/// True if a FILETIME from a disk is a time that an `hv::time` calls valid.
+/// True if an `hv::time` of this FILETIME is valid.
 bool is_plausible_filetime(u64 filetime);
 
-/// False, with a zeroed result, for a value with the top bit set.
+/// Breaks down a FILETIME. False, with a zeroed result, if its top bit is set.
 bool filetime_to_systemtime(u64 value, _windows_systemtime &result);
-/// The FAT form; an odd second rounds up. False outside 1980 to 2037, results
-/// untouched.
+/// Converts a FILETIME to the two words of FAT; an odd second is rounded up. False,
+/// results untouched, outside the years 1980 to 2037.
 bool filetime_to_dos(u64 value, u16 &dos_date, u16 &dos_time);
 /// The FILETIME of a broken-down time in UTC. A month outside 0 to 11 carries over.
 u64 tm_to_filetime(const std::tm &fields, u32 milliseconds);
-/// Breaks down seconds since 1970, shifted by `hours_offset`. False before 1970 and
-/// from the year 3001 on.
+/// Breaks down seconds since 1970 plus `hours_offset` hours. False before 1970 and from
+/// the year 3001 on.
 bool unix_to_tm(i64 seconds, std::tm &result, float hours_offset);
 /// The FILETIME of a count of seconds since 1970.
 constexpr u64 unix_to_filetime(i64 seconds)
@@ -109,7 +111,9 @@ struct ntp_stamp {
     u32 seconds = 0;
     u32 fraction = 0;
 };
+/// Zero for a FILETIME with the top bit set.
 ntp_stamp ntp_from_filetime(u64 filetime);
+/// The present moment. Kept for callers of the library.
 ntp_stamp ntp_now();
 
 } // namespace hv

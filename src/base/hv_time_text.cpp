@@ -39,7 +39,7 @@ bool holds(std::string_view text, std::string_view what)
     return text.find(what) != npos;
 }
 
-// Where the longer form of a field stands or, failing that, the shorter one.
+// The position of the longer form of a field or, without it, of the shorter one.
 std::size_t find_field(std::string_view text, std::string_view longer,
                        std::string_view shorter)
 {
@@ -87,17 +87,14 @@ std::string date_by_format(const _windows_systemtime &utc,
         number ? zero_filled(utc.month, 2) : std::string(month_names[utc.month]);
     const std::string year =
         zero_filled(utc.year, (flags & date_time_format::year_four) != 0 ? 4 : 2);
-    const auto joined = [&format](const std::string &a, const std::string &b,
-                                  const std::string &c) {
-        return a + format.separator + b + format.separator + c;
-    };
+    const std::string separator(1, format.separator);
     if ((flags & date_time_format::month_day_year) != 0)
-        return joined(month, day, year);
+        return join_texts(std::array{month, day, year}, separator);
     if ((flags & date_time_format::day_month_year) != 0)
-        return joined(day, month, year);
-    // A month's name behind the year is a form that nobody writes: no date.
+        return join_texts(std::array{day, month, year}, separator);
+    // Nobody writes a month's name after the year: no date.
     if ((flags & date_time_format::year_month_day) != 0 && number)
-        return joined(year, month, day);
+        return join_texts(std::array{year, month, day}, separator);
     return {};
 }
 
@@ -152,7 +149,7 @@ struct time_fields {
     bool afternoon = false;
 };
 
-// Fields beyond this aren't a time of day, whatever unit they are in.
+// Larger fields aren't a time of day, whatever their unit is.
 constexpr double max_time_field = 1000;
 
 bool read_field(std::string_view text, double &value)
@@ -331,7 +328,7 @@ bool parse_date_ordered(std::string_view text, std::string_view order, char sepa
     std::string letters(order);
     if (month_is_name) letters.replace(letters.find("Mon"), 3, "M");
     std::vector<std::string> pieces;
-    split(std::string(text), separator, pieces, true, empty_pieces::drop);
+    split(std::string(text), separator, pieces, piece_blanks::trim, empty_pieces::drop);
     if (pieces.size() < letters.size()) return false;
     for (std::size_t i = 0; i < letters.size(); ++i) {
         u32 value = 0;

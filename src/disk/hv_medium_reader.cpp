@@ -14,13 +14,14 @@ namespace {
 constexpr u64 window_size = u64{2} << 20;
 constexpr u64 buffer_size = u64{256} << 10;
 
-// To map a shorter stretch costs more than to copy it.
+// Mapping a shorter stretch costs more than copying it.
 constexpr u64 min_mapping = u64{64} << 10;
 
-// A page of a mapped file that can't be read, because of a bad sector or because the
-// file was cut meanwhile, raises a signal. The handler puts a page of zeros there and
-// takes note, and the scan goes back to plain reads. The window is known to the handler
-// through these plain variables: there is one thread and one window.
+// Touching a page of a mapped file that can't be read, because of a bad sector or
+// because the file was truncated meanwhile, raises a signal. The handler maps a page of
+// zeros in its place and remembers the fault, and the scan goes back to plain reads.
+// The handler knows the window from these plain variables: there is one thread and one
+// window.
 const u8 *guarded_begin = nullptr;
 const u8 *guarded_end = nullptr;
 volatile std::sig_atomic_t fault_seen = 0;
@@ -30,16 +31,16 @@ void replace_faulting_page(int number, siginfo_t *info, void *)
 {
     const auto *fault = static_cast<const u8 *>(info->si_addr);
     if (fault >= guarded_begin && fault < guarded_end) {
-        const u64 ahead =
+        const u64 page_offset =
             static_cast<u64>(fault - guarded_begin) / page_size * page_size;
-        void *page = const_cast<u8 *>(guarded_begin) + ahead;
+        void *page = const_cast<u8 *>(guarded_begin) + page_offset;
         if (mmap(page, page_size, PROT_READ, MAP_PRIVATE | MAP_ANONYMOUS | MAP_FIXED,
                  -1, 0) != MAP_FAILED) {
             fault_seen = 1;
             return;
         }
     }
-    // Not ours: the instruction runs again and meets the system's own handling.
+    // Not our window: the instruction runs again and the system handles the fault.
     std::signal(number, SIG_DFL);
 }
 
@@ -55,7 +56,7 @@ void guard_mappings()
     sigaction(SIGBUS, &action, nullptr);
 }
 
-// Reads a byte of each page, so that a fault shows before the bytes are used.
+// Reads a byte of each page, so that a fault occurs before the bytes are used.
 bool touch_pages(const u8 *bytes, u64 length)
 {
     fault_seen = 0;
@@ -125,20 +126,21 @@ bool medium_reader::read_window(u64 offset, u64 length)
     return true;
 }
 
-byte_view medium_reader::view(u64 offset, u32 length, u64 ahead)
+byte_view medium_reader::view(u64 offset, u32 length, u64 wanted_in_all)
 {
     const u64 medium_size = m_disk.get_size();
     if (length == 0 || offset >= medium_size || length > medium_size - offset)
         return {};
-    // A page that failed while it was in use is one of zeros now: not to be used again.
+    // A page that failed while it was in use is one of zeros now, and must not be used
+    // again.
     if (m_mapped && fault_seen != 0) unmap();
     if (!covers(offset, length)) {
         unmap();
         const u64 wanted =
-            std::clamp<u64>(ahead, length, std::max<u64>(window_size, length));
-        const u64 there = std::min(wanted, medium_size - offset);
-        if (m_descriptor < 0 || there < min_mapping || !map_window(offset, there)) {
-            const u64 piece = std::min(there, std::max<u64>(buffer_size, length));
+            std::clamp<u64>(wanted_in_all, length, std::max<u64>(window_size, length));
+        const u64 stretch = std::min(wanted, medium_size - offset);
+        if (m_descriptor < 0 || stretch < min_mapping || !map_window(offset, stretch)) {
+            const u64 piece = std::min(stretch, std::max<u64>(buffer_size, length));
             if (!read_window(offset, piece) && !read_window(offset, length)) return {};
         }
     }

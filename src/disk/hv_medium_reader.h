@@ -7,11 +7,10 @@
 
 namespace hv {
 
-/// Hands out the bytes of a medium to a scan that goes through it from front to back.
-/// It reads in large pieces, maps a plain file instead of copying it where the system
-/// allows that, and knows the holes of a sparse one. Where it can't deliver, the scan
-/// falls back to the reads of the disk itself, whose failure decides. There may be one
-/// such reader at a time with a mapping.
+/// Provides the bytes of a medium to a scan that goes through it from start to end. It
+/// reads large pieces, maps a plain file into memory where the system allows that, and
+/// knows the holes of a sparse one. Where it has no bytes, the scan has to read the
+/// disk itself. Only one reader at a time may have a mapping.
 class medium_reader {
 public:
     explicit medium_reader(const RAW_DISK_IO &disk);
@@ -19,12 +18,12 @@ public:
     medium_reader(const medium_reader &) = delete;
     medium_reader &operator=(const medium_reader &) = delete;
 
-    /// The `length` bytes at `offset`, or an empty view if not all of them can be had.
-    /// It holds until the next call. `ahead` is how many bytes from `offset` on the
-    /// scan is going to ask for without a gap; more isn't read.
-    byte_view view(u64 offset, u32 length, u64 ahead);
+    /// The `length` bytes at byte `offset`, or an empty view if not all of them can be
+    /// read. It is valid until the next call. `wanted_in_all` is how many bytes from
+    /// `offset` on the scan is going to ask for without a gap; more isn't read.
+    byte_view view(u64 offset, u32 length, u64 wanted_in_all);
 
-    /// The first position from `offset` on that no hole of a sparse file covers; the
+    /// The first position from `offset` on that isn't in a hole of a sparse file; the
     /// end of the medium if there is none. Holes read as zeros.
     u64 next_data(u64 offset);
 
@@ -41,7 +40,7 @@ private:
     u64 m_window_size = 0;
     bool m_mapped = false;
     std::vector<u8> m_buffer;
-    u64 m_data_begin = 0; ///< a stretch that is known to be no hole
+    u64 m_data_begin = 0; ///< a stretch without holes
     u64 m_data_end = 0;
     u64 m_last_hole = ~u64{0}; ///< from here on there is no data
 };

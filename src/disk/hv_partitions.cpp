@@ -159,7 +159,7 @@ bool add_gpt_entry(partition_list &partitions, const RAW_DISK_IO &disk, byte_vie
     entry.is_gpt = true;
     entry.gpt_attributes = read_field(slot, gpt_entry::attributes_low);
     uni::utf16_name_to_utf8(slot.clip(gpt_entry::name, gpt_entry::name_size),
-                            entry.name, false);
+                            entry.name);
     if (probe.size() >= mbr::size) read_volume_signature(entry, probe);
     partitions.push_back(std::move(entry));
     return true;

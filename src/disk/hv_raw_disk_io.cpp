@@ -25,8 +25,7 @@ RAW_DISK_IO::RAW_DISK_IO(std::string_view path, disk_access access)
     if (path.empty() || access > disk_access::drive) return;
     m_type = disk_access::file;
     open_target(std::string(path));
-    // The flag says that path and access were acceptable; a file that is missing shows
-    // in the first read.
+    // Callers expect a missing file to make the first read fail, not the opening.
     m_open = true;
 }
 
@@ -69,7 +68,7 @@ RAW_DISK_IO::RAW_DISK_IO(const std::vector<std::string> &paths)
 
 RAW_DISK_IO::~RAW_DISK_IO()
 {
-    // The descriptor of a chain is that of one of its files, which closes it.
+    // A chain's descriptor belongs to one of its files, which closes it.
     if (m_vmdk == nullptr && m_fd >= 0) ::close(m_fd);
 }
 
@@ -112,8 +111,8 @@ void RAW_DISK_IO::set_volume_offset(u64 offset)
     m_volume_offset_lo = static_cast<u32>(offset) & kept_bits;
 }
 
-// The one place where bytes come from, for all kinds of targets. Returns those that are
-// there, or -1 for an error ahead of the first one. A chain delivers them all.
+// The one place where bytes are read, for all kinds of targets. Returns how many were
+// read, or -1 for an error before the first one. A chain delivers them all.
 i64 RAW_DISK_IO::fetch(u8 *buffer, u64 length, u64 offset) const
 {
     if (m_vmdk == nullptr) return read_fully(m_fd, buffer, length, offset);
@@ -145,9 +144,9 @@ bool RAW_DISK_IO::read_unbounded(u8 *buffer, u32 &length, u64 offset,
     if (!ignore_size) return read_checked(buffer, length, offset);
     if (buffer == nullptr || m_fd < 0 || length == 0) return false;
     if (m_type == disk_access::drive) return read_sectors(buffer, length, offset);
-    const i64 got = fetch(buffer, length, offset);
-    if (got < 0) return false;
-    length = static_cast<u32>(got);
+    const i64 count = fetch(buffer, length, offset);
+    if (count < 0) return false;
+    length = static_cast<u32>(count);
     return true;
 }
 
@@ -156,25 +155,25 @@ bool RAW_DISK_IO::read_exact(u8 *buffer, u64 length, u64 offset) const
     if (buffer == nullptr || m_fd < 0 || length == 0) return false;
     if (m_type == disk_access::drive && (offset | length) % m_bytes_per_sector != 0)
         return false;
-    const i64 got = fetch(buffer, length, offset);
-    return got >= 0 && static_cast<u64>(got) == length;
+    const i64 count = fetch(buffer, length, offset);
+    return count >= 0 && static_cast<u64>(count) == length;
 }
 
 bool RAW_DISK_IO::read_clipped(u8 *buffer, u32 &length, u64 offset) const
 {
     length = static_cast<u32>(std::min<u64>(length, m_size - offset));
-    const i64 got = fetch(buffer, length, offset);
-    if (got < 0) return false;
-    // A short read passes for a whole one, since the target is known to reach further;
-    // what it lacks must not be left over from an earlier read.
-    std::fill(buffer + got, buffer + length, u8{0});
+    const i64 count = fetch(buffer, length, offset);
+    if (count < 0) return false;
+    // A short read counts as a whole one, since the target is known to be longer. The
+    // missing bytes must not be left over from an earlier read.
+    std::fill(buffer + count, buffer + length, u8{0});
     return true;
 }
 
 bool RAW_DISK_IO::read_sectors(u8 *buffer, u32 &length, u64 offset) const
 {
-    const u32 ahead = static_cast<u32>(offset % m_bytes_per_sector);
-    u64 sectors = u64{ahead} + length + m_bytes_per_sector - 1;
+    const u32 before = static_cast<u32>(offset % m_bytes_per_sector);
+    u64 sectors = u64{before} + length + m_bytes_per_sector - 1;
     sectors -= sectors % m_bytes_per_sector;
     std::vector<u8> bounce;
     u8 *target = buffer;
@@ -186,13 +185,13 @@ bool RAW_DISK_IO::read_sectors(u8 *buffer, u32 &length, u64 offset) const
         }
         target = bounce.data();
     }
-    const i64 got = fetch(target, sectors, offset - ahead);
-    if (got == 0) return false;
-    // An error isn't a failure here: a scan of a drive passes over its bad places.
-    const u64 there = got > i64{ahead} ? static_cast<u64>(got) - ahead : 0;
-    const u32 delivered = static_cast<u32>(std::min<u64>(length, there));
-    if (target != buffer) std::copy_n(target + ahead, delivered, buffer);
-    if (got < 0)
+    const i64 count = fetch(target, sectors, offset - before);
+    if (count == 0) return false;
+    // An error isn't a failure here: a scan of a drive goes on after its bad sectors.
+    const u64 wanted_part = count > i64{before} ? static_cast<u64>(count) - before : 0;
+    const u32 delivered = static_cast<u32>(std::min<u64>(length, wanted_part));
+    if (target != buffer) std::copy_n(target + before, delivered, buffer);
+    if (count < 0)
         std::fill_n(buffer, length, u8{0});
     else
         length = delivered;

@@ -13,7 +13,7 @@ namespace hv {
 
 class vmdk_disk;
 
-/// How a target is reached.
+/// How a target is accessed.
 enum class disk_access : u32 {
     file = 0,             ///< plain file or image
     drive = 3,            ///< physical drive, read in whole sectors
@@ -23,43 +23,44 @@ enum class disk_access : u32 {
 };
 
 /// The one object through which bytes of a file, a device or a virtual disk are read.
-/// The target is only ever opened for reading. A run list can be attached: a mapped
-/// read then takes positions inside that file, and gathers its clusters from all over
-/// the disk.
+/// The target is only ever opened for reading. A run list can be attached: mapped reads
+/// then take positions inside the file that it describes, and gather the file's
+/// clusters from the disk. Positions and lengths are in bytes.
 class RAW_DISK_IO {
 public:
-    /// By path. An empty path leaves `is_open` false, and so does an access above
-    /// `drive`; up to that a path is a plain file. One that can't be opened, or that
-    /// names a folder, a FIFO or a socket, shows only in the first read.
+    /// By path, always as a plain file. `is_open` is false for an empty path and for an
+    /// access above `drive`. A path that can't be opened, or that names a folder, a
+    /// FIFO or a socket, makes the first read fail.
     explicit RAW_DISK_IO(std::string_view path, disk_access access = disk_access::file);
     /// By drive number: "/dev/sda" is 0. Numbers from 20 up fail. A device that can't
-    /// be opened is told on standard error. With another access than `drive` nothing
-    /// is opened.
+    /// be opened is reported on standard error. With another access than `drive`
+    /// nothing is opened.
     explicit RAW_DISK_IO(u32 drive_number, disk_access access = disk_access::drive);
-    /// By the files of a chain of virtual disks, in any order, as a vector by that name
-    /// (a list in braces would be ambiguous). `is_open` says that all
-    /// were read and that they make up a chain; the size is that of the base's disk.
-    /// What of the chain can't be read is zeros.
+    /// By the files of a chain of virtual disks, in any order. Pass a vector by its
+    /// name: a list in braces would be ambiguous. `is_open` is true if all were read
+    /// and make up a chain; the size is that of the base's disk. What can't be read of
+    /// the chain is zeros.
     explicit RAW_DISK_IO(const std::vector<std::string> &paths);
     virtual ~RAW_DISK_IO();
     RAW_DISK_IO(const RAW_DISK_IO &) = delete;
     RAW_DISK_IO &operator=(const RAW_DISK_IO &) = delete;
 
-    /// The arguments were acceptable; see the constructors for what that says.
+    /// True if the arguments were acceptable; see the constructors.
     bool is_open() const { return m_open; }
     /// Why nothing can be read; `none` if the target is open. For a path this says at
     /// once what `is_open` leaves to the first read.
     open_failure failure() const { return m_failure; }
+    /// The size of the target when it was opened, in bytes; 0 if it isn't open.
     u64 get_size() const;
-    /// The bytes that the target really takes up, of a sparse file or a chain fewer
-    /// than its size: what hostile structures may cost is measured by this.
+    /// The bytes that the target takes up: fewer than its size for a sparse file or a
+    /// chain. What hostile structures may cost is bounded by this.
     u64 get_stored_size() const;
     u32 bytes_per_sector() const { return m_bytes_per_sector; }
-    /// Where the first partition of a chain begins, in bytes; 0 if its first sector
-    /// tells of none, and for other targets.
+    /// Where the first partition of a chain begins; 0 if its first sector lists none,
+    /// and for other targets.
     u64 first_volume_offset() const;
-    /// Notes where the volume begins that was opened. Only the low 28 bits of each half
-    /// are kept; nothing is read by them.
+    /// Keeps where the volume begins that was opened, but only the low 28 bits of each
+    /// half. No read depends on it.
     void set_volume_offset(u64 offset);
     u64 volume_offset() const
     {
@@ -76,17 +77,18 @@ public:
     bool read(u8 *buffer, u32 &length, u64 offset, bool mapped = false) const;
     /// `read` without mapping.
     bool read_checked(u8 *buffer, u32 &length, u64 offset) const;
-    /// `read` without mapping; with `ignore_size` the target's end isn't looked at
-    /// first, and `length` comes back as what the system delivered, be it 0.
+    /// `read` without mapping. With `ignore_size` it doesn't matter where the target
+    /// ends, and `length` comes back as the bytes that the system delivered, which may
+    /// be 0.
     bool read_unbounded(u8 *buffer, u32 &length, u64 offset, bool ignore_size) const;
-    /// All of `length` bytes at `offset`, read in one go and without mapping, or false
-    /// with an undefined buffer. For reads that gather several smaller ones: where it
-    /// fails, the smaller ones decide what is delivered. On a drive it fails for what
-    /// isn't made of whole sectors.
+    /// Reads all of `length` bytes at `offset` in one request, without mapping. False,
+    /// with an undefined buffer, if not all of them can be read, and on a drive for
+    /// anything but whole sectors. For reads that replace several smaller ones, which
+    /// have to be made if this fails.
     bool read_exact(u8 *buffer, u64 length, u64 offset) const;
-    /// Reads whole clusters at a byte position relative to the volume of the attached
-    /// run list. False for a length that isn't a multiple of its cluster size, which
-    /// stays as it was.
+    /// Reads whole clusters at a position relative to the volume of the attached run
+    /// list. False, with `length` as it was, if it isn't a multiple of the cluster
+    /// size.
     bool read_run_cluster(u64 position, u8 *buffer, u32 &length) const;
     /// Reads `length` bytes at `offset` of the file that `runs` describe, wherever its
     /// clusters are. Bytes that the runs place after the end of the target are zeros.
@@ -101,10 +103,11 @@ public:
                      u32 &length, u64 &status) const;
 
     /// Attaches the run list of a file of `mapped_size` bytes on the volume that begins
-    /// at `volume_offset`. An empty list, or a size of 0, ends the mapping.
+    /// at `volume_offset`. It stays until the next call: a pass that attaches another
+    /// list changes what mapped reads mean for every later pass. An empty list, or a
+    /// size of 0, ends the mapping.
     void attach_runs(u32 cluster_size, const std::vector<disk_run> &runs,
                      u64 mapped_size, u64 volume_offset);
-    bool uses_runs() const { return m_use_runs; }
     /// What `next_on_medium` returns if nothing of the rest is on the medium.
     static constexpr u64 not_on_medium = ~u64{0};
     /// The next position of the mapped file, at or after the given one, whose cluster
@@ -112,8 +115,9 @@ public:
     /// passed over. Costs a binary search and one step for each run passed over.
     /// Without attached runs, for positions on the target itself.
     u64 next_on_medium(u64 mapped_position) const;
+    /// The `volume_offset` that was attached last.
     u64 map_base() const { return m_map_base; }
-    /// The descriptor of a target whose bytes may as well be mapped into memory; -1 for
+    /// The descriptor of a target whose bytes can also be mapped into memory; -1 for
     /// one that has to be read through this object.
     int mappable_descriptor() const
     {

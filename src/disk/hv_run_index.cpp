@@ -31,7 +31,8 @@ bool ascends(const std::vector<disk_run> &runs)
     });
 }
 
-// The next piece only makes the one before it longer.
+// True if the clusters of `next` follow those of `before` in the file and on the
+// volume.
 bool continues(const disk_piece &before, const disk_piece &next)
 {
     return before.vcn + before.clusters == next.vcn &&
@@ -64,9 +65,8 @@ void run_index::append(const disk_run &run, u64 vcn, u64 end)
         m_pieces.push_back(piece);
 }
 
-// Sweeps over the clusters; of the runs that hold a place, the one with the lowest list
-// position is on top of the heap. Each step takes a run from the order or from the
-// heap.
+// Sweeps over the clusters; of the runs that hold the present one, the first in the
+// list is on top of the heap. Each step takes a run from the order or from the heap.
 void run_index::resolve_overlaps(const std::vector<disk_run> &runs)
 {
     std::vector<std::size_t> order(runs.size());
@@ -74,20 +74,20 @@ void run_index::resolve_overlaps(const std::vector<disk_run> &runs)
     std::ranges::stable_sort(order, {}, [&runs](std::size_t i) { return runs[i].vcn; });
     std::priority_queue<std::size_t, std::vector<std::size_t>, std::greater<>> open;
     std::size_t next = 0;
-    u64 at = 0;
+    u64 vcn = 0;
     while (next < order.size() || !open.empty()) {
-        if (open.empty()) at = std::max(at, runs[order[next]].vcn);
-        while (next < order.size() && runs[order[next]].vcn <= at)
+        if (open.empty()) vcn = std::max(vcn, runs[order[next]].vcn);
+        while (next < order.size() && runs[order[next]].vcn <= vcn)
             open.push(order[next++]);
         const disk_run &first = runs[open.top()];
         u64 end = end_of(first);
-        if (end <= at) {
+        if (end <= vcn) {
             open.pop();
             continue;
         }
         if (next < order.size()) end = std::min(end, runs[order[next]].vcn);
-        append(first, at, end);
-        at = end;
+        append(first, vcn, end);
+        vcn = end;
     }
 }
 
@@ -149,7 +149,7 @@ cluster_plan plan_range(const run_index &runs, u32 cluster_size, u64 offset, u32
         if (ends_here) return plan;
         vcn += piece.clusters;
     }
-    // The runs end ahead of the range: what they cover is wanted to its end.
+    // The runs end before the range: their last cluster is wanted whole.
     plan.tail = 0;
     return plan;
 }

@@ -12,9 +12,7 @@ std::vector<u8> read_attribute_list(const CNtfs &volume, attribute_ref list,
     std::vector<u8> bytes;
     if (budget == 0) return bytes;
     if (list.non_resident()) {
-        // Clusters may be larger than the limit: one has to be read in any case.
-        const u64 most = std::max<u64>(max_list_bytes, volume.get_cluster_size());
-        bytes = volume.read_attribute_clusters(list, most);
+        bytes = volume.read_attribute_clusters(list, max_list_bytes);
     } else {
         const auto content = list.content().bytes();
         bytes.assign(content.begin(), content.end());

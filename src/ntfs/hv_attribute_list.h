@@ -15,18 +15,18 @@ namespace hv {
 
 class CNtfs;
 
-/// Type and id of an attribute. Sorted, they give the order of types.
+/// Type and id of an attribute, which order it in this way.
 using attribute_key = std::pair<u32, u16>;
 
-/// The system itself lets no list grow larger. Bytes behind that are never read, so
-/// that a list costs at most so many reads of records.
+/// Windows lets no list grow larger. Bytes after that are never read, which bounds how
+/// many records a list can have us read.
 inline constexpr u64 max_list_bytes = u64{256} * 1024;
 
 /// One entry of a list.
 struct attribute_list_entry {
-    attribute_key key;
-    u64 record = 0; ///< entry number of the record that holds the attribute
-    byte_view name; ///< UTF-16LE, cut at the list's end
+    attribute_key key; ///< of the attribute
+    u64 record = 0;    ///< entry number of the record that holds the attribute
+    byte_view name;    ///< UTF-16LE, cut at the list's end
 };
 
 /// Calls `visit` with each entry of a list's content. The walk ends at a length of zero
@@ -46,27 +46,29 @@ template <class Visit> void for_each_list_entry(byte_view rest, Visit visit)
     }
 }
 
-/// The content of a list attribute, resident or not. Of a non-resident one whole
-/// clusters, up to the first that can't be read, and about `max_list_bytes` at most.
-/// Nothing if `budget` is used up; it shrinks by the bytes read.
+/// The content of a list attribute. Of a non-resident one these are whole clusters, up
+/// to the first that can't be read, and about `max_list_bytes` at most. `budget` is how
+/// many bytes may still be read; it shrinks by those that were. Nothing is read once it
+/// is 0.
 std::vector<u8> read_attribute_list(const CNtfs &volume, attribute_ref list,
                                     u64 &budget);
 
-/// The attributes that lists name, sorted by record, so that each record is read and
+/// The attributes that lists name, grouped by record, so that each record is read and
 /// walked once, however often a list names it.
 class listed_records {
 public:
-    struct one_record {
+    struct listed_record {
         u64 entry = 0;
         std::set<attribute_key> keys;
     };
 
+    /// Adds an attribute of the record with this entry number.
     void add(u64 entry, attribute_key key);
     /// In the order in which the records were first named.
-    const std::vector<one_record> &records() const { return m_records; }
+    const std::vector<listed_record> &records() const { return m_records; }
 
 private:
-    std::vector<one_record> m_records;
+    std::vector<listed_record> m_records;
     std::map<u64, std::size_t> m_index;
 };
 

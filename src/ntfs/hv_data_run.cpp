@@ -1,5 +1,6 @@
 #include "ntfs/hv_data_run.h"
 
+#include "base/hv_checked_math.h"
 #include "ntfs/hv_ntfs_layout.h"
 
 #include <algorithm>
@@ -10,8 +11,8 @@ namespace {
 
 constexpr u64 no_number = ~u64{0};
 
-// An entry: a header byte, the length, the offset. The low half of the header byte is
-// the number of length bytes, the high half that of offset bytes.
+// The low half of an entry's header byte is the count of length bytes, the high half
+// that of offset bytes.
 constexpr unsigned offset_count_shift = 4;
 constexpr u8 length_count_mask = 0x0F;
 constexpr u8 max_header_without_offset = 0x0F;
@@ -23,7 +24,7 @@ struct run_entry {
     byte_view offset;
 };
 
-// The entry at the head of a list. False at the end of the list, or for a cut entry.
+// The first entry of a list. False at the end of the list, or for an entry that is cut.
 bool next_entry(byte_view list, run_entry &entry)
 {
     u8 header = 0;
@@ -35,13 +36,15 @@ bool next_entry(byte_view list, run_entry &entry)
            list.sub(1 + length, offset, entry.offset);
 }
 
-// Lengths count modulo 2^32. In the list form, bytes behind the fourth are folded onto
-// the low ones; elsewhere they are dropped.
-u32 run_length(byte_view bytes, bool fold)
+// What becomes of the bytes of a length after the fourth: the list form adds them to
+// the low ones, the other forms drop them. Lengths count modulo 2^32.
+enum class long_length { fold, cut };
+
+u32 run_length(byte_view bytes, long_length excess)
 {
     u32 length = 0;
     for (std::size_t i = 0; i < bytes.size(); ++i) {
-        if (!fold && i >= sizeof(u32)) break;
+        if (excess == long_length::cut && i >= sizeof(u32)) break;
         length += u32{bytes.bytes()[i]} << (8 * i % 32);
     }
     return length;
@@ -51,8 +54,8 @@ struct run_offset {
     u64 magnitude = 0;
     bool negative = false;
 
-    // Hostile offsets may lead out of the numbers; what they lead to is no place on any
-    // medium, and the reads say so.
+    // Hostile offsets may wrap around. The result isn't on any medium, and reads of it
+    // fail.
     u64 applied_to(u64 lcn) const
     {
         return negative ? lcn - magnitude : lcn + magnitude;
@@ -71,14 +74,14 @@ run_offset read_offset(byte_view field)
     return {(0 - value) & mask, true};
 }
 
-// Walks over the entries of a list, the VCNs counted from `vcn` on. The walk ends where
+// Walks over the entries of a list and counts VCNs from `vcn` on. The walk ends where
 // they would pass 64 bits. Each step takes an entry from `list`.
 template <class Visit>
-void for_each_entry(byte_view list, u64 vcn, bool fold, Visit visit)
+void for_each_entry(byte_view list, u64 vcn, long_length excess, Visit visit)
 {
     run_entry entry;
     while (next_entry(list, entry)) {
-        const u32 clusters = run_length(entry.length, fold);
+        const u32 clusters = run_length(entry.length, excess);
         visit(entry, clusters, vcn);
         if (__builtin_add_overflow(vcn, clusters, &vcn)) return;
         list = list.from(entry.bytes.size());
@@ -86,19 +89,19 @@ void for_each_entry(byte_view list, u64 vcn, bool fold, Visit visit)
 }
 
 // The run list of a non-resident attribute, cut at the attribute's own length.
-byte_view list_of(byte_view whole, u16 &offset)
+byte_view run_list_of(byte_view record, u16 &offset)
 {
-    const byte_view own = whole.clip(0, whole.read_padded<u32>(attribute::length));
+    const byte_view own = record.clip(0, record.read_padded<u32>(attribute::length));
     offset = own.read_padded<u16>(attribute::runs_offset);
     return own.from(offset);
 }
 
 bool is_sparse_run(const data_run &run, std::size_t index)
 {
-    // The list form marks a sparse run by its place alone.
+    // The list form marks a sparse run by its cluster alone.
     if (run.delta == no_number) return run.lcn == sparse_lcn;
     if (run.delta != 0) return false;
-    // A first run may truly lie at cluster 0; only the header byte tells.
+    // The first run may really begin at cluster 0; only the header byte shows it.
     const bool has_offset =
         !run.raw.empty() && run.raw.front() > max_header_without_offset;
     return index != 0 || !has_offset;
@@ -112,59 +115,60 @@ bool decode_run_list(byte_view list, data_run_list &out_runs, u32 attribute_type
     if (clear) out_runs.clear();
     if (list.read_padded<u8>(0) == 0) return false;
     u64 lcn = 0;
-    for_each_entry(list, 0, true, [&](const run_entry &entry, u32 clusters, u64 vcn) {
-        data_run run;
-        const run_offset offset = read_offset(entry.offset);
-        lcn = offset.applied_to(lcn);
-        run.lcn = entry.offset.empty() ? sparse_lcn : lcn;
-        run.delta = no_number;
-        run.clusters = clusters;
-        run.vcn = vcn;
-        run.negative = offset.negative;
-        run.attribute_type = attribute_type;
-        run.position =
-            static_cast<u64>(entry.bytes.bytes().data() - list.bytes().data());
-        run.raw.assign(entry.bytes.bytes().begin(), entry.bytes.bytes().end());
-        out_runs.push_back(std::move(run));
-    });
+    for_each_entry(
+        list, 0, long_length::fold, [&](const run_entry &entry, u32 clusters, u64 vcn) {
+            data_run run;
+            const run_offset offset = read_offset(entry.offset);
+            lcn = offset.applied_to(lcn);
+            run.lcn = entry.offset.empty() ? sparse_lcn : lcn;
+            run.delta = no_number;
+            run.clusters = clusters;
+            run.vcn = vcn;
+            run.negative = offset.negative;
+            run.attribute_type = attribute_type;
+            run.position =
+                static_cast<u64>(entry.bytes.bytes().data() - list.bytes().data());
+            run.raw.assign(entry.bytes.bytes().begin(), entry.bytes.bytes().end());
+            out_runs.push_back(std::move(run));
+        });
     return true;
 }
 
-bool decode_attribute_runs(byte_view attribute, data_run_list &out_runs)
+void decode_attribute_runs(byte_view attribute, data_run_list &out_runs)
 {
     u16 list_offset = 0;
-    const byte_view list = list_of(attribute, list_offset);
+    const byte_view list = run_list_of(attribute, list_offset);
     const u64 first_vcn = attribute.read_padded<u64>(attribute::first_vcn);
     const u32 type = attribute.read_padded<u32>(attribute::type);
     u64 lcn = 0;
     u64 position = list_offset;
-    for_each_entry(
-        list, first_vcn, false, [&](const run_entry &entry, u32 clusters, u64 vcn) {
-            data_run run;
-            const run_offset offset = read_offset(entry.offset);
-            lcn = offset.applied_to(lcn);
-            run.lcn = lcn;
-            run.delta = offset.magnitude;
-            run.clusters = clusters;
-            run.vcn = vcn;
-            run.negative = offset.negative;
-            run.attribute_type = type;
-            run.position = position;
-            run.raw.assign(entry.bytes.bytes().begin(), entry.bytes.bytes().end());
-            position += entry.bytes.size();
-            out_runs.push_back(std::move(run));
-        });
-    return true;
+    for_each_entry(list, first_vcn, long_length::cut,
+                   [&](const run_entry &entry, u32 clusters, u64 vcn) {
+                       data_run run;
+                       const run_offset offset = read_offset(entry.offset);
+                       lcn = offset.applied_to(lcn);
+                       run.lcn = lcn;
+                       run.delta = offset.magnitude;
+                       run.clusters = clusters;
+                       run.vcn = vcn;
+                       run.negative = offset.negative;
+                       run.attribute_type = type;
+                       run.position = position;
+                       run.raw.assign(entry.bytes.bytes().begin(),
+                                      entry.bytes.bytes().end());
+                       position += entry.bytes.size();
+                       out_runs.push_back(std::move(run));
+                   });
 }
 
 bool decode_flat_runs(byte_view attribute, std::vector<flat_run> &out_runs)
 {
     if (attribute.read_padded<u32>(attribute::length) == 0) return false;
     u16 list_offset = 0;
-    const byte_view list = list_of(attribute, list_offset);
+    const byte_view list = run_list_of(attribute, list_offset);
     u64 lcn = 0;
     for_each_entry(
-        list, attribute.read_padded<u64>(attribute::first_vcn), false,
+        list, attribute.read_padded<u64>(attribute::first_vcn), long_length::cut,
         [&](const run_entry &entry, u32 clusters, u64 vcn) {
             const run_offset offset = read_offset(entry.offset);
             lcn = offset.applied_to(lcn);
@@ -202,7 +206,8 @@ void compact_runs(std::vector<cluster_run> &runs)
     const auto same_vcn = [](const cluster_run &a, const cluster_run &b) {
         return a.vcn == b.vcn;
     };
-    runs.erase(std::unique(runs.begin(), runs.end(), same_vcn), runs.end());
+    const auto repeated = std::ranges::unique(runs, same_vcn);
+    runs.erase(repeated.begin(), repeated.end());
     u64 vcn = 0;
     for (cluster_run &run : runs) {
         run.vcn = vcn;
@@ -217,8 +222,7 @@ u64 runs_total_bytes(const std::vector<cluster_run> &runs, u32 cluster_size,
     for (const cluster_run &run : runs) {
         if (run.is_sparse && skip_sparse) continue;
         // A product of two numbers of 32 bits fits.
-        if (__builtin_add_overflow(total, u64{run.clusters} * cluster_size, &total))
-            return no_number;
+        total = saturating_sum(total, u64{run.clusters} * cluster_size);
     }
     return total;
 }
@@ -231,10 +235,7 @@ bool find_vcn(const std::vector<cluster_run> &runs, u64 vcn, std::size_t &out_in
     });
     if (found == runs.end()) return false;
     out_index = static_cast<std::size_t>(found - runs.begin());
-    if (found->is_sparse)
-        out_lcn = 0;
-    else if (__builtin_add_overflow(found->lcn, vcn - found->vcn, &out_lcn))
-        out_lcn = no_number;
+    out_lcn = found->is_sparse ? 0 : saturating_sum(found->lcn, vcn - found->vcn);
     return true;
 }
 

@@ -15,16 +15,16 @@ namespace hv {
 
 namespace {
 
-// A batch of blocks bounds what the listing of a large directory holds at a time.
+// Reading in batches bounds the memory that the listing of a large directory takes.
 constexpr u64 batch_blocks = 32;
 
-// Limits of the live walk. Names of more than about 215 units make longer entries: the
-// walk of their block ends there, and the slack search takes over.
+// Limits of the live walk. Names of more than about 215 units make longer entries: they
+// end the walk, and the rest of their block is searched like slack.
 constexpr u64 max_bytes_in_use = 4095;
 constexpr u16 max_live_entry = 512;
 constexpr u16 max_next_entry = 1024;
 
-// Limits of the walk that wants entry numbers alone.
+// Limits of the walk that only wants entry numbers.
 constexpr u32 max_bytes_of_names = 4096;
 constexpr u16 max_next_name = 768;
 
@@ -41,7 +41,7 @@ bool is_last(u16 flags)
 
 // ---- Reading blocks
 
-// How clusters and index blocks divide each other. One of the two counts is 1.
+// How many clusters make a block, or blocks a cluster. One of the two counts is 1.
 struct index_geometry {
     u32 cluster_size = 0;
     u64 clusters_per_block = 1;
@@ -73,8 +73,8 @@ u64 round_up(u64 value, u64 unit)
     return (value + unit - 1) / unit * unit;
 }
 
-// Appends clusters in one read or, where that fails, one by one up to the first bad
-// one. False if not all of them came; whole bytes that did are kept.
+// Appends clusters in one read or, where that fails, one by one up to the first that
+// can't be read. False if not all of them were; what was read stays.
 bool append_clusters(std::vector<u8> &bytes, const CNtfs &volume, u64 lcn, u64 count)
 {
     const u32 cluster_size = volume.get_cluster_size();
@@ -96,7 +96,7 @@ bool append_clusters(std::vector<u8> &bytes, const CNtfs &volume, u64 lcn, u64 c
     return true;
 }
 
-// Gathers the blocks of a stream from its runs, as far as they can be read.
+// Gathers the blocks of a stream from its runs.
 class block_reader {
 public:
     block_reader(std::vector<u8> &bytes, const CNtfs &volume,
@@ -129,15 +129,15 @@ public:
             drop_skipped(had);
             m_cluster += clusters;
             if (good) continue;
-            // What is left of this run is given up. Blocks of several clusters go on at
-            // the first that begins behind it.
+            // The rest of this run is given up. The next block is the first one that
+            // begins after it.
             m_bytes.resize(blocks() * index_block::size);
             m_cluster = round_up(end, m_geometry.clusters_per_block);
         }
     }
 
 private:
-    // A large cluster may begin with blocks ahead of the first wanted one.
+    // A large cluster may begin with blocks before the first wanted one.
     void drop_skipped(std::size_t at)
     {
         const std::size_t skipped = std::min<u64>(m_skip, m_bytes.size() - at);
@@ -150,7 +150,7 @@ private:
     const CNtfs &m_volume;
     index_geometry m_geometry;
     u64 m_cluster; ///< next one of the stream, sparse runs not counted
-    u64 m_skip;    ///< bytes of it that come ahead of the first block
+    u64 m_skip;    ///< bytes of it before the first wanted block
 };
 
 void restore_block_tails(std::span<u8> block, u32 sector_size)
@@ -163,8 +163,8 @@ void restore_block_tails(std::span<u8> block, u32 sector_size)
                          fixup_step(count, block.size(), sector_size));
 }
 
-// The runs as far as the medium can back them: a hostile list may claim more clusters
-// than there are, or the same ones many times over.
+// The runs, cut to what the medium holds: a hostile list may claim more clusters than
+// there are, or the same ones many times.
 std::vector<cluster_run> runs_on_medium(const CNtfs &volume,
                                         const std::vector<cluster_run> &runs)
 {
@@ -183,7 +183,8 @@ std::vector<cluster_run> runs_on_medium(const CNtfs &volume,
         u64 kept = run.lcn < on_medium ? on_medium - run.lcn : 0;
         kept = std::min({kept, left, u64{run.clusters}});
         left -= kept;
-        // Whole blocks are cut off, so that the later ones still begin where they do.
+        // Only whole blocks are cut off, so that later blocks still begin at the same
+        // clusters.
         kept += (run.clusters - kept) % geometry.clusters_per_block;
         run.clusters = static_cast<u32>(kept);
         if (kept != 0) result.push_back(run);
@@ -193,8 +194,8 @@ std::vector<cluster_run> runs_on_medium(const CNtfs &volume,
 
 // ---- Entries
 
-// Fills an entry from the bytes at its start. Bytes behind the end count as zero, and a
-// name is cut there.
+// Decodes the entry that `bytes` begins with. Bytes after their end count as zero, and
+// a name is cut there.
 index_entry entry_at(byte_view bytes)
 {
     using namespace index_entry_layout;
@@ -204,11 +205,11 @@ index_entry entry_at(byte_view bytes)
     entry.content_length = bytes.read_padded<u16>(index_entry_layout::content_length);
     entry.flags = bytes.read_padded<u16>(index_entry_layout::flags);
     const auto fixed = bytes.clip(content, file_name::fixed_size).bytes();
-    std::copy(fixed.begin(), fixed.end(), entry.content.begin());
+    std::ranges::copy(fixed, entry.content.begin());
     const u32 name_bytes = 2u * bytes.read_padded<u8>(name_length);
     entry.true_length = name_bytes + static_cast<u32>(index_entry_layout::name);
     uni::utf16_name_to_utf8(bytes.clip(index_entry_layout::name, name_bytes),
-                            entry.name, false);
+                            entry.name);
     const u32 attributes = bytes.read_padded<u32>(content + file_name::flags);
     entry.is_directory =
         (attributes & (directory_attribute | directory_name_attribute)) != 0;
@@ -279,15 +280,15 @@ bool read_index_blocks(std::vector<u8> &out_bytes, u64 &count, const CNtfs &volu
         return false;
     if (start_block >= total) return false;
 
-    const u64 most = std::min(wanted, total - start_block);
+    const u64 available = std::min(wanted, total - start_block);
     block_reader reader(out_bytes, volume, geometry, start_block);
     u64 first = 0;
     for (const cluster_run &run : runs) {
         if (run.is_sparse) continue;
-        reader.read_run(run.lcn, first, first + run.clusters, most);
+        reader.read_run(run.lcn, first, first + run.clusters, available);
         first += run.clusters;
     }
-    count = std::min(most, reader.blocks());
+    count = std::min(available, reader.blocks());
     out_bytes.resize(count * index_block::size);
     for (u64 i = 0; i < count; ++i)
         restore_block_tails(
@@ -309,8 +310,8 @@ void for_each_index_block(const CNtfs &volume, const std::vector<cluster_run> &r
             return;
         budget -= count * index_block::size;
         for (u64 i = 0; i < count; ++i) {
-            // The block's offset inside its batch is added to the sum so far. Positions
-            // have always been reported like this.
+            // The offset inside the batch is added to the sum so far, so positions grow
+            // faster than the stream. Readers compare them with other tools: they stay.
             position += i * index_block::size;
             visit(byte_view{bytes}.clip(i * index_block::size, index_block::size),
                   position);
@@ -323,16 +324,17 @@ namespace index_slack {
 namespace {
 
 constexpr u64 search_step = 8;
-// Behind a time stamp that was found come the other three of its entry.
-constexpr u64 step_behind_times = 32;
-// Two entries can't begin closer to each other than the fields ahead of the name take.
+// After a time stamp that was found, the search goes on after all four of its entry.
+constexpr u64 step_after_times = 32;
+// Two entries can't begin closer to each other than the size of the fields before the
+// name.
 constexpr u64 min_distance = index_entry_layout::name;
-// Behind a parent's reference, and behind the first time stamp, so much of the entry
-// has to follow.
-constexpr u64 min_behind_parent = 58;
-constexpr u64 min_behind_time = 32;
+// How many bytes there have to be from a parent's reference on, and from a time stamp
+// on.
+constexpr u64 min_from_parent = 58;
+constexpr u64 min_from_time = 32;
 constexpr u64 min_harvest = index_entry_layout::content + file_name::fixed_size;
-// Longer names are rare and chance hits are not: they fail the test.
+// Longer names are rare, and chance hits are not: such entries fail the test.
 constexpr u8 max_name = 64;
 constexpr u8 highest_name_space = 3;
 constexpr u16 end_entry_length = 16;
@@ -345,8 +347,8 @@ struct time_bounds {
     u64 high = time("01/01/2100", true).filetime;
 };
 
-// An end marker that was written over the head of an entry leaves the rest of it: it
-// passes for that reason.
+// An end marker passes as well: it may have been written over the start of an entry of
+// which the rest is still there.
 bool passes_entry_test(byte_view entry)
 {
     using namespace index_entry_layout;
@@ -381,7 +383,7 @@ void find_by_parent(candidate_set &candidates, byte_view region, u64 parent_refe
     u64 found = 0;
     for (u64 hit = 0; region.read(hit, found); hit += search_step) {
         if (found != parent_reference || hit < index_entry_layout::content ||
-            !region.fits(hit, min_behind_parent))
+            !region.fits(hit, min_from_parent))
             continue;
         const u64 start = hit - index_entry_layout::content;
         if (passes_entry_test(region.from(start))) add_apart(candidates, start);
@@ -396,10 +398,10 @@ void find_by_times(candidate_set &candidates, byte_view region)
     for (u64 hit = 0; region.read(hit, found); hit += step) {
         step = search_step;
         if (found < bounds.low || found > bounds.high) continue;
-        step = step_behind_times;
-        if (hit < times_at || !region.fits(hit, min_behind_time)) continue;
-        // If the fourth stamp from here is one as well, this is the first. If not, it
-        // may be any of the four.
+        step = step_after_times;
+        if (hit < times_at || !region.fits(hit, min_from_time)) continue;
+        // If the fourth stamp from here on is plausible as well, this is the first. If
+        // not, it may be any of the four.
         if (is_plausible_filetime(region.read_padded<u64>(hit + 3 * sizeof(u64)))) {
             add_apart(candidates, hit - times_at);
             continue;
@@ -454,18 +456,20 @@ bool list_directory(const CNtfs &volume, index_live_map &live, index_slack_map &
     slack.clear();
     try {
         std::vector<attrib_info> attributes;
-        if (!get_attribute_list(volume, entry, attributes, true)) return false;
+        if (!get_attribute_list(volume, entry, attributes,
+                                attribute_scope::directory_index))
+            return false;
         u64 parent_reference = 0;
-        for (const attrib_info &one : attributes) {
-            const byte_view root{one.content};
-            if (one.type == static_cast<u32>(attribute_type::index_root)) {
+        for (const attrib_info &part : attributes) {
+            const byte_view root{part.content};
+            if (part.is(attribute_type::index_root)) {
                 if (root.size() >= index_root::min_size)
                     parse_index_entries(live, slack, parent_reference,
                                         root.from(index_root::header), 0, mode);
                 continue;
             }
             for_each_index_block(
-                volume, one.cluster_runs, budget, [&](byte_view block, u64 position) {
+                volume, part.cluster_runs, budget, [&](byte_view block, u64 position) {
                     parse_index_entries(live, slack, parent_reference,
                                         block.from(index_block::header),
                                         position + index_block::header, mode);

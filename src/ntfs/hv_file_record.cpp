@@ -118,7 +118,7 @@ std::string attribute_ref::name() const
     const u64 units = m_bytes.read_padded<u8>(attribute::name_length);
     const u64 offset = m_bytes.read_padded<u16>(attribute::name_offset);
     std::string text;
-    uni::utf16_name_to_utf8(m_bytes.clip(offset, 2 * units), text, false);
+    uni::utf16_name_to_utf8(m_bytes.clip(offset, 2 * units), text);
     return text;
 }
 
@@ -137,9 +137,7 @@ byte_view attribute_ref::run_list() const
 
 std::string_view attribute_type_name(u32 type, bool long_name)
 {
-    const auto found =
-        std::find_if(type_names.begin(), type_names.end(),
-                     [type](const type_name &one) { return one.type == type; });
+    const auto found = std::ranges::find(type_names, type, &type_name::type);
     if (found == type_names.end()) return "unk";
     return long_name ? found->long_name : found->short_name;
 }

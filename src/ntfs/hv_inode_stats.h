@@ -9,11 +9,11 @@
 
 namespace hv {
 
-/// What the engine keeps of one `$MFT` entry.
+/// What the engine keeps of one $MFT entry for itself. The rest is kept for callers of
+/// the library. Sizes are in bytes.
 struct INODE_STATS {
-    std::string owner;
-    std::string name; ///< UTF-8
-    std::wstring wide_name;
+    std::string owner;              ///< empty without an owner lookup
+    std::string name;               ///< that of a named $FILE_NAME attribute, in UTF-8
     std::array<u8, 68> file_name{}; ///< the fixed part of the $FILE_NAME content
     u64 data_size = 0;              ///< bytes of the unnamed $DATA
     data_run_list bitmap_runs;

@@ -22,8 +22,9 @@ constexpr u16 full_chunk_length = 0x0FFF;
 constexpr u16 stored_chunk_mark = 0x3FFF;
 
 // Walks over the items of a payload until it is used up or `capacity` bytes are
-// reached. `literal` gets the position and the byte, `match` the position, the distance
-// and the end of what is copied. False if a token reaches ahead of the first byte.
+// reached. `literal` is called with the position and the byte, `match` with the
+// position, the distance and the end of what is copied. False if a token copies from
+// before the first byte.
 template <class Literal, class Match>
 bool for_each_item(byte_view input, std::size_t capacity, Literal literal, Match match)
 {
@@ -59,7 +60,7 @@ bool for_each_item(byte_view input, std::size_t capacity, Literal literal, Match
     return true;
 }
 
-// What `decode_lznt1_chunk` would say, for the price of the payload alone.
+// What `decode_lznt1_chunk` would return, without the cost of writing the output.
 bool is_sound_chunk(byte_view input)
 {
     return for_each_item(
@@ -67,7 +68,7 @@ bool is_sound_chunk(byte_view input)
         [](std::size_t, std::size_t, std::size_t) {});
 }
 
-// Takes in chunk after chunk, each as one block of plain bytes.
+// Collects the plain bytes of one chunk after the other.
 class block_sink {
 public:
     explicit block_sink(std::span<u8> out) : m_out(out) {}
@@ -91,7 +92,8 @@ private:
 
 bool walk_chunks(block_sink &sink, byte_view unit)
 {
-    // Not cleared between chunks: a short chunk leaves what was there.
+    // Not cleared between chunks: after a short chunk, the bytes of the one before
+    // remain.
     std::array<u8, lznt1_block> block{};
     std::size_t at = 0;
     while (at < unit.size()) {
@@ -101,8 +103,8 @@ bool walk_chunks(block_sink &sink, byte_view unit)
         if ((header & chunk_is_compressed) != 0) {
             const std::size_t size = length + std::size_t{1};
             const byte_view chunk = payload.clip(0, size);
-            // Chunks of three bytes in a full unit would cost a thousand times as much
-            // to decode as to read.
+            // Once the output is full, chunks are only checked: decoding chunks of
+            // three bytes each would cost a thousand times as much as reading them.
             if (!(sink.is_full() ? is_sound_chunk(chunk)
                                  : decode_lznt1_chunk(chunk, block)))
                 return false;
@@ -137,7 +139,7 @@ bool ends_in_zeros(byte_view unit)
 
 bool decode_lznt1_chunk(byte_view input, std::span<u8> out)
 {
-    if (out.size() > lznt1_most_output) return false;
+    if (out.size() > lznt1_max_output) return false;
     if (input.size() < clears_output_below) std::ranges::fill(out, u8{0});
     return for_each_item(
         input, out.size(), [out](std::size_t at, u8 byte) { out[at] = byte; },
@@ -152,8 +154,8 @@ bool expand_unit(std::span<u8> out, std::size_t &out_count, byte_view unit,
 {
     out_count = 0;
     if (out.empty() || unit.empty()) return false;
-    const bool begins_stored = unit.read_padded<u16>(0) == stored_chunk_mark;
-    if (!found_sparse && !begins_stored) {
+    const bool starts_stored = unit.read_padded<u16>(0) == stored_chunk_mark;
+    if (!found_sparse && !starts_stored) {
         out_count = copy_plain(out, unit);
         return true;
     }
@@ -162,7 +164,8 @@ bool expand_unit(std::span<u8> out, std::size_t &out_count, byte_view unit,
         out_count = sink.count();
         return true;
     }
-    // Some streams are marked as compressed and hold plain units with a hole behind.
+    // Some streams are marked as compressed and hold plain units with a hole after
+    // them.
     if (ends_in_zeros(unit)) return false;
     out_count = copy_plain(out, unit);
     return true;

@@ -12,19 +12,15 @@ namespace hv {
 
 namespace {
 
-bool is_index_type(u32 type)
+// Readers of an entry take times and names from its record, and nobody needs the list
+// after the analysis.
+bool is_kept(u32 type, attribute_scope scope)
 {
-    return type == static_cast<u32>(attribute_type::index_root) ||
-           type == static_cast<u32>(attribute_type::index_allocation);
-}
-
-// Readers of an entry take times and names from its record; the list has done its work
-// when the analysis is over.
-bool is_kept_type(u32 type)
-{
-    return type != static_cast<u32>(attribute_type::standard_information) &&
-           type != static_cast<u32>(attribute_type::attribute_list) &&
-           type != static_cast<u32>(attribute_type::file_name);
+    using enum attribute_type;
+    if (scope == attribute_scope::directory_index)
+        return is_type(type, index_root) || is_type(type, index_allocation);
+    return !is_type(type, standard_information) && !is_type(type, attribute_list) &&
+           !is_type(type, file_name);
 }
 
 constexpr std::size_t object_id_size = 16;
@@ -59,8 +55,8 @@ void read_sizes(attrib_info &info, attribute_ref attribute)
     info.valid_size = attribute.valid_size();
     const byte_view bytes = attribute.bytes();
     info.compression_unit = bytes.read_padded<u16>(attribute::compression_unit);
-    // The field is only there on compressed streams; elsewhere the runs or the name
-    // stand in its place.
+    // Only headers of compressed streams have the field; in others, the runs or the
+    // name take its place.
     constexpr u16 compressed = 1;
     if ((info.attribute_flags & compressed) != 0)
         info.compressed_size = bytes.read_padded<u64>(attribute::compressed_size);
@@ -86,18 +82,17 @@ attribute_view view_of(attribute_ref attribute, u64 source_entry)
     const auto content = attribute.content().bytes();
     info.content.assign(content.begin(), content.end());
     if (attribute.is(attribute_type::volume_name))
-        uni::utf16_name_to_utf8(attribute.content(), info.value_text, false);
+        uni::utf16_name_to_utf8(attribute.content(), info.value_text);
     return view;
 }
 
 template <class Run> void order_by_vcn(std::vector<Run> &runs)
 {
-    std::stable_sort(runs.begin(), runs.end(),
-                     [](const Run &a, const Run &b) { return a.vcn < b.vcn; });
+    std::ranges::stable_sort(runs, {}, &Run::vcn);
 }
 
-// An extent takes a cluster at least, with a hole on either side at most. More runs
-// than the medium has room for can only come from a list that repeats itself.
+// Each extent takes at least one cluster, with at most one hole on either side. More
+// runs than that for the whole medium can only come from a list that repeats itself.
 u64 max_runs(const CNtfs &volume)
 {
     const RAW_DISK_IO *disk = volume.get_disk();
@@ -109,19 +104,17 @@ u64 max_runs(const CNtfs &volume)
 // Gathers the attributes of one entry, from its own record and from those of its lists.
 class entry_analysis {
 public:
-    entry_analysis(mft_entry &result, const CNtfs &volume, bool index_only)
+    entry_analysis(mft_entry &result, const CNtfs &volume, attribute_scope scope)
         : m_result(result),
-          m_index_only(index_only),
+          m_scope(scope),
           m_runs_left(max_runs(volume))
     {
     }
 
-    bool wants(u32 type) const
-    {
-        return m_index_only ? is_index_type(type) : is_kept_type(type);
-    }
+    bool wants(u32 type) const { return is_kept(type, m_scope); }
 
-    void take(attribute_ref attribute, u64 source_entry)
+    // Keeps an attribute of the record `source_entry`, if it is wanted.
+    void add(attribute_ref attribute, u64 source_entry)
     {
         if (!wants(attribute.type())) return;
         attribute_view view = view_of(attribute, source_entry);
@@ -132,9 +125,9 @@ public:
             m_result.attributes.try_emplace(key, std::move(view));
             return;
         }
-        const auto held = m_streams.find(view.info.stream_name);
-        if (held != m_streams.end()) {
-            merge_runs(m_result.attributes.at(held->second), std::move(view));
+        const auto known = m_streams.find(view.info.stream_name);
+        if (known != m_streams.end()) {
+            merge_runs(m_result.attributes.at(known->second), std::move(view));
             return;
         }
         const std::string name = view.info.stream_name;
@@ -146,17 +139,16 @@ public:
     void finish()
     {
         for (auto &[key, view] : m_result.attributes) {
-            if (key.first == static_cast<u32>(attribute_type::data))
-                order_by_vcn(view.runs);
+            if (is_type(key.first, attribute_type::data)) order_by_vcn(view.runs);
             runs_to_cluster_runs(view.runs, view.info.cluster_runs);
         }
     }
 
 private:
     mft_entry &m_result;
-    bool m_index_only;
+    attribute_scope m_scope;
     u64 m_runs_left;
-    std::map<std::string, attribute_key> m_streams; ///< where a stream of a name lies
+    std::map<std::string, attribute_key> m_streams; ///< the key of each $DATA, by name
 };
 
 // Adds what a list attribute of `result.entry` names in other records.
@@ -167,12 +159,12 @@ void follow_attribute_list(listed_records &listed, mft_entry &result,
     result.has_attribute_list = true;
     if (attribute.non_resident()) result.list_non_resident = true;
     const std::vector<u8> content = read_attribute_list(volume, attribute, budget);
-    for_each_list_entry(byte_view{content}, [&](const attribute_list_entry &one) {
-        if (one.record == result.entry) return;
+    for_each_list_entry(byte_view{content}, [&](const attribute_list_entry &named) {
+        if (named.record == result.entry) return;
         debug_log(log, "primary entry %llu pointing to ref entry %llu",
                   static_cast<unsigned long long>(result.entry),
-                  static_cast<unsigned long long>(one.record));
-        if (analysis.wants(one.key.first)) listed.add(one.record, one.key);
+                  static_cast<unsigned long long>(named.record));
+        if (analysis.wants(named.key.first)) listed.add(named.record, named.key);
     });
 }
 
@@ -249,20 +241,20 @@ bool mft_entries_ctx::analyze_entry(mft_entry &out_result, u64 entry) const
     out_result.has_base = out_result.base_reference != 0;
     if (record.read_padded<u16>(file_record::first_attribute.offset) == 0) return true;
 
-    entry_analysis analysis(out_result, m_volume, index_attributes_only);
+    entry_analysis analysis(out_result, m_volume, scope);
     listed_records listed;
     u64 budget = max_list_bytes; // for all lists of the entry; one is usual
     for_each_attribute(record, [&](attribute_ref attribute) {
         if (attribute.is(attribute_type::attribute_list))
             follow_attribute_list(listed, out_result, m_volume, attribute, budget,
                                   analysis, m_log);
-        analysis.take(attribute, entry);
+        analysis.add(attribute, entry);
         return true;
     });
-    for (const listed_records::one_record &one : listed.records()) {
-        if (!read_entry(bytes, bad, one.entry) || bad) continue;
-        for_each_listed(byte_view{bytes}, one.keys, [&](attribute_ref attribute) {
-            analysis.take(attribute, one.entry);
+    for (const listed_records::listed_record &extension : listed.records()) {
+        if (!read_entry(bytes, bad, extension.entry) || bad) continue;
+        for_each_listed(byte_view{bytes}, extension.keys, [&](attribute_ref attribute) {
+            analysis.add(attribute, extension.entry);
         });
     }
     analysis.finish();
@@ -270,11 +262,11 @@ bool mft_entries_ctx::analyze_entry(mft_entry &out_result, u64 entry) const
 }
 
 bool get_attribute_list(const CNtfs &volume, u64 entry,
-                        std::vector<attrib_info> &out_list, bool directory_mode)
+                        std::vector<attrib_info> &out_list, attribute_scope scope)
 {
     out_list.clear();
     mft_entries_ctx context(volume);
-    context.index_attributes_only = directory_mode;
+    context.scope = scope;
     mft_entry result;
     if (!context.is_open() || !context.analyze_entry(result, entry)) return false;
     out_list.reserve(result.attributes.size());

@@ -43,8 +43,8 @@ inline constexpr std::size_t   header_size = 48;
 inline constexpr u16 flag_in_use = 1;
 inline constexpr u16 flag_directory = 2;
 
-// The record test. Every volume seen has its update sequence at 48; a record with another
-// offset is refused, and with it whatever old systems wrote at 42.
+// The record test. A record with its update sequence at another offset than 48 is
+// refused, and with it what old systems wrote at 42.
 inline constexpr u16 required_fixup_offset = 48;
 inline constexpr u16 max_fixups = 9;
 inline constexpr u16 max_first_attribute = 72;
@@ -114,7 +114,7 @@ inline constexpr std::size_t id          = 24; ///< u16
 inline constexpr std::size_t size        = 26;
 } // namespace list_entry
 
-/// "INDX" block, always treated as 4096 bytes, and the index header in it.
+/// "INDX" block, always treated as 4096 bytes.
 namespace index_block {
 inline constexpr u32         signature = 0x58444E49; ///< "INDX"
 inline constexpr std::size_t fixup_offset = 4;  ///< u16
@@ -124,9 +124,11 @@ inline constexpr std::size_t header       = 24;
 inline constexpr std::size_t size         = 4096;
 } // namespace index_block
 
+/// Index header, in an "INDX" block and in $INDEX_ROOT. Offsets in it count from its
+/// own start.
 namespace index_header {
-inline constexpr std::size_t first_entry     =  0; ///< u32, from the header
-inline constexpr std::size_t bytes_in_use    =  4; ///< u32, from the header
+inline constexpr std::size_t first_entry     =  0; ///< u32 offset
+inline constexpr std::size_t bytes_in_use    =  4; ///< u32
 inline constexpr std::size_t bytes_allocated =  8; ///< u32
 inline constexpr std::size_t flags           = 12; ///< u32
 } // namespace index_header
@@ -185,6 +187,12 @@ enum class attribute_type : u32 {
     property_set = 240,
     logged_stream = 256,
 };
+
+/// True if the type code of an attribute, as stored, is `wanted`.
+constexpr bool is_type(u32 code, attribute_type wanted)
+{
+    return code == static_cast<u32>(wanted);
+}
 
 /// Entry numbers that every volume has.
 inline constexpr u64 mft_entry_number = 0;

@@ -16,13 +16,14 @@ namespace {
 
 constexpr std::string_view index_name = "$I30";
 
-// Links may lead to themselves. Systems give up after so many as well.
+// Links may lead to themselves. Operating systems give up after as many.
 constexpr int max_restarts = 40;
 
-// An extension record leads to its base in one step; more than a few are a circle.
+// An extension record names its base directly; a longer chain is a circle.
 constexpr int max_base_steps = 4;
 
-// "\\?\snapid_" and the hexadecimal digits behind it.
+// In "\\?\snapid_" and hexadecimal digits: where "snapid_" begins, and the first place
+// where a separator may end the prefix.
 constexpr std::size_t snapshot_word_at = 4;
 constexpr std::size_t snapshot_prefix_length = 47;
 
@@ -31,40 +32,36 @@ unsigned long long printable(u64 entry)
     return entry;
 }
 
-// What the lists of one directory's children may cost together: on a sound volume no
-// two lists share a byte or a record.
+// How many bytes may be read for the attribute lists of one directory's children: on a
+// sound volume no two lists share a byte or a record.
 u64 medium_budget(const CNtfs &volume)
 {
     const RAW_DISK_IO *disk = volume.get_disk();
     return disk == nullptr ? 0 : disk->get_size();
 }
 
-bool has_attributes(byte_view record)
-{
-    return record.read_padded<u16>(file_record::first_attribute.offset) != 0;
-}
-
 // ---- Children of a directory
 
 // Reads the children out of one $INDEX_ROOT or $INDEX_ALLOCATION. `result` becomes what
-// the last part said, and stays where there is none.
+// the last block returned, and stays as it is without one.
 void read_index_part(std::set<u64> &children, bool &result, const CNtfs &volume,
                      attribute_ref part, name_walk mode)
 {
     if (part.is(attribute_type::index_root)) {
         const byte_view content = part.content();
         if (content.size() >= index_root::min_size &&
-            content.read_padded<u32>(index_root::indexed_type) ==
-                static_cast<u32>(attribute_type::file_name))
+            is_type(content.read_padded<u32>(index_root::indexed_type),
+                    attribute_type::file_name))
             result = read_index_names(children, content.from(index_root::header), mode);
         return;
     }
     data_run_list runs;
     std::vector<cluster_run> clusters;
-    if (!part.non_resident() || !decode_attribute_runs(part.bytes(), runs)) return;
+    if (!part.non_resident()) return;
+    decode_attribute_runs(part.bytes(), runs);
     runs_to_cluster_runs(runs, clusters);
-    u64 budget =
-        std::numeric_limits<u64>::max(); // one directory reads no more than the medium
+    // The size of the medium bounds one directory by itself.
+    u64 budget = std::numeric_limits<u64>::max();
     for_each_index_block(volume, clusters, budget, [&](byte_view block, u64) {
         if (has_signature(block, index_block::signature))
             result = read_index_names(children, block.from(index_block::header), mode);
@@ -73,14 +70,12 @@ void read_index_part(std::set<u64> &children, bool &result, const CNtfs &volume,
 
 bool find_index_part(byte_view record, attribute_type type, attribute_ref &found)
 {
-    bool any = false;
-    if (!has_attributes(record)) return false;
-    for_each_attribute(record, [&](attribute_ref one) {
-        any = one.is(type) && one.name() == index_name;
-        if (any) found = one;
-        return !any;
-    });
-    return any;
+    return find_attribute(
+        record,
+        [type](attribute_ref attribute) {
+            return attribute.is(type) && attribute.name() == index_name;
+        },
+        found);
 }
 
 bool names_index(byte_view units)
@@ -100,14 +95,14 @@ bool read_listed_index(std::set<u64> &children, bool &result, const CNtfs &volum
     for (const attribute_type type :
          {attribute_type::index_allocation, attribute_type::index_root}) {
         listed_records listed;
-        for_each_list_entry(list, [&](const attribute_list_entry &one) {
-            if (one.key.first == static_cast<u32>(type) && one.record != entry &&
-                names_index(one.name))
-                listed.add(one.record, one.key);
+        for_each_list_entry(list, [&](const attribute_list_entry &named) {
+            if (is_type(named.key.first, type) && named.record != entry &&
+                names_index(named.name))
+                listed.add(named.record, named.key);
         });
         std::vector<u8> bytes;
-        for (const listed_records::one_record &one : listed.records()) {
-            if (!volume.read_filerecord(one.entry, bytes)) return false;
+        for (const listed_records::listed_record &extension : listed.records()) {
+            if (!volume.read_filerecord(extension.entry, bytes)) return false;
             attribute_ref part;
             if (find_index_part(byte_view{bytes}, type, part))
                 read_index_part(children, result, volume, part, mode);
@@ -131,36 +126,29 @@ bool read_base_record(std::vector<u8> &bytes, const CNtfs &volume, u64 &entry)
 
 // ---- Names of a record
 
-void add_names(record_names &names, attribute_ref attribute, bool all_namespaces,
-               std::optional<u64> parent_filter)
+// Adds the name of a $FILE_NAME, if it is wanted.
+void add_name(record_names &names, attribute_ref attribute, const name_filter &wanted)
 {
     if (!attribute.is(attribute_type::file_name)) return;
     const byte_view content = attribute.content();
-    record_name one;
-    one.is_dos =
+    record_name found;
+    found.is_dos =
         content.read_padded<u8>(file_name::name_space) == file_name::dos_name_space;
     const u64 parent = reference_entry(content.read_padded<u64>(file_name::parent));
-    if (one.is_dos && !all_namespaces) return;
-    if (parent_filter && *parent_filter != parent) return;
+    if (found.is_dos && !wanted.dos_names) return;
+    if (wanted.parent_entry && *wanted.parent_entry != parent) return;
     const u64 units = content.read_padded<u8>(file_name::name_length);
-    uni::utf16_name_to_utf8(content.clip(file_name::name, 2 * units), one.name, false);
-    if (one.name.empty()) return;
-    const auto fixed = content.clip(0, one.fixed.size()).bytes();
-    std::copy(fixed.begin(), fixed.end(), one.fixed.begin());
-    names.emplace(parent, std::move(one));
+    uni::utf16_name_to_utf8(content.clip(file_name::name, 2 * units), found.name);
+    if (found.name.empty()) return;
+    const auto fixed = content.clip(0, found.fixed.size()).bytes();
+    std::ranges::copy(fixed, found.fixed.begin());
+    names.emplace(parent, std::move(found));
 }
 
-// The first attribute of a type; false if there is none.
-bool find_attribute(byte_view record, attribute_type type, attribute_ref &found)
+bool find_by_type(byte_view record, attribute_type type, attribute_ref &found)
 {
-    bool any = false;
-    if (!has_attributes(record)) return false;
-    for_each_attribute(record, [&](attribute_ref one) {
-        any = one.is(type);
-        if (any) found = one;
-        return !any;
-    });
-    return any;
+    return find_attribute(
+        record, [type](attribute_ref attribute) { return attribute.is(type); }, found);
 }
 
 // ---- Paths
@@ -171,7 +159,7 @@ std::wstring drop_device_prefix(std::wstring_view path)
     std::wstring lower = text;
     to_lower(lower);
     std::string device;
-    shadow_device_prefix(device, true, true);
+    shadow_device_prefix(device, letter_case::lower);
     std::size_t cut = std::wstring::npos;
     if ((lower.starts_with(L"\\\\?\\") || lower.starts_with(L"\\\\.\\")) &&
         lower.size() > snapshot_prefix_length &&
@@ -182,21 +170,11 @@ std::wstring drop_device_prefix(std::wstring_view path)
     return cut == std::wstring::npos ? text : text.substr(cut);
 }
 
-// The place where a path goes on behind a drive letter.
+// The index of the first segment that isn't a drive letter.
 std::size_t first_name(const std::vector<std::wstring> &segments)
 {
     return !segments.empty() && segments[0].size() > 1 && segments[0][1] == L':' ? 1
                                                                                  : 0;
-}
-
-std::wstring joined(const std::vector<std::wstring> &segments, bool rooted)
-{
-    std::wstring path;
-    for (const std::wstring &segment : segments) {
-        if (rooted || !path.empty()) path += L'\\';
-        path += segment;
-    }
-    return path;
 }
 
 // The print name of a symbolic link or a junction; false for any other reparse point.
@@ -204,13 +182,13 @@ bool read_link_target(std::wstring &target, byte_view record)
 {
     using namespace reparse_point;
     attribute_ref point;
-    if (!find_attribute(record, attribute_type::reparse_point, point)) return false;
+    if (!find_by_type(record, attribute_type::reparse_point, point)) return false;
     const byte_view content = point.content();
     if (content.read_padded<u16>(data_length) == 0 ||
         content.read_padded<u16>(substitute_length) == 0)
         return false;
     const byte_view names = content.from(buffer);
-    // Some links have zeros ahead of their names, which the offsets don't count.
+    // Some links have zeros before their names, which the offsets don't count.
     u64 zeros = 0;
     const byte_view substitute =
         names.from(content.read_padded<u16>(substitute_offset));
@@ -266,8 +244,8 @@ public:
     u64 parent = root_entry_number; ///< the directory of what `run` found
 
 private:
-    // The directory in the cache, with its children and names filled as far as
-    // possible.
+    // The directory in the cache, with the children and names that could be read; null
+    // if it has no children.
     const directory_cache_entry *cached_directory(u64 directory)
     {
         directory_cache &cache = m_volume.path_cache();
@@ -294,7 +272,7 @@ private:
         return &entry;
     }
 
-    // The index has no lower-case names: each child is asked for its own, once.
+    // Names are taken from the children's own records, which are read once.
     void fill_names(directory_cache_entry &entry, u64 directory)
     {
         debug_log(m_log, "info: get children names");
@@ -308,11 +286,11 @@ private:
             } else if (bytes.size() < m_volume.get_mft_record_size()) {
                 debug_log(m_log, "err: paramsFR: inode 0x%llx", printable(child));
             } else if (!read_names_of_record(names, m_volume, child, byte_view{bytes},
-                                             false, std::nullopt, budget)) {
+                                             {}, budget)) {
                 debug_log(m_log, "err: namelookup: inode 0x%llx", printable(child));
             } else {
-                for (const auto &[parent_entry, one] : names)
-                    entry.names.try_emplace(lower_copy(one.name), child);
+                for (const auto &[parent_entry, found] : names)
+                    entry.names.try_emplace(lower_copy(found.name), child);
             }
         }
     }
@@ -343,7 +321,7 @@ private:
             !read_link_target(target, byte_view{bytes}))
             return false;
         for (; next < m_segments.size(); ++next) target += L'\\' + m_segments[next];
-        split(target, L'\\', m_segments, false, empty_pieces::drop);
+        split(target, L'\\', m_segments, piece_blanks::keep, empty_pieces::drop);
         return true;
     }
 
@@ -369,7 +347,7 @@ bool find_inode_by_path(u64 &out_inode, u64 &out_parent, std::wstring &out_path,
     const bool rooted = text.starts_with(separator);
     if (rooted) debug_log(log, "root dir");
     std::vector<std::wstring> segments;
-    split(text, separator, segments, false, empty_pieces::drop);
+    split(text, separator, segments, piece_blanks::keep, empty_pieces::drop);
     if (segments.empty()) {
         debug_log(log, "path empty");
         if (!rooted) return false;
@@ -385,7 +363,8 @@ bool find_inode_by_path(u64 &out_inode, u64 &out_parent, std::wstring &out_path,
         return false;
     }
     out_parent = walk.parent;
-    out_path = joined(walk.segments(), rooted);
+    out_path =
+        (rooted ? L"\\" : L"") + join_texts(walk.segments(), std::wstring(L"\\"));
     return true;
 }
 
@@ -416,7 +395,7 @@ bool read_directory_children(std::set<u64> &children, const CNtfs &volume, u64 e
         return result;
     }
     attribute_ref list;
-    if (!find_attribute(record, attribute_type::attribute_list, list)) return result;
+    if (!find_by_type(record, attribute_type::attribute_list, list)) return result;
     u64 budget = max_list_bytes;
     const std::vector<u8> content = read_attribute_list(volume, list, budget);
     return read_listed_index(children, result, volume, byte_view{content}, entry,
@@ -436,11 +415,10 @@ bool find_child_by_name(u64 directory, std::string_view name, u64 &out_entry,
     for (const u64 child : children) {
         if (child == directory || !volume.read_filerecord(child, bytes) ||
             bytes.size() < volume.get_mft_record_size() ||
-            !read_names_of_record(names, volume, child, byte_view{bytes}, false,
-                                  std::nullopt, budget))
+            !read_names_of_record(names, volume, child, byte_view{bytes}, {}, budget))
             continue;
-        for (const auto &[parent, one] : names) {
-            if (!equal_ignoring_case(one.name, name)) continue;
+        for (const auto &[parent, found] : names) {
+            if (!equal_ignoring_case(found.name, name)) continue;
             out_entry = child;
             return true;
         }
@@ -449,33 +427,31 @@ bool find_child_by_name(u64 directory, std::string_view name, u64 &out_entry,
 }
 
 bool read_names_of_record(record_names &out_names, const CNtfs &volume, u64 entry,
-                          byte_view record, bool all_namespaces,
-                          std::optional<u64> parent_filter, u64 &budget)
+                          byte_view record, const name_filter &wanted, u64 &budget)
 {
     out_names.clear();
-    if (!has_attributes(record)) return false;
-    const auto take = [&](attribute_ref attribute) {
-        add_names(out_names, attribute, all_namespaces, parent_filter);
+    const auto add = [&](attribute_ref attribute) {
+        add_name(out_names, attribute, wanted);
     };
     attribute_ref list;
-    if (find_attribute(record, attribute_type::attribute_list, list)) {
+    if (find_by_type(record, attribute_type::attribute_list, list)) {
         listed_records listed;
         const std::vector<u8> content = read_attribute_list(volume, list, budget);
-        for_each_list_entry(byte_view{content}, [&](const attribute_list_entry &one) {
-            if (one.record != entry &&
-                one.key.first == static_cast<u32>(attribute_type::file_name))
-                listed.add(one.record, one.key);
+        for_each_list_entry(byte_view{content}, [&](const attribute_list_entry &named) {
+            if (named.record != entry &&
+                is_type(named.key.first, attribute_type::file_name))
+                listed.add(named.record, named.key);
         });
         std::vector<u8> bytes;
-        for (const listed_records::one_record &one : listed.records()) {
+        for (const listed_records::listed_record &extension : listed.records()) {
             if (budget < volume.get_mft_record_size()) break;
             budget -= volume.get_mft_record_size();
-            if (volume.read_filerecord(one.entry, bytes))
-                for_each_listed(byte_view{bytes}, one.keys, take);
+            if (volume.read_filerecord(extension.entry, bytes))
+                for_each_listed(byte_view{bytes}, extension.keys, add);
         }
     }
     for_each_attribute(record, [&](attribute_ref attribute) {
-        take(attribute);
+        add(attribute);
         return true;
     });
     return !out_names.empty();

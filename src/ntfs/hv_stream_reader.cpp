@@ -15,10 +15,9 @@ namespace {
 
 constexpr u16 attribute_is_compressed = 1;
 constexpr u64 clusters_per_unit = 16;
-// A unit of the largest clusters there are, 2 MiB. A boot sector may claim any size.
+// A unit of the largest real clusters, 2 MiB. A boot sector may claim any size.
 constexpr u64 max_unit = u64{32} << 20;
-// Small clusters make small units; reading several at once changes nothing but the
-// time.
+// Small clusters make small units; reading several at once only saves time.
 constexpr u64 min_plain_step = 0x40000;
 
 // How much of a non-resident attribute is read, in bytes.
@@ -51,7 +50,7 @@ bool write_bytes(std::ostream &out, std::span<const u8> bytes)
     return out.good();
 }
 
-// Index blocks are always taken as 4096 bytes, and by their place: no signature is
+// Index blocks are assumed to be 4096 bytes, one after the other. Their signature isn't
 // tested.
 void restore_index_blocks(std::span<u8> bytes, u32 sector_size)
 {
@@ -65,7 +64,7 @@ void restore_index_blocks(std::span<u8> bytes, u32 sector_size)
     }
 }
 
-// Reads a stream as it lies on the volume. True if anything was written.
+// Copies a stream as it is on the volume. True if anything was written.
 bool copy_plain_stream(const CNtfs &volume, const attrib_info &attribute,
                        const run_index &runs, u64 total, std::ostream &out,
                        bool restore_blocks)
@@ -75,16 +74,14 @@ bool copy_plain_stream(const CNtfs &volume, const attrib_info &attribute,
     std::vector<u8> buffer(std::min(step, total));
     u64 done = 0;
     while (done < total) {
-        u32 got = static_cast<u32>(std::min<u64>(buffer.size(), total - done));
+        u32 length = static_cast<u32>(std::min<u64>(buffer.size(), total - done));
         u64 flags = 0;
-        if (!read_stream_range(volume, runs, done, buffer.data(), got, flags)) break;
-        const auto bytes = std::span(buffer).first(got);
-        const bool is_index =
-            attribute.type == static_cast<u32>(attribute_type::index_allocation);
-        if (is_index && restore_blocks)
+        if (!read_stream_range(volume, runs, done, buffer.data(), length, flags)) break;
+        const auto bytes = std::span(buffer).first(length);
+        if (restore_blocks && attribute.is(attribute_type::index_allocation))
             restore_index_blocks(bytes, volume.get_bytes_per_sector());
         if (!write_bytes(out, bytes)) return false;
-        done += got;
+        done += length;
     }
     return done != 0;
 }
@@ -100,18 +97,17 @@ bool expand_stream(const CNtfs &volume, const run_index &runs,
     const u64 wanted = std::min(extent.readable, max_bytes);
     u64 done = 0;
     while (done < wanted) {
-        // The last unit, be it the only one, is read to the end of its allocation: cut
-        // where its plain bytes end, it could lack the hole that tells it from a unit
-        // that was stored plain.
+        // The last unit is read to the end of its allocation: cut where its plain bytes
+        // end, it could lack the hole that distinguishes it from a unit stored plain.
         const u64 left = extent.readable - done;
         const u64 step =
             left < unit ? std::min(unit, left + std::min(extent.slack, unit)) : unit;
-        u32 got = static_cast<u32>(step);
+        u32 length = static_cast<u32>(step);
         u64 flags = 0;
         std::size_t count = 0;
-        if (!read_stream_range(volume, runs, done, raw.data(), got, flags)) break;
+        if (!read_stream_range(volume, runs, done, raw.data(), length, flags)) break;
         const auto target = std::span(plain).first(std::min(unit, wanted - done));
-        if (!expand_unit(target, count, {raw.data(), got},
+        if (!expand_unit(target, count, {raw.data(), length},
                          (flags & mapped_status::filled_sparse) != 0) ||
             count == 0)
             break;
@@ -175,7 +171,7 @@ try {
     std::vector<cluster_run> runs = attribute.cluster_runs;
     if (options.compact) {
         compact_runs(runs);
-        // Runs that name the same clusters over and over could fill any memory.
+        // Runs that name the same clusters again and again could fill any memory.
         total = std::min(total, disk->get_size());
     }
     return copy_plain_stream(volume, attribute, runs, total, out,
@@ -188,11 +184,11 @@ bool read_inode_data(const CNtfs &volume, u64 entry, std::ostream &out,
                      const stream_options &options)
 {
     std::vector<attrib_info> attributes;
-    if (!get_attribute_list(volume, entry, attributes, false)) return false;
+    if (!get_attribute_list(volume, entry, attributes, attribute_scope::all))
+        return false;
     const auto found =
         std::ranges::find_if(attributes, [](const attrib_info &attribute) {
-            return attribute.type == static_cast<u32>(attribute_type::data) &&
-                   attribute.stream_name.empty();
+            return attribute.is(attribute_type::data) && attribute.stream_name.empty();
         });
     return found != attributes.end() &&
            read_attribute_stream(volume, *found, out, options);

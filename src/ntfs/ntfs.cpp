@@ -1,5 +1,6 @@
 #include "ntfs/ntfs.h"
 
+#include "base/hv_checked_math.h"
 #include "ntfs/hv_attribute_list.h"
 #include "ntfs/hv_data_run.h"
 
@@ -22,34 +23,15 @@ constexpr u32 max_record = 65536;
 
 constexpr std::string_view boot_signature = "NTFS    ";
 
-u64 multiplied(u64 a, u64 b)
-{
-    u64 product = 0;
-    return __builtin_mul_overflow(a, b, &product) ? 0 : product;
-}
-
 // The size of a record that entry 0 states, if it can be one.
 bool is_record_size(u32 size)
 {
     return size >= 512 && size <= max_record && std::has_single_bit(size);
 }
 
-// The attribute of a record that has a list entry's type and id.
-bool find_attribute(byte_view record, byte_view entry, attribute_ref &found)
-{
-    const u32 type = entry.read_padded<u32>(list_entry::type);
-    const u16 id = entry.read_padded<u16>(list_entry::id);
-    bool any = false;
-    for_each_attribute(record, [&](attribute_ref one) {
-        any = one.type() == type && one.id() == id;
-        if (any) found = one;
-        return !any;
-    });
-    return any;
-}
-
-// Calls `visit` with each entry of an attribute list. Fewer than 27 bytes at the end
-// are never looked at: an entry that ends the list exactly has always been lost.
+// Calls `visit` with the rest of an attribute list from each of its entries on. The
+// walk ends where fewer than 27 bytes are left, one more than an entry without a name
+// has: such an entry at the very end of a list isn't followed.
 template <class Visit> void for_each_inner_entry(byte_view list, Visit visit)
 {
     while (list.size() > list_entry::size) {
@@ -112,12 +94,12 @@ void add_file_name(INODE_STATS &stats, attribute_ref attribute)
     if (content.empty()) return;
     const auto fixed = content.clip(0, file_name::fixed_size).bytes();
     stats.file_name.fill(0);
-    std::copy(fixed.begin(), fixed.end(), stats.file_name.begin());
+    std::ranges::copy(fixed, stats.file_name.begin());
     stats.data_size = content.read_padded<u64>(file_name::real_size);
 }
 
-// Numbers the runs by the clusters ahead of them and maps each start to its run.
-void number_runs(INODE_STATS &stats)
+// Counts the VCNs of the runs from 0 on and maps each of them to its run.
+void assign_vcns(INODE_STATS &stats)
 {
     u64 vcn = 0;
     stats.run_map.clear();
@@ -147,32 +129,25 @@ bool NTFS_BOOT::has_signature() const
 {
     const auto stored =
         byte_view{bytes}.clip(ntfs_boot::signature, boot_signature.size()).bytes();
-    return std::equal(stored.begin(), stored.end(), boot_signature.begin(),
-                      boot_signature.end());
+    return std::ranges::equal(stored, boot_signature);
 }
 
 CNtfs::CNtfs(std::string_view path, u64 offset, volume_kind kind)
-    : m_kind(kind),
-      m_volume_offset(offset)
+    : m_volume_offset(offset)
 {
-    const bool known = kind == volume_kind::letter_path || kind == volume_kind::path ||
-                       kind == volume_kind::image;
-    if (known && !path.empty())
-        m_disk = std::make_unique<RAW_DISK_IO>(path);
-    else
-        m_kind = volume_kind::bad;
+    const bool is_of_path = kind == volume_kind::letter_path ||
+                            kind == volume_kind::path || kind == volume_kind::image;
+    if (is_of_path && !path.empty()) m_disk = std::make_unique<RAW_DISK_IO>(path);
 }
 
 CNtfs::CNtfs(u32 drive_number, u64 offset)
     : m_disk(std::make_unique<RAW_DISK_IO>(drive_number)),
-      m_kind(volume_kind::drive),
       m_volume_offset(offset)
 {
 }
 
 CNtfs::CNtfs(const std::vector<std::string> &paths, u64 offset)
     : m_disk(std::make_unique<RAW_DISK_IO>(paths)),
-      m_kind(volume_kind::vmdk),
       m_volume_offset(offset)
 {
     if (m_volume_offset == 0) m_volume_offset = m_disk->first_volume_offset();
@@ -235,23 +210,18 @@ void CNtfs::compute_geometry()
     m_cluster_size = cluster <= max_cluster ? static_cast<u32>(cluster) : 0;
     if (m_cluster_size == 0) return;
 
+    // A signed byte: a negative count is an exponent.
     const u8 per_record = m_boot.get(ntfs_boot::clusters_per_record);
-    u64 record = 0;
-    if (per_record >= 128) {
-        record = u64{1} << (256u - per_record) % 32;
-        m_mft_cluster_per_record_fixed = static_cast<u32>(record / m_cluster_size);
-    } else {
-        record = u64{m_cluster_size} * per_record;
-        m_mft_cluster_per_record_fixed = per_record;
-    }
+    const u64 record = per_record >= 128 ? u64{1} << (256u - per_record) % 32
+                                         : u64{m_cluster_size} * per_record;
     m_mft_record_size = static_cast<u32>(std::min<u64>(record, max_record));
     m_total_clusters = m_boot.get(ntfs_boot::total_sectors) / m_sectors_per_cluster;
-    m_mft_file_pos = multiplied(m_cluster_size, get_mft_start_lcn());
+    m_mft_file_pos = saturating_product(m_cluster_size, get_mft_start_lcn());
 }
 
 bool CNtfs::read_first_entry()
 {
-    // A second reading if the record says that the boot sector understated its size.
+    // Read again if the record says that it is larger than the boot sector does.
     for (int tries = 0; tries < 2; ++tries) {
         m_first_entry.assign(m_mft_record_size, 0);
         u32 length = m_mft_record_size;
@@ -271,35 +241,39 @@ bool CNtfs::read_first_entry()
     return m_allocated_record_size != 0;
 }
 
-// The $MFT's own runs. Its attribute list leads to records that lie in the runs known
-// so far, so each piece counts as soon as it is there.
+// Collects the $MFT's own runs. Its attribute list leads to records that are in the
+// runs known so far, so the runs of each record are added before the next one is read.
 void CNtfs::count_entries()
 {
     const byte_view record{m_first_entry};
     std::vector<u8> outside;
     byte_view list;
     m_mft_stats = {};
-    for_each_attribute(record, [&](attribute_ref one) {
-        if (one.is(attribute_type::attribute_list)) {
-            outside = read_attribute_clusters(one, max_list_bytes);
-            list = one.non_resident() ? byte_view{outside} : one.content();
+    for_each_attribute(record, [&](attribute_ref found) {
+        if (found.is(attribute_type::attribute_list)) {
+            outside = read_attribute_clusters(found, max_list_bytes);
+            list = found.non_resident() ? byte_view{outside} : found.content();
         }
-        return parse_attribute(m_mft_stats, one);
+        return parse_attribute(m_mft_stats, found);
     });
     m_mft_runs = cluster_runs_of(m_mft_stats.data_runs);
-    for_each_inner_entry(list, [&](byte_view entry) {
+    for_each_inner_entry(list, [&](byte_view listed) {
         follow_list(m_mft_stats,
-                    entry.clip(0, entry.read_padded<u16>(list_entry::length)),
+                    listed.clip(0, listed.read_padded<u16>(list_entry::length)),
                     mft_entry_number);
         if (m_mft_stats.data_runs.size() != m_mft_runs.size())
             m_mft_runs = cluster_runs_of(m_mft_stats.data_runs);
     });
-    number_runs(m_mft_stats);
+    assign_vcns(m_mft_stats);
     const bool resident =
         !m_mft_stats.data_runs.empty() && m_mft_stats.data_runs[0].resident;
     u64 clusters = resident ? 1 : 0;
     for (const cluster_run &run : m_mft_runs) clusters += run.clusters;
-    m_entry_count = multiplied(clusters, m_cluster_size) / m_allocated_record_size;
+    // Runs that claim more bytes than 64 bits can count are all believed to be wrong.
+    u64 bytes = 0;
+    m_entry_count = checked_position(clusters, m_cluster_size, 0, bytes)
+                        ? bytes / m_allocated_record_size
+                        : 0;
 }
 
 bool CNtfs::validate_volume()
@@ -312,7 +286,7 @@ bool CNtfs::validate_volume()
     count_entries();
     m_Validated = true;
 
-    // Without it the volume is still good; only its free clusters stay unknown.
+    // Without $Bitmap the volume can be used; only its free clusters are unknown.
     std::vector<u8> record;
     INODE_STATS stats;
     if (read_filerecord(bitmap_entry_number, record) &&
@@ -338,9 +312,10 @@ u64 CNtfs::get_entry_position(u64 entry) const
     u64 lcn = 0;
     u64 position = 0;
     u32 offset = 0;
-    if (!get_lcn_for_inode(entry, lcn, offset)) return 0;
-    if (__builtin_mul_overflow(lcn, m_cluster_size, &position)) return 0;
-    return __builtin_add_overflow(position, offset, &position) ? 0 : position;
+    return get_lcn_for_inode(entry, lcn, offset) &&
+                   checked_position(lcn, m_cluster_size, offset, position)
+               ? position
+               : 0;
 }
 
 u64 CNtfs::get_last_allocated_indo_per_mftbitmap() const
@@ -360,46 +335,41 @@ bool CNtfs::read_clusters(u64 lcn, u8 *buffer, u32 &length) const
 {
     u64 position = 0;
     if (m_cluster_size == 0 || length % m_cluster_size != 0) return false;
-    return !__builtin_mul_overflow(lcn, m_cluster_size, &position) &&
+    return checked_position(lcn, m_cluster_size, 0, position) &&
            read_bytes(position, buffer, length);
 }
 
-bool CNtfs::read_filerecord(u64 entry, std::vector<u8> &record, u64 &position) const
+bool CNtfs::read_record(u64 entry, std::vector<u8> &record) const
 {
-    position = get_entry_position(entry);
+    const u64 position = get_entry_position(entry);
     u32 length = get_mft_record_size();
     record.assign(length, 0);
     if (position == 0 || !read_bytes(position, record.data(), length)) return false;
     record.resize(length);
-    return apply_fixup(record, get_bytes_per_sector());
+    return true;
 }
 
 bool CNtfs::read_filerecord(u64 entry, std::vector<u8> &record) const
 {
-    u64 position = 0;
-    return read_filerecord(entry, record, position);
+    return read_record(entry, record) && apply_fixup(record, get_bytes_per_sector());
 }
 
 bool CNtfs::read_record_checked(u64 entry, std::vector<u8> &record,
                                 block_type &type) const
 {
-    const u64 position = get_entry_position(entry);
-    u32 length = get_mft_record_size();
     type = block_type::unknown;
-    record.assign(length, 0);
-    if (position == 0 || !read_bytes(position, record.data(), length)) return false;
-    record.resize(length);
+    if (!read_record(entry, record)) return false;
     type = apply_fixup_typed(record, get_bytes_per_sector());
     return type != block_type::unknown;
 }
 
-std::vector<u8> CNtfs::read_runs(const data_run_list &runs, u64 most) const
+std::vector<u8> CNtfs::read_runs(const data_run_list &runs, u64 max_bytes) const
 {
     std::vector<u8> bytes;
     for (const data_run &run : runs) {
         for (u32 i = 0; i < run.clusters; ++i) {
             const std::size_t had = bytes.size();
-            if (had + m_cluster_size > std::max<u64>(most, m_cluster_size))
+            if (had + m_cluster_size > std::max<u64>(max_bytes, m_cluster_size))
                 return bytes;
             bytes.resize(had + m_cluster_size);
             u32 length = m_cluster_size;
@@ -412,13 +382,14 @@ std::vector<u8> CNtfs::read_runs(const data_run_list &runs, u64 most) const
     return bytes;
 }
 
-std::vector<u8> CNtfs::read_attribute_clusters(attribute_ref attribute, u64 most) const
+std::vector<u8> CNtfs::read_attribute_clusters(attribute_ref attribute,
+                                               u64 max_bytes) const
 {
     data_run_list runs;
     if (m_cluster_size == 0 || !attribute.non_resident() ||
         !decode_run_list(attribute.run_list(), runs, attribute.type(), true))
         return {};
-    return read_runs(runs, most);
+    return read_runs(runs, max_bytes);
 }
 
 bool CNtfs::parse_attribute(INODE_STATS &stats, attribute_ref attribute) const
@@ -440,7 +411,7 @@ void CNtfs::add_owner(INODE_STATS &stats, attribute_ref attribute) const
 {
     const u32 id =
         attribute.content().read_padded<u32>(standard_information::security_id);
-    // The lookup reads files of the volume, so it has to wait for the $MFT to be known.
+    // The lookup reads files of the volume, which needs the runs of the $MFT.
     if (id != 0 && m_owner_lookup && m_Validated && m_mft_stats.data_size != 0)
         m_owner_lookup(stats.owner, id);
 }
@@ -459,7 +430,11 @@ void CNtfs::follow_list(INODE_STATS &stats, byte_view entry_bytes, u64 entry) co
         record.read_padded<u16>(file_record::sequence.offset) ==
             reference_sequence(reference);
     attribute_ref found;
-    if (belongs && find_attribute(record, entry_bytes, found))
+    const auto is_named = [entry_bytes](attribute_ref attribute) {
+        return attribute.type() == entry_bytes.read_padded<u32>(list_entry::type) &&
+               attribute.id() == entry_bytes.read_padded<u16>(list_entry::id);
+    };
+    if (belongs && find_attribute(record, is_named, found))
         parse_attribute(stats, found);
 }
 
@@ -469,16 +444,17 @@ bool CNtfs::collect_inode_stats(byte_view record, INODE_STATS &stats, u64 entry)
     byte_view list;
     bool good = true;
     stats = {};
-    for_each_attribute(record, [&](attribute_ref one) {
-        if (one.is(attribute_type::attribute_list)) {
-            outside = read_attribute_clusters(one, max_list_bytes);
-            list = one.non_resident() ? byte_view{outside} : one.content();
+    for_each_attribute(record, [&](attribute_ref found) {
+        if (found.is(attribute_type::attribute_list)) {
+            outside = read_attribute_clusters(found, max_list_bytes);
+            list = found.non_resident() ? byte_view{outside} : found.content();
         }
-        good = parse_attribute(stats, one);
+        good = parse_attribute(stats, found);
         return good;
     });
-    for_each_inner_entry(list, [&](byte_view one) { follow_list(stats, one, entry); });
-    number_runs(stats);
+    for_each_inner_entry(list,
+                         [&](byte_view listed) { follow_list(stats, listed, entry); });
+    assign_vcns(stats);
     return good;
 }
 

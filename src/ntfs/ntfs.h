@@ -39,69 +39,102 @@ enum class volume_kind : i32 {
 
 /// One NTFS volume on a disk. Opening only makes the object; `validate_volume` reads
 /// the boot sector and entry 0, once, and everything else needs it to have succeeded.
+/// Entry numbers are indexes into the $MFT, cluster numbers (LCN) count from the start
+/// of the volume.
 class CNtfs {
 public:
+    /// Over a file or a device. The volume begins `offset` bytes into it, also for the
+    /// other constructors. An empty path, or a kind that isn't one of a path, makes an
+    /// object that never validates.
     CNtfs(std::string_view path, u64 offset, volume_kind kind);
+    /// Over a physical drive: "/dev/sda" is 0.
     CNtfs(u32 drive_number, u64 offset);
-    /// Over a chain of virtual disk files. An offset of 0 stands for the first
-    /// partition, or for the disk's start if there is none.
+    /// Over a chain of virtual disk files. An offset of 0 means the first partition, or
+    /// the start of the disk if there is none.
     CNtfs(const std::vector<std::string> &paths, u64 offset);
     ~CNtfs();
     CNtfs(const CNtfs &) = delete;
     CNtfs &operator=(const CNtfs &) = delete;
 
+    /// Reads the boot sector and entry 0 of the $MFT. False if either can't be read or
+    /// isn't one; a later call tries again. Once it has succeeded, it costs nothing.
     bool validate_volume();
     bool is_validated() const { return m_disk != nullptr && m_Validated; }
 
-    /// Asking for these ahead of a successful validation is a fault of the program.
+    /// The boot sector. Asking for this or for the next four before a successful
+    /// validation is a bug in the caller.
     const NTFS_BOOT &get_boot_sector() const;
+    /// What entry 0 says of the $MFT itself.
     const INODE_STATS &get_mft_inode_stats() const;
     /// The runs of the $MFT, in ascending order of their VCNs.
     const std::vector<cluster_run> &get_mft_runs() const { return m_mft_runs; }
+    /// The runs of $Bitmap; empty if its record can't be read.
     const data_run_list &get_bitmap_inode_runlist() const;
+    /// The runs of the $MFT's own bitmap. Kept for callers of the library.
     const data_run_list &get_mft_inode_bitmap_runlist() const;
+    /// How many records the runs of the $MFT have room for. Hostile runs may claim
+    /// clusters that aren't on the medium.
     u64 get_mft_entry_count() const { return m_Validated ? m_entry_count : 0; }
     u32 get_bytes_per_sector() const { return m_boot.get(ntfs_boot::bytes_per_sector); }
+    /// Kept for callers of the library.
     u32 get_sectors_per_cluster() const { return m_sectors_per_cluster; }
+    /// In bytes; 0 before the boot sector was read.
     u32 get_cluster_size() const { return m_cluster_size; }
+    /// As the boot sector states it. Kept for callers of the library.
     u64 get_total_clusters() const { return m_total_clusters; }
+    /// In bytes; 1024 before the boot sector was read.
     u32 get_mft_record_size() const
     {
         return m_mft_record_size == 0 ? 1024 : m_mft_record_size;
     }
     u64 get_mft_start_lcn() const { return m_boot.get(ntfs_boot::mft_start_lcn); }
+    /// Where the volume begins on the disk, in bytes.
     u64 get_volume_offset() const { return m_volume_offset; }
+    /// The disk, or null if it isn't open. It is the volume's own, and mutable although
+    /// the volume is const: a run list that a caller attaches to it stays attached for
+    /// all later mapped reads, until the next caller attaches another. No read of this
+    /// class is mapped. `RAW_DISK_IO::read_mapped` needs no attached list.
     RAW_DISK_IO *get_disk() const;
 
     /// The byte position of an entry relative to the volume; 0 if it has none.
     u64 get_entry_position(u64 entry) const;
+    /// The cluster that holds the first byte of an entry, and the byte's offset in it.
+    /// False if no run of the $MFT holds the entry, or a sparse one.
     bool get_lcn_for_inode(u64 entry, u64 &lcn, u32 &offset_in_cluster) const;
-    /// The number of the last entry that the $MFT's own bitmap calls allocated.
+    /// The number of the last entry that is allocated according to the $MFT's own
+    /// bitmap; 0 if the bitmap can't be read. Kept for callers of the library.
     u64 get_last_allocated_indo_per_mftbitmap() const;
 
-    /// Reads whole clusters. `length` must be a multiple of the cluster size and comes
-    /// back as the bytes read.
+    /// Reads whole clusters into `buffer`. `length`, in bytes, must be a multiple of
+    /// the cluster size and comes back as the bytes read: fewer at the end of the
+    /// medium. False if nothing could be read.
     bool read_clusters(u64 lcn, u8 *buffer, u32 &length) const;
     /// Reads an entry and applies its update sequence; an "INDX" block passes as well.
     /// `record` gets what was delivered, at most one record. False for an unreadable
     /// entry or another signature.
-    bool read_filerecord(u64 entry, std::vector<u8> &record, u64 &position) const;
     bool read_filerecord(u64 entry, std::vector<u8> &record) const;
-    /// The same for a reader that wants to know what the block is.
+    /// The same, also for the type of the block: "BAAD" succeeds as well.
     bool read_record_checked(u64 entry, std::vector<u8> &record,
                              block_type &type) const;
-    /// Fills `stats` from a record that was read, its attribute list included.
+    /// Fills `stats` from the "FILE" record of `entry`, which was read and has its
+    /// update sequence applied, and from the records that its attribute list names.
+    /// False if an attribute of the record itself can't be used; `stats` then holds
+    /// those before it.
     bool collect_inode_stats(byte_view record, INODE_STATS &stats, u64 entry) const;
     /// Reads a non-resident attribute's clusters one by one, up to the first that
-    /// fails. Never more than `most` bytes.
-    std::vector<u8> read_attribute_clusters(attribute_ref attribute, u64 most) const;
+    /// can't be read, but not more than `max_bytes` or one cluster. Empty for a
+    /// resident attribute.
+    std::vector<u8> read_attribute_clusters(attribute_ref attribute,
+                                            u64 max_bytes) const;
 
+    /// The directories that paths have led through so far.
     directory_cache &path_cache() { return m_path_cache; }
 
-    /// Who owns what a security id of this volume stands for; false for an unknown one.
+    /// Finds the owner that a security id of this volume refers to; false for an
+    /// unknown id.
     using owner_lookup = std::function<bool(std::string &out_owner, u32 security_id)>;
-    /// From here on `collect_inode_stats` tells owners. Without a lookup nobody owns
-    /// anything.
+    /// Has `collect_inode_stats` fill in owners from now on. Without a lookup they stay
+    /// empty.
     void set_owner_lookup(owner_lookup lookup) { m_owner_lookup = std::move(lookup); }
 
 private:
@@ -111,24 +144,23 @@ private:
     void count_entries();
     bool parse_attribute(INODE_STATS &stats, attribute_ref attribute) const;
     void add_owner(INODE_STATS &stats, attribute_ref attribute) const;
-    std::vector<u8> read_runs(const data_run_list &runs, u64 most) const;
+    std::vector<u8> read_runs(const data_run_list &runs, u64 max_bytes) const;
+    bool read_record(u64 entry, std::vector<u8> &record) const;
     void follow_list(INODE_STATS &stats, byte_view list, u64 entry) const;
     bool read_bytes(u64 position, u8 *buffer, u32 &length) const;
 
     NTFS_BOOT m_boot;
     std::unique_ptr<RAW_DISK_IO> m_disk;
-    volume_kind m_kind = volume_kind::bad;
     bool m_Validated = false;
     std::vector<u8> m_first_entry;
     INODE_STATS m_mft_stats;
     std::vector<cluster_run> m_mft_runs; ///< of the $MFT, by ascending VCN
     data_run_list m_bitmap_runs;
-    u32 m_allocated_record_size = 0; ///< as entry 0 states it; steers walks
+    u32 m_allocated_record_size = 0; ///< as entry 0 states it; the step of entries
     u64 m_entry_count = 0;
     u32 m_cluster_size = 0;
-    u64 m_total_clusters = 0;
-    u32 m_mft_cluster_per_record_fixed = 0;
     u64 m_mft_file_pos = 0; ///< byte offset of the $MFT relative to the volume
+    u64 m_total_clusters = 0;
     u32 m_sectors_per_cluster = 0;
     u64 m_volume_offset = 0;
     u32 m_mft_record_size = 0;
@@ -136,20 +168,22 @@ private:
     owner_lookup m_owner_lookup;
 };
 
-/// Opens and validates a volume; null if it isn't one. The path may be a drive letter
-/// with its colon, a device path that begins with two backslashes, or any other.
+/// Opens and validates a volume that begins `offset` bytes into its target; null if it
+/// isn't one. The path may be a drive letter with its colon, a device path that begins
+/// with two backslashes, or any other.
 std::unique_ptr<CNtfs> open_volume(std::string_view path, u64 offset);
-/// The same for a path that begins "\\.\"; any other is refused.
+/// The same for a path that begins with "\\.\"; any other is refused. Kept for callers
+/// of the library.
 std::unique_ptr<CNtfs> open_device_volume(std::string_view path, u64 offset);
 /// The same for a physical drive: "/dev/sda" is 0.
 std::unique_ptr<CNtfs> open_drive_volume(u32 drive_number, u64 offset);
 /// The same for the files of a chain of virtual disks, in any order; an offset of 0
-/// stands for the first partition. An empty list fails.
+/// means the first partition. An empty list fails.
 std::unique_ptr<CNtfs> open_vmdk_volume(const std::vector<std::string> &paths,
                                         u64 offset);
 
-/// A bit of a bitmap, the least significant first. An index just behind the bytes reads
-/// the spare byte there, as zero; one further on is 0.
+/// A bit of a bitmap such as $Bitmap, the least significant bit of a byte first. False
+/// after the end of the bitmap. Kept for callers of the library.
 bool test_bitmap_bit(byte_view bitmap, u64 bit);
 
 } // namespace hv

@@ -64,7 +64,7 @@ bool consume_aliases(arg_list &args)
         std::string value;
         if (!take_value(args, name, value)) continue;
         std::vector<std::string> parts;
-        split(value, '|', parts, true, empty_pieces::keep);
+        split(value, '|', parts, piece_blanks::trim, empty_pieces::keep);
         if (parts.size() % 2 == 0) continue;
         print_error("imbalanced alias to true pathfiles, aborting\n");
         return false;

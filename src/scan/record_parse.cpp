@@ -91,8 +91,7 @@ private:
         if (content.read_padded<u8>(file_name::name_space) == file_name::dos_name_space)
             return;
         const u64 units = content.read_padded<u8>(file_name::name_length);
-        uni::utf16_name_to_utf8(content.clip(file_name::name, 2 * units), m_result.name,
-                                false);
+        uni::utf16_name_to_utf8(content.clip(file_name::name, 2 * units), m_result.name);
         if (m_result.real_size == 0)
             m_result.real_size = content.read_padded<u64>(file_name::real_size);
     }

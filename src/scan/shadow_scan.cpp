@@ -172,7 +172,7 @@ private:
         item.offset = position;
         item.number = cluster;
         carve_cluster(item);
-        tend_console();
+        flush_console_if_due();
     }
 
     const CNtfs &m_volume;

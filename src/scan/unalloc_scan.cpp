@@ -166,7 +166,7 @@ private:
                 deliver(cluster + i, position + i * m_cluster_size,
                         bytes.clip(i * m_cluster_size, m_cluster_size));
         }
-        tend_console();
+        flush_console_if_due();
         return many;
     }
 

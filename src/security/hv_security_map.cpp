@@ -42,7 +42,7 @@ bool find_attribute_of(attrib_info &out, const CNtfs &volume, u64 entry,
                        attribute_type type, std::string_view name)
 {
     std::vector<attrib_info> attributes;
-    get_attribute_list(volume, entry, attributes, false);
+    get_attribute_list(volume, entry, attributes, attribute_scope::all);
     const auto found =
         std::ranges::find_if(attributes, [&](const attrib_info &attribute) {
             return attribute.type == static_cast<u32>(type) &&

@@ -23,7 +23,7 @@ enum dollar_i_version : u32 { version_1 = 1, version_2 = 2 };
 std::string read_wide_path(byte_view bytes, u64 limit)
 {
     std::string path;
-    uni::utf16_name_to_utf8(bytes.clip(0, limit), path, false);
+    uni::utf16_name_to_utf8(bytes.clip(0, limit), path);
     return path;
 }
 

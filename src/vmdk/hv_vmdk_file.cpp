@@ -125,7 +125,7 @@ open_failure vmdk_file::read_descriptor()
     // The text is padded with NUL bytes.
     const std::string text(area.begin(), std::ranges::find(area, u8{0}));
     std::vector<std::string> lines;
-    split(text, '\n', lines, false, empty_pieces::drop);
+    split(text, '\n', lines, piece_blanks::keep, empty_pieces::drop);
     for (std::string &line : lines) {
         trim_line_end(line);
         if (!line.empty()) add_descriptor_line(line);

@@ -79,7 +79,7 @@ u64 read_machine(std::string &text, byte_view block, u64 at)
     const u16 length = block.read_padded<u16>(at);
     byte_view units;
     if (length != 0 && block.sub(at + 2, length, units))
-        uni::utf16_name_to_utf8(units, text, false);
+        uni::utf16_name_to_utf8(units, text);
     return at + 2 + length;
 }
 

@@ -8,91 +8,141 @@
 
 using namespace hv;
 
-// clang-format off
 namespace {
 
-// A non-resident attribute that starts at cluster `vcn` of its stream.
-std::vector<u8> attribute_with(const std::vector<u8> &list, u64 vcn = 5)
+// A non-resident attribute that begins at cluster `vcn` of its stream.
+std::vector<u8> attribute_with(const std::vector<u8> &list, u64 vcn = 0)
 {
     std::vector<u8> bytes(64 + list.size());
-    std::copy(list.begin(), list.end(), bytes.begin() + 64);
+    std::ranges::copy(list, bytes.begin() + 64);
     test_support::put_number(bytes, 4, bytes.size(), 4);
     test_support::put_number(bytes, 16, vcn, 8);
     test_support::put_number(bytes, 32, 64, 2);
     return bytes;
 }
 
-} // namespace
+// Runs as "vcn:lcn(delta)xclusters", those of the disk without the delta.
+template <class Run> std::string text_of(const std::vector<Run> &runs)
+{
+    std::string text;
+    for (const Run &run : runs) {
+        std::string where = std::to_string(run.lcn);
+        if constexpr (requires { run.delta; })
+            where += "(" + std::to_string(run.delta) + ")";
+        else if (run.is_sparse)
+            where = "hole";
+        text += std::to_string(run.vcn) + ":" + where + "x" +
+                std::to_string(run.clusters) + " ";
+    }
+    return text;
+}
+
+std::string clusters_of(const data_run_list &runs)
+{
+    std::vector<cluster_run> clusters;
+    runs_to_cluster_runs(runs, clusters);
+    return text_of(clusters);
+}
+
+std::vector<flat_run> flat_runs(byte_view attribute)
+{
+    std::vector<flat_run> runs;
+    EXPECT_TRUE(decode_flat_runs(attribute, runs));
+    return runs;
+}
+
+struct run_case {
+    std::vector<u8> list;
+    std::string runs;              // in the full and the flat form
+    std::string clusters;          // as converted from the full form
+    std::string listed = clusters; // as converted from the list form
+};
 
 TEST(DataRun, DecodesAllForms)
 {
-    struct expected_run { u64 lcn, delta; u32 clusters; u64 list_lcn; bool sparse; };
-    const u64 none = ~u64{0};
-    const struct { const char *name; std::vector<u8> list; std::vector<expected_run> runs; } cases[] = {
-        {"OneRun", {0x21, 0x18, 0x34, 0x56, 0}, {{0x5634, 0x5634, 0x18, 0x5634, false}}},
-        {"Backwards", {0x21, 2, 0, 1, 0x11, 3, 0xFF, 0}, {{0x100, 0x100, 2, 0x100, false}, {0xFF, 1, 3, 0xFF, false}}},
-        {"EightBytesBackwards", {0x21, 1, 0, 1, 0x81, 2, 0xF0, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF},
-         {{0x100, 0x100, 1, 0x100, false}, {0xF0, 0x10, 2, 0xF0, false}}},
-        {"HoleBetween", {0x21, 16, 0, 0x10, 0x01, 8, 0x11, 4, 0x20, 0},
-         {{0x1000, 0x1000, 16, 0x1000, false}, {0x1000, 0, 8, none, true}, {0x1020, 0x20, 4, 0x1020, false}}},
-        {"ClusterZeroFirst", {0x11, 4, 0, 0x11, 3, 0, 0}, {{0, 0, 4, 0, false}, {0, 0, 3, 0, true}}},
-        {"CutEntry", {0x11, 4, 0x10, 0x31, 5, 1, 2}, {{0x10, 0x10, 4, 0x10, false}}},
-        {"OutOfTheNumbers", {0x11, 1, 0x80, 0}, {{~u64{127}, 128, 1, ~u64{127}, false}}},
-        {"Empty", {0, 0x11, 4, 0x10}, {}}, {"NoByte", {}, {}}};
-    for (const auto &[name, list, expected] : cases) {
+    const std::vector<run_case> cases = {
+        {{0x21, 0x18, 0x34, 0x56, 0}, "0:22068(22068)x24 ", "0:22068x24 "},
+        // Backwards, also with eight bytes.
+        {{0x21, 2, 0, 1, 0x11, 3, 0xFF, 0},
+         "0:256(256)x2 2:255(1)x3 ",
+         "0:256x2 2:255x3 "},
+        {{0x21, 1, 0, 1, 0x81, 2, 0xF0, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF},
+         "0:256(256)x1 1:240(16)x2 ",
+         "0:256x1 1:240x2 "},
+        {{0x11, 1, 0x80, 0},
+         "0:18446744073709551488(128)x1 ",
+         "0:18446744073709551488x1 "},
+        // A hole, and cluster 0 at the start.
+        {{0x21, 16, 0, 0x10, 0x01, 8, 0x11, 4, 0x20, 0},
+         "0:4096(4096)x16 16:4096(0)x8 24:4128(32)x4 ",
+         "0:4096x16 16:holex8 24:4128x4 "},
+        {{0x11, 4, 0, 0x11, 3, 0, 0},
+         "0:0(0)x4 4:0(0)x3 ",
+         "0:0x4 4:holex3 ",
+         "0:0x4 4:0x3 "},
+        // Cut in the second entry; no entry; no byte.
+        {{0x11, 4, 0x10, 0x31, 5, 1, 2}, "0:16(16)x4 ", "0:16x4 "},
+        {{0, 0x11, 4, 0x10}, "", ""},
+        {{}, "", ""}};
+    for (const auto &[list, runs, clusters, listed_clusters] : cases) {
         const std::vector<u8> attribute = attribute_with(list);
         data_run_list full, listed(1);
-        std::vector<flat_run> flat;
-        std::vector<cluster_run> clusters;
-        EXPECT_TRUE(decode_attribute_runs(byte_view{attribute}, full) && decode_flat_runs(byte_view{attribute}, flat)) << name;
-        EXPECT_EQ(decode_run_list(byte_view{list}, listed, 128, true), !expected.empty()) << name;
-        runs_to_cluster_runs(full, clusters);
-        ASSERT_TRUE(full.size() == expected.size() && flat.size() == full.size() && listed.size() == full.size()) << name;
-        u64 vcn = 0;
-        for (std::size_t i = 0; i < full.size(); ++i) {
-            const auto &[lcn, delta, count, list_lcn, sparse] = expected[i];
-            EXPECT_EQ(std::tuple(full[i].lcn, full[i].delta, full[i].clusters, full[i].vcn), std::tuple(lcn, delta, count, 5 + vcn)) << name;
-            EXPECT_EQ(std::tuple(flat[i].lcn, flat[i].delta, flat[i].clusters, flat[i].vcn), std::tuple(lcn, delta, count, 5 + vcn)) << name;
-            EXPECT_EQ(std::tuple(listed[i].lcn, listed[i].clusters, listed[i].vcn), std::tuple(list_lcn, count, vcn)) << name;
-            EXPECT_TRUE(clusters[i].is_sparse == sparse && clusters[i].lcn == (sparse ? 0 : lcn)) << name;
-            vcn += count;
-        }
-        // A hole is one in the list form as well, which has another mark for it.
-        runs_to_cluster_runs(listed, clusters);
-        for (std::size_t i = 0; i < listed.size(); ++i) EXPECT_EQ(clusters[i].is_sparse, expected[i].list_lcn == none) << name;
+        decode_attribute_runs(byte_view{attribute}, full);
+        EXPECT_EQ(text_of(full), runs) << runs;
+        EXPECT_EQ(clusters_of(full), clusters) << runs;
+        EXPECT_EQ(text_of(flat_runs(byte_view{attribute})), runs) << runs;
+        EXPECT_EQ(decode_run_list(byte_view{list}, listed, 128, true), !runs.empty())
+            << runs;
+        EXPECT_EQ(clusters_of(listed), listed_clusters) << runs;
     }
 }
 
 TEST(DataRun, StaysInsideTheAttribute)
 {
-    const std::vector<u8> two = {0x11, 4, 0x10, 0x11, 4, 0x10}, folded = {0x15, 5, 0, 0, 0, 1, 0x40, 0};
-    std::vector<u8> attribute = attribute_with(two);
-    std::vector<flat_run> flat;
-    test_support::put_number(attribute, 4, 67, 4); // the list is cut behind its first run
-    EXPECT_TRUE(decode_flat_runs(byte_view{attribute}, flat) && flat.size() == 1);
+    const std::vector<u8> two = {0x11, 4, 0x10, 0x11, 4, 0x10};
+    std::vector<u8> attribute = attribute_with(two, 5);
+    EXPECT_EQ(text_of(flat_runs(byte_view{attribute})), "5:16(16)x4 9:32(16)x4 ");
+    test_support::put_number(attribute, 4, 67,
+                             4); // the list is cut after its first run
+    EXPECT_EQ(text_of(flat_runs(byte_view{attribute})), "5:16(16)x4 ");
     test_support::put_number(attribute, 32, 0xFFFF, 2);
-    EXPECT_TRUE(decode_flat_runs(byte_view{attribute}, flat) && flat.size() == 1);
+    EXPECT_EQ(text_of(flat_runs(byte_view{attribute})), "");
     test_support::put_number(attribute, 4, 0, 4);
-    EXPECT_FALSE(decode_flat_runs(byte_view{attribute}, flat) || decode_flat_runs({}, flat));
-    EXPECT_TRUE(decode_flat_runs(byte_view{attribute_with(two, ~u64{2})}, flat) && flat.size() == 2) << "VCNs pass 64 bits";
-    // The fifth byte of a length is folded onto the first, in the list form only.
+    std::vector<flat_run> none;
+    EXPECT_FALSE(decode_flat_runs(byte_view{attribute}, none));
+    EXPECT_FALSE(decode_flat_runs({}, none));
+    EXPECT_EQ(flat_runs(byte_view{attribute_with(two, ~u64{2})}).size(), 1u)
+        << "the VCN of the second run passes 64 bits";
+}
+
+// The fifth byte of a length is added to the first, in the list form only.
+TEST(DataRun, FoldsLongLengths)
+{
+    const std::vector<u8> list = {0x15, 5, 0, 0, 0, 1, 0x40, 0};
     data_run_list runs;
-    EXPECT_TRUE(decode_run_list(byte_view{folded}, runs, 128, false) && runs.back().clusters == 6);
-    EXPECT_TRUE(decode_attribute_runs(byte_view{attribute_with(folded)}, runs) && runs.back().clusters == 5);
+    EXPECT_TRUE(decode_run_list(byte_view{list}, runs, 128, false));
+    decode_attribute_runs(byte_view{attribute_with(list)}, runs);
+    EXPECT_EQ(clusters_of(runs), "0:64x6 0:64x5 ");
 }
 
 TEST(DataRun, FindsAndCompactsRuns)
 {
-    std::vector<cluster_run> runs = {{70, 9, false, 2}, {50, 0, false, 4}, {0, 2, true, 5}, {60, 9, false, 3}};
-    std::size_t at = 9;
-    u64 place = 9;
-    EXPECT_TRUE(find_vcn(runs, 3, at, place) && at == 1 && place == 53) << "the first in the list";
-    EXPECT_TRUE(find_vcn(runs, 4, at, place) && at == 2 && place == 0);
-    EXPECT_TRUE(find_vcn(runs, 11, at, place) && at == 3 && place == 62 && !find_vcn(runs, 7, at, place));
-    EXPECT_TRUE(runs_total_bytes(runs, 512, false) == 14u * 512 && runs_total_bytes(runs, 512, true) == 9u * 512);
+    std::vector<cluster_run> runs = {
+        {70, 9, false, 2}, {50, 0, false, 4}, {0, 2, true, 5}, {60, 9, false, 3}};
+    std::size_t index = 9;
+    u64 lcn = 9;
+    for (const auto &[vcn, wanted_index, wanted_lcn] :
+         {std::tuple<u64, std::size_t, u64>{3, 1, 53}, {4, 2, 0}, {11, 3, 62}}) {
+        EXPECT_TRUE(find_vcn(runs, vcn, index, lcn));
+        EXPECT_EQ(std::tuple(index, lcn), std::tuple(wanted_index, wanted_lcn)) << vcn;
+    }
+    EXPECT_FALSE(find_vcn(runs, 7, index, lcn));
+    EXPECT_EQ(runs_total_bytes(runs, 512, false), 14u * 512);
+    EXPECT_EQ(runs_total_bytes(runs, 512, true), 9u * 512);
     const cluster_run huge{0, 0, false, 0xFFFFFFFF};
     EXPECT_EQ(runs_total_bytes({huge, huge}, 0xFFFFFFFF, true), ~u64{0});
     compact_runs(runs);
-    ASSERT_EQ(runs.size(), 2u);
-    EXPECT_TRUE(runs[0].lcn == 50 && runs[0].vcn == 0 && runs[1].lcn == 70 && runs[1].vcn == 4);
+    EXPECT_EQ(text_of(runs), "0:50x4 4:70x2 ");
 }
+
+} // namespace

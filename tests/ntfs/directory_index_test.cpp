@@ -1,12 +1,12 @@
 #include "ntfs/hv_directory_index.h"
 
 #include "ntfs/hv_file_record.h"
-#include "samples/record_builders.h"
+#include "samples/ntfs_structures.h"
+#include "support/fixtures.h"
 
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <cstdlib>
 #include <fstream>
 #include <iterator>
 
@@ -14,6 +14,7 @@ namespace {
 
 using namespace hv;
 using namespace test_support;
+using namespace test_support::ntfs_structures;
 
 struct index_item {
     u64 child = 64;
@@ -23,43 +24,39 @@ struct index_item {
     u32 attributes = 0x20;
 };
 
-// One index entry, its length a multiple of 8.
 byte_vector index_entry_bytes(const index_item &item)
 {
-    const std::size_t name = 2 * item.name.size();
-    byte_vector bytes((82 + name + 7) / 8 * 8);
-    put_number(bytes, 0, item.child, 8);
-    put_number(bytes, 8, bytes.size(), 2);
-    put_number(bytes, 10, 66 + name, 2);
-    put_number(bytes, 16, item.parent, 8);
-    for (std::size_t at = 24; at < 56; at += 8) put_number(bytes, at, item.time, 8);
-    put_number(bytes, 56, 4096, 8);
-    put_number(bytes, 64, 100, 8);
-    put_number(bytes, 72, item.attributes, 4);
-    put_number(bytes, 80, item.name.size(), 1);
+    const u64 name_bytes = 2 * item.name.size();
+    byte_vector bytes(round_up(82 + name_bytes, 8));
+    put_fields(bytes, {{0, 8, item.child},
+                       {8, 2, bytes.size()},
+                       {10, 2, 66 + name_bytes},
+                       {16, 8, item.parent},
+                       {56, 8, 4096},
+                       {64, 8, 100},
+                       {72, 4, item.attributes},
+                       {80, 1, item.name.size()}});
+    for (const std::size_t at : {24u, 32u, 40u, 48u})
+        put_number(bytes, at, item.time, 8);
     put_utf16(bytes, 82, item.name);
     return bytes;
 }
 
-void put_bytes(byte_vector &bytes, std::size_t at, const byte_vector &piece)
+void overwrite(byte_vector &bytes, std::size_t at, const byte_vector &piece)
 {
-    if (bytes.size() < at + piece.size()) bytes.resize(at + piece.size());
-    std::copy(piece.begin(), piece.end(),
-              bytes.begin() + static_cast<std::ptrdiff_t>(at));
+    bytes.resize(std::max(bytes.size(), at + piece.size()));
+    std::ranges::copy(piece, bytes.begin() + static_cast<std::ptrdiff_t>(at));
 }
 
-// Everything from the index header on: entries at 40, the end marker behind them, and
+// Everything from the index header on: entries at 40, the end marker after them, and
 // zeros up to the end of a block.
 byte_vector index_bytes(const std::vector<index_item> &items)
 {
     byte_vector bytes(40);
-    for (const index_item &item : items)
-        put_bytes(bytes, bytes.size(), index_entry_bytes(item));
+    for (const index_item &item : items) append(bytes, index_entry_bytes(item));
     const std::size_t end = bytes.size();
-    put_number(bytes, end + 8, 16, 2);
-    put_number(bytes, end + 12, 2, 4);
-    put_number(bytes, 0, 40, 4);
-    put_number(bytes, 4, bytes.size(), 4);
+    put_fields(bytes,
+               {{end + 8, 2, 16}, {end + 12, 4, 2}, {0, 4, 40}, {4, 4, end + 16}});
     bytes.resize(4072);
     return bytes;
 }
@@ -72,7 +69,7 @@ struct listing {
         good = parse_index_entries(live, slack, given, byte_view{index}, 1000, mode);
     }
 
-    // The names, live ones ahead of a "|", in their order.
+    // The names, live ones before a "|", in their order.
     std::string names() const
     {
         std::string text;
@@ -88,37 +85,30 @@ struct listing {
     bool good = false;
 };
 
-// Entries of one-letter names are 88 bytes long; "a" stands at 40, "b" at 128, "c" at
+// Entries of one-letter names are 88 bytes long; "a" begins at 40, "b" at 128, "c" at
 // 216, and the end marker at 304.
 const std::vector<index_item> abc = {{64, u"a"}, {65, u"b"}, {66, u"c"}};
 
-struct poke_case {
-    const char *what;
-    std::size_t at;
-    u64 value;
-    std::size_t width;
-    const char *names;
-};
-
 TEST(ParseIndexEntries, EndsTheLiveWalk)
 {
-    const std::vector<poke_case> cases = {
-        {"nothing", 8, 0, 4, "a b c |"},
-        {"entry of 512 bytes", 128 + 8, 512, 2, "a b |"},
-        {"entry of 513 bytes", 128 + 8, 513, 2, "a |"},
-        {"entry of length 0", 128 + 8, 0, 2, "a |"},
-        {"no reference", 128, 0, 8, "a |"},
-        {"last entry", 128 + 12, 2, 2, "a |"},
-        {"nothing in use", 4, 0, 4, "|"},
-        {"4095 bytes in use", 4, 4095, 4, "a b c |"},
-        {"4096 bytes in use", 4, 4096, 4, "|"},
-        {"in use into the second entry", 4, 89, 4, "a b |"},
-        {"no name", 40 + 80, 0, 1, "<name not present> b c |"},
+    const std::pair<field, std::string> cases[] = {
+        {{8, 4, 0}, "a b c |"},
+        {{128 + 8, 2, 512}, "a b |"}, // length of the second entry
+        {{128 + 8, 2, 513}, "a |"},
+        {{128 + 8, 2, 0}, "a |"},
+        {{128, 8, 0}, "a |"},      // its reference
+        {{128 + 12, 2, 2}, "a |"}, // its flags: the last entry
+        {{4, 4, 0}, "|"},          // bytes in use
+        {{4, 4, 4095}, "a b c |"},
+        {{4, 4, 4096}, "|"},
+        {{4, 4, 89}, "a b |"},
+        {{40 + 80, 1, 0}, "<name not present> b c |"},
     };
-    for (const poke_case &one : cases) {
+    for (const auto &[change, names] : cases) {
         byte_vector index = index_bytes(abc);
-        put_number(index, one.at, one.value, one.width);
-        EXPECT_EQ(listing(index, slack_mode::skip).names(), one.names) << one.what;
+        put_fields(index, {change});
+        EXPECT_EQ(listing(index, slack_mode::skip).names(), names)
+            << change.value << " at " << change.offset;
     }
     byte_vector outside = index_bytes(abc);
     put_number(outside, 0, outside.size() + 1, 4);
@@ -140,16 +130,16 @@ TEST(ParseIndexEntries, FillsFieldsAndKeys)
 }
 
 constexpr u64 bound_1986 = 121'493'952'000'000'000;
-constexpr u64 bound_2100 = 157'469'184'000'000'000; // 182,256 days behind 1601
+constexpr u64 bound_2100 = 157'469'184'000'000'000; // 182,256 days after 1601
+constexpr std::size_t slack_size = 4072 - 40;
+constexpr field unchanged = {14, 2, 0};
 
 struct slack_case {
     const char *what;
-    std::size_t at; //< behind the end marker of an otherwise empty index
-    index_item item;
-    std::size_t poke; //< one field of the stale entry
-    u64 value;
-    std::size_t width;
+    std::size_t at; // in the slack; the first 16 bytes of it are an end marker
     bool found;
+    index_item item;
+    field change = unchanged; // of the stale entry
 };
 
 TEST(ParseIndexEntries, RecoversStaleEntries)
@@ -157,50 +147,50 @@ TEST(ParseIndexEntries, RecoversStaleEntries)
     const std::u16string longest(64, u'x');
     const std::u16string too_long(65, u'x');
     const std::vector<slack_case> cases = {
-        {"by parent", 16, {.time = 0}, 14, 0, 2, true},
-        {"over the end marker", 0, {.time = 0}, 14, 0, 2, true},
-        {"of another parent", 16, {.parent = 6, .time = 0}, 14, 0, 2, false},
-        {"padding", 16, {.time = 0}, 14, 1, 2, false},
-        {"larger than allocated", 16, {.time = 0}, 64, 4097, 8, false},
-        {"64 units", 16, {.name = longest, .time = 0}, 14, 0, 2, true},
-        {"65 units", 16, {.name = too_long, .time = 0}, 14, 0, 2, false},
-        {"65 units by times", 16, {.name = too_long}, 14, 0, 2, true},
-        {"times need no test", 16, {.parent = 6}, 14, 1, 2, true},
-        {"1985", 16, {.parent = 6, .time = bound_1986 - 1}, 14, 0, 2, false},
-        {"1986", 16, {.parent = 6, .time = bound_1986}, 14, 0, 2, true},
-        {"2100", 16, {.parent = 6, .time = bound_2100}, 14, 0, 2, true},
-        {"later", 16, {.parent = 6, .time = bound_2100 + 1}, 14, 0, 2, false},
-        {"no last stamp", 16, {.parent = 6}, 48, 0, 8, true},
-        {"no first stamp", 16, {.parent = 6}, 24, 0, 8, true},
-        {"cut by the end", 4072 - 40 - 80, {}, 14, 0, 2, false},
-        {"name ends with the block", 4072 - 40 - 88, {.name = u"abc"}, 14, 0, 2, true},
+        {"by parent", 16, true, {.time = 0}},
+        {"under the end marker", 0, true, {.time = 0}},
+        {"of another parent", 16, false, {.parent = 6, .time = 0}},
+        {"padding", 16, false, {.time = 0}, {14, 2, 1}},
+        {"larger than allocated", 16, false, {.time = 0}, {64, 8, 4097}},
+        {"64 units", 16, true, {.name = longest, .time = 0}},
+        {"65 units", 16, false, {.name = too_long, .time = 0}},
+        {"65 units by times", 16, true, {.name = too_long}},
+        {"times need no test", 16, true, {.parent = 6}, {14, 2, 1}},
+        {"1985", 16, false, {.parent = 6, .time = bound_1986 - 1}},
+        {"1986", 16, true, {.parent = 6, .time = bound_1986}},
+        {"2100", 16, true, {.parent = 6, .time = bound_2100}},
+        {"later", 16, false, {.parent = 6, .time = bound_2100 + 1}},
+        {"no last stamp", 16, true, {.parent = 6}, {48, 8, 0}},
+        {"no first stamp", 16, true, {.parent = 6}, {24, 8, 0}},
+        {"cut by the end", slack_size - 80, false, {}},
+        {"name ends with the block", slack_size - 88, true, {.name = u"abc"}},
     };
-    for (const slack_case &one : cases) {
-        byte_vector stale = index_entry_bytes(one.item);
-        put_number(stale, one.poke, one.value, one.width);
+    for (const auto &[what, at, is_found, item, change] : cases) {
+        byte_vector stale = index_entry_bytes(item);
+        put_fields(stale, {change});
         byte_vector index = index_bytes({});
-        if (one.at == 0) stale.erase(stale.begin(), stale.begin() + 16);
-        put_bytes(index, one.at == 0 ? 56 : 40 + one.at, stale);
+        if (at == 0) std::copy_n(index.begin() + 40, 16, stale.begin());
+        overwrite(index, 40 + at, stale);
         index.resize(4072);
         const listing found(index, slack_mode::recover, 5);
-        EXPECT_EQ(found.slack.size(), one.found ? 1u : 0u) << one.what;
+        EXPECT_EQ(found.slack.size(), is_found ? 1u : 0u) << what;
         for (const auto &[parent, entry] : found.slack) {
-            EXPECT_EQ(parent, one.item.parent) << one.what;
-            EXPECT_EQ(entry.position, 1000u + 40 + one.at) << one.what;
+            EXPECT_EQ(parent, item.parent) << what;
+            EXPECT_EQ(entry.position, 1000u + 40 + at) << what;
         }
-        EXPECT_TRUE(listing(index, slack_mode::skip, 5).slack.empty()) << one.what;
+        EXPECT_TRUE(listing(index, slack_mode::skip, 5).slack.empty()) << what;
     }
 }
 
 TEST(ParseIndexEntries, KeepsSlackEntriesApart)
 {
-    // Two believable heads 40 bytes apart: the first one is taken.
+    // Two believable starts 40 bytes apart: the first one is taken.
     byte_vector index = index_bytes(abc);
-    put_bytes(index, 320, index_entry_bytes({70, u"inner", 5, 0}));
+    overwrite(index, 320, index_entry_bytes({70, u"inner", 5, 0}));
     put_number(index, 320 + 64, 0, 8); // the second one leaves little allocated
     byte_vector head = index_entry_bytes({71, u"", 5, 0});
     head.resize(24);
-    put_bytes(index, 360, head);
+    overwrite(index, 360, head);
     put_number(index, 360 + 80, 1, 1);
     put_number(index, 360 + 82, u'y', 2);
     EXPECT_EQ(listing(index).names(), "a b c | inner");
@@ -227,56 +217,56 @@ TEST(ReadIndexNames, WalksStrictlyOrNot)
         {4, 4096, {}, {}},
         {0, 4072, {}, {}}, // first entry
     };
-    for (const names_case &one : cases) {
+    for (const auto &[at, value, strict, tolerant] : cases) {
         byte_vector index = index_bytes(abc);
-        put_number(index, one.at, one.value, 2);
+        put_number(index, at, value, 2);
         for (const name_walk mode : {name_walk::strict, name_walk::tolerant}) {
-            const auto &wanted = mode == name_walk::strict ? one.strict : one.tolerant;
+            const auto &wanted = mode == name_walk::strict ? strict : tolerant;
             std::set<u64> children;
             EXPECT_EQ(read_index_names(children, byte_view{index}, mode),
                       !wanted.empty());
-            EXPECT_EQ(children, wanted) << one.at << " " << one.value;
+            EXPECT_EQ(children, wanted) << value << " at " << at;
         }
     }
 }
 
-// The names of one index allocation, live ones by block.
-void list_file(const std::string &path, std::vector<std::size_t> &counts,
-               std::set<std::string> &live, std::set<std::string> &slack)
-{
-    std::ifstream in(path, std::ios::binary);
-    byte_vector bytes{std::istreambuf_iterator<char>(in), {}};
-    ASSERT_EQ(bytes.size(), 5u * 4096);
-    for (std::size_t at = 0; at < bytes.size(); at += 4096) {
-        const std::span block = std::span(bytes).subspan(at, 4096);
-        EXPECT_TRUE(apply_fixup(block, 512));
-        const listing found(byte_vector(block.begin() + 24, block.end()));
-        counts.push_back(found.live.size());
-        for (const auto &[key, entry] : found.live) live.insert(entry.name);
-        for (const auto &[key, entry] : found.slack) slack.insert(entry.name);
+// The names of one index allocation, and how many of them are live in each block.
+struct listed_file {
+    explicit listed_file(const std::string &name)
+    {
+        std::ifstream in(fixture_or_skip(name), std::ios::binary);
+        byte_vector bytes{std::istreambuf_iterator<char>(in), {}};
+        EXPECT_EQ(bytes.size(), 5u * 4096);
+        for (std::size_t at = 0; at + 4096 <= bytes.size(); at += 4096) {
+            const std::span block = std::span(bytes).subspan(at, 4096);
+            EXPECT_TRUE(apply_fixup(block, 512));
+            const listing found(byte_vector(block.begin() + 24, block.end()));
+            counts.push_back(found.live.size());
+            for (const auto &[key, entry] : found.live) live.insert(entry.name);
+            for (const auto &[key, entry] : found.slack) slack.insert(entry.name);
+        }
     }
-}
+
+    std::vector<std::size_t> counts;
+    std::set<std::string> live, slack;
+};
 
 TEST(ListDirectory, RealIndexKeepsWhatWasDeleted)
 {
-    const char *root = std::getenv("VESKIT_FIXTURES");
-    if (root == nullptr) GTEST_SKIP() << "VESKIT_FIXTURES names no folder";
-    const std::string folder = root + std::string("/i30/");
-    std::vector<std::size_t> counts;
-    std::set<std::string> before, after, slack, ignored;
-    list_file(folder + "Start.I30", counts, before, ignored);
-    list_file(folder + "FirstDelete.I30", counts, after, slack);
-    EXPECT_EQ(counts, (std::vector<std::size_t>{9, 20, 0, 19, 2, 3, 8, 0, 7, 2}));
+    const listed_file before("i30/Start.I30"), after("i30/FirstDelete.I30");
+    EXPECT_EQ(before.counts, (std::vector<std::size_t>{9, 20, 0, 19, 2}));
+    EXPECT_EQ(after.counts, (std::vector<std::size_t>{3, 8, 0, 7, 2}));
     // Of 30 names that vanished, 14 were overwritten by their neighbours moving up; the
-    // bytes of these still stand in the second file.
-    for (const std::string name :
-         {"Folder5", "Folder5a", "SOE7F0~1.TXT", "SOMEFI~1.TXT", "SOMEFI~2.TXT",
-          "SOMEFI~3.TXT", "SOMEFI~4.TXT", "SomeFile12.txt", "SomeFile2.txt",
-          "SomeFile3.txt", "SomeFile4.txt", "SomeFile5.txt", "SomeFile6.txt",
-          "SomeFile7.txt", "SomeFile8.txt", "SomeFile9.txt"})
-        EXPECT_TRUE(before.contains(name) && !after.contains(name) &&
-                    slack.contains(name))
-            << name;
+    // bytes of the others are still in the second file.
+    const std::set<std::string> gone = {
+        "Folder5",       "Folder5a",      "SOE7F0~1.TXT",  "SOMEFI~1.TXT",
+        "SOMEFI~2.TXT",  "SOMEFI~3.TXT",  "SOMEFI~4.TXT",  "SomeFile12.txt",
+        "SomeFile2.txt", "SomeFile3.txt", "SomeFile4.txt", "SomeFile5.txt",
+        "SomeFile6.txt", "SomeFile7.txt", "SomeFile8.txt", "SomeFile9.txt"};
+    EXPECT_TRUE(std::ranges::includes(before.live, gone));
+    EXPECT_TRUE(std::ranges::includes(after.slack, gone));
+    for (const std::string &name : gone)
+        EXPECT_FALSE(after.live.contains(name)) << name;
 }
 
 } // namespace

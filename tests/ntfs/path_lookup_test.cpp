@@ -1,63 +1,42 @@
 #include "ntfs/hv_path_lookup.h"
 
+#include "base/hv_text_convert.h"
+#include "ntfs/built_volume.h"
 #include "ntfs/hv_mft_entries_ctx.h"
-#include "ntfs/ntfs.h"
-#include "samples/ntfs_volume_builder.h"
-#include "support/temp_dir.h"
+#include "support/fixtures.h"
 
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <cstdlib>
-#include <sstream>
 
 namespace {
 
 using namespace hv;
 using namespace test_support;
 
-// A volume in a file of its own.
-struct open_volume {
-    explicit open_volume(const ntfs_volume_builder &builder)
-        : open_volume(builder.build())
-    {
-    }
-    explicit open_volume(const byte_vector &image)
-        : volume(dir.write_file("volume", std::string(image.begin(), image.end())), 0,
-                 volume_kind::path)
-    {
-        EXPECT_TRUE(volume.validate_volume());
-    }
-
-    // Entry, parent and path as resolved; "-" for a path that leads nowhere.
-    std::string find(std::wstring_view path, link_mode links = link_mode::stop)
-    {
-        u64 inode = 1;
-        u64 parent = 1;
-        std::wstring resolved;
-        log.str({});
-        if (!find_inode_by_path(inode, parent, resolved, volume, path, links,
-                                log_handle(&log)))
-            return inode == 0 && parent == no_entry ? "-" : "outputs were left";
-        return std::to_string(inode) + " " + std::to_string(parent) + " " +
-               std::string(resolved.begin(), resolved.end());
-    }
-
-    temp_dir dir;
-    CNtfs volume;
-    std::ostringstream log;
-};
-
-// The content of a symbolic link: the print name behind `ahead` zero bytes, which its
-// offset doesn't count, and no other text for the substitute name.
-byte_vector link_to(std::u16string_view target, std::size_t ahead = 0)
+// Entry, parent and path as resolved; "-" for a path that leads nowhere.
+std::string find(CNtfs &volume, std::wstring_view path,
+                 link_mode links = link_mode::stop)
 {
-    byte_vector bytes(16 + ahead);
+    u64 inode = 1;
+    u64 parent = 1;
+    std::wstring resolved;
+    if (!find_inode_by_path(inode, parent, resolved, volume, path, links, {}))
+        return inode == 0 && parent == no_entry ? "-" : "outputs were left";
+    return std::to_string(inode) + " " + std::to_string(parent) + " " +
+           std::string(resolved.begin(), resolved.end());
+}
+
+// The content of a symbolic link: `zeros` bytes that its offsets don't count, and the
+// print name. The substitute name is as long and has no text of its own.
+byte_vector link_to(std::u16string_view target, std::size_t zeros = 0)
+{
+    byte_vector bytes(16 + zeros);
     put_number(bytes, 0, 0xA000000C, 4);
     put_number(bytes, 4, 8 + 2 * target.size(), 2);
     put_number(bytes, 10, 2 * target.size(), 2);
     put_number(bytes, 14, 2 * target.size(), 2);
-    put_utf16(bytes, 16 + ahead, target);
+    put_utf16(bytes, 16 + zeros, target);
     return bytes;
 }
 
@@ -83,61 +62,37 @@ ntfs_volume_builder folders()
 
 TEST(FindInodeByPath, ResolvesPaths)
 {
-    open_volume on(folders());
-    using enum link_mode;
-    struct path_case {
-        const wchar_t *path;
-        const char *found;
-        link_mode links = stop;
-    };
+    built_volume on(folders());
     const std::wstring snapshot = L"\\\\?\\snapid_" + std::wstring(36, L'0');
-    const std::wstring inside = snapshot + L"\\$Recycle.Bin";
     const std::wstring device =
         L"\\\\?\\GLOBALROOT\\Device\\HarddiskVolumeShadowCopy12";
-    const std::wstring in_device = device + L"\\$Recycle.Bin";
-    const std::vector<path_case> cases = {
-        {L"\\", "5 5 \\"},
-        {L"C:", "5 5 C:"},
-        {L"", "-"},
-        {L"\\$Recycle.Bin", "64 5 \\$Recycle.Bin"},
-        {L"$recycle.BIN", "64 5 $recycle.BIN"},
-        {L"C:\\$Recycle.Bin", "64 5 C:\\$Recycle.Bin"},
-        {L"\\\\$Recycle.Bin\\\\s-1-5-21-7\\", "65 64 \\$Recycle.Bin\\s-1-5-21-7"},
-        {L"/$Recycle.Bin/S-1-5-21-7/back\\slash",
-         "66 65 \\$Recycle.Bin\\S-1-5-21-7\\back\\slash"},
-        {L"\\$Recycle.Bin\\S-1-5-21-7\\SHORT~1", "-"},
-        {L"\\$Recycle.Bin\\missing", "-"},
-        {inside.c_str(), "64 5 \\$Recycle.Bin"},
-        {in_device.c_str(), "64 5 \\$Recycle.Bin"},
-        {L"\\link", "68 5 \\link"},
-        {L"\\link\\S-1-5-21-7", "-"},
-        {L"\\link", "64 5 \\C:\\$Recycle.Bin", follow},
-        {L"\\link\\S-1-5-21-7", "65 64 \\C:\\$Recycle.Bin\\S-1-5-21-7", follow},
-        {L"\\loop", "-", follow},
-    };
-    for (const path_case &one : cases)
-        EXPECT_EQ(on.find(one.path, one.links), one.found)
-            << std::string(one.path, one.path + std::wcslen(one.path));
-}
-
-TEST(FindInodeByPath, KeepsDirectoriesAndLogsSteps)
-{
-    open_volume on(folders());
-    on.find(L"\\$Recycle.Bin\\missing");
+    for (const auto &[path, found] : std::vector<std::pair<std::wstring, std::string>>{
+             {L"\\", "5 5 \\"},
+             {L"C:", "5 5 C:"},
+             {L"", "-"},
+             {L"\\$Recycle.Bin", "64 5 \\$Recycle.Bin"},
+             {L"$recycle.BIN", "64 5 $recycle.BIN"},
+             {L"C:\\$Recycle.Bin", "64 5 C:\\$Recycle.Bin"},
+             {L"\\\\$Recycle.Bin\\\\s-1-5-21-7\\", "65 64 \\$Recycle.Bin\\s-1-5-21-7"},
+             {L"/$Recycle.Bin/S-1-5-21-7/back\\slash",
+              "66 65 \\$Recycle.Bin\\S-1-5-21-7\\back\\slash"},
+             {L"\\$Recycle.Bin\\S-1-5-21-7\\SHORT~1", "-"},
+             {L"\\$Recycle.Bin\\missing", "-"},
+             {snapshot + L"\\$Recycle.Bin", "64 5 \\$Recycle.Bin"},
+             {device + L"\\$Recycle.Bin", "64 5 \\$Recycle.Bin"},
+             {L"\\link", "68 5 \\link"},
+             {L"\\link\\S-1-5-21-7", "-"}})
+        EXPECT_EQ(find(on.volume, path), found) << uni::to_utf8(path);
+    const auto follow = link_mode::follow;
+    EXPECT_EQ(find(on.volume, L"\\link", follow), "64 5 \\C:\\$Recycle.Bin");
+    EXPECT_EQ(find(on.volume, L"\\link\\S-1-5-21-7", follow),
+              "65 64 \\C:\\$Recycle.Bin\\S-1-5-21-7");
+    EXPECT_EQ(find(on.volume, L"\\loop", follow), "-");
     EXPECT_EQ(on.volume.path_cache().at(64).names,
               (std::map<std::string, u64>{{"s-1-5-21-7", 65}}));
-    on.find(L"\\$Recycle.Bin\\S-1-5-21-7");
-    EXPECT_EQ(on.log.str(), "->anal: \\$Recycle.Bin\\S-1-5-21-7\n"
-                            "->root dir\n"
-                            "->seg: $recycle.bin\n"
-                            "->info: cache lookup\n"
-                            "->info: inode found for seg: $recycle.bin : 0x40\n"
-                            "->seg: s-1-5-21-7\n"
-                            "->info: cache lookup\n"
-                            "->info: inode found for seg: s-1-5-21-7 : 0x41\n");
 }
 
-// A large directory whose index or names lie in other records.
+// A large directory whose index or names are in other records.
 ntfs_volume_builder crowd()
 {
     ntfs_volume_builder builder;
@@ -152,7 +107,7 @@ ntfs_volume_builder crowd()
 TEST(ListDirectory, ReadsBlocksOfAllClusterSizes)
 {
     for (const u32 cluster_size : {512u, 1024u, 4096u, 65536u}) {
-        open_volume on(crowd().cluster_size(cluster_size));
+        built_volume on(crowd().cluster_size(cluster_size));
         index_live_map live;
         index_slack_map slack;
         u64 budget = ~u64{0};
@@ -160,7 +115,8 @@ TEST(ListDirectory, ReadsBlocksOfAllClusterSizes)
             list_directory(on.volume, live, slack, 64, slack_mode::recover, budget));
         EXPECT_EQ(live.size(), 300u) << cluster_size;
         EXPECT_TRUE(live.contains("0000000064_a rather long name 299"));
-        EXPECT_EQ(on.find(L"\\crowd\\a rather long name 123").substr(0, 6), "223 64");
+        EXPECT_EQ(find(on.volume, L"\\crowd\\a rather long name 123").substr(0, 6),
+                  "223 64");
     }
 }
 
@@ -174,13 +130,14 @@ TEST(ListDirectory, FollowsAttributeLists)
                    .name = "$I30"})
             .move({.entry = 223, .record = 91, .type = ntfs_type::file_name})
             .list_in_clusters(223);
-    open_volume on(moved);
+    built_volume on(moved);
     index_live_map live;
     index_slack_map slack;
     u64 budget = ~u64{0};
     ASSERT_TRUE(list_directory(on.volume, live, slack, 64, slack_mode::skip, budget));
     EXPECT_EQ(live.size(), 300u);
-    EXPECT_EQ(on.find(L"\\crowd\\a rather long name 123").substr(0, 6), "223 64");
+    EXPECT_EQ(find(on.volume, L"\\crowd\\a rather long name 123").substr(0, 6),
+              "223 64");
     u64 found = 0;
     EXPECT_TRUE(find_child_by_name(90, "A RATHER long name 123", found, on.volume));
     EXPECT_EQ(found, 223u);
@@ -204,50 +161,39 @@ TEST(GetAttributeList, MergesOneStreamFromManyRecords)
         built.attribute_position(64, ntfs_type::attribute_list));
     const auto third = built.image.begin() + list_at + 24 + 2 * 32 + 16;
     std::swap_ranges(third, third + 8, third + 32);
-    open_volume on(built.image);
+    const built_volume on(std::move(built));
     std::vector<attrib_info> list;
-    ASSERT_TRUE(get_attribute_list(on.volume, 64, list, false));
+    ASSERT_TRUE(get_attribute_list(on.volume, 64, list, attribute_scope::all));
     ASSERT_EQ(list.size(), 2u);
     const std::size_t unnamed = list[0].stream_name.empty() ? 0 : 1;
     EXPECT_EQ(list[unnamed].real_size, 5u * 4096);
     ASSERT_EQ(list[unnamed].cluster_runs.size(), 5u);
     for (u64 i = 0; i < 5; ++i) {
         EXPECT_EQ(list[unnamed].cluster_runs[i].vcn, i);
-        EXPECT_EQ(list[unnamed].cluster_runs[i].lcn, built.stream_runs(64).at(i).lcn);
+        EXPECT_EQ(list[unnamed].cluster_runs[i].lcn,
+                  on.built.stream_runs(64).at(i).lcn);
     }
     EXPECT_EQ(list[1 - unnamed].content, (std::vector<u8>{'z'}));
-    EXPECT_EQ(get_attribute_list(on.volume, 1u << 20, list, false), false);
+    EXPECT_FALSE(get_attribute_list(on.volume, 1u << 20, list, attribute_scope::all));
 }
 
 TEST(FindInodeByPath, RealVolume)
 {
-    const char *root = std::getenv("VESKIT_FIXTURES");
-    if (root == nullptr) GTEST_SKIP() << "VESKIT_FIXTURES names no folder";
-    const temp_dir dir;
-    const std::string image = dir / "volume";
-    const std::string packed = root + std::string("/ntfs/graft2.raw.gz");
-    const std::string command = "gzip -dc '" + packed + "' > '" + image + "'";
-    ASSERT_EQ(std::system(command.c_str()), 0);
-    CNtfs volume(image, 0, volume_kind::path);
-    u64 inode = 0;
-    u64 parent = 0;
-    std::string path;
-    ASSERT_TRUE(find_inode_by_path_utf8(inode, parent, path, volume, "\\recycler",
-                                        link_mode::stop, {}));
-    EXPECT_EQ(inode, 64u);
+    CNtfs volume(fixture_or_skip("ntfs/graft2.raw.gz"), 0, volume_kind::path);
+    EXPECT_EQ(find(volume, L"\\recycler").substr(0, 4), "64 5");
     index_live_map live;
     index_slack_map slack;
     std::set<u64> children;
     u64 budget = ~u64{0};
     ASSERT_TRUE(list_directory(volume, live, slack, 65, slack_mode::recover, budget));
-    for (const auto &[key, one] : live) children.insert(reference_entry(one.reference));
+    for (const auto &[key, entry] : live)
+        children.insert(reference_entry(entry.reference));
     EXPECT_EQ(children, (std::set<u64>{66, 67, 68, 69, 70}));
     std::vector<attrib_info> list;
-    ASSERT_TRUE(get_attribute_list(volume, 70, list, false));
-    u64 size = 0;
-    for (const attrib_info &one : list)
-        if (one.type == ntfs_type::data) size = one.real_size;
-    EXPECT_EQ(size, 4000u);
+    ASSERT_TRUE(get_attribute_list(volume, 70, list, attribute_scope::all));
+    const auto data = std::ranges::find(list, ntfs_type::data, &attrib_info::type);
+    ASSERT_NE(data, list.end());
+    EXPECT_EQ(data->real_size, 4000u);
 }
 
 } // namespace
