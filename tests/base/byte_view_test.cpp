@@ -25,7 +25,7 @@ TEST(ByteView, ReadsLittleEndianWithinItsBounds)
     EXPECT_EQ(two, 0x8807) << "a failed read leaves the value alone";
 }
 
-TEST(ByteView, TakesBytesBehindTheEndAsZeroWhenPadded)
+TEST(ByteView, TakesBytesAfterTheEndAsZeroWhenPadded)
 {
     const std::vector<u8> bytes = {0x11, 0x22, 0x33};
     const byte_view view{bytes};

@@ -26,7 +26,7 @@ TEST(ProgressLineDeathTest, DrawsAtEachMark)
     const auto draw = [] {
         progress_line(40, 10, 19, 5); // a step of 0: drawn at every call
         for (const u64 position : {49, 50, 99}) progress_line(40, position, 1000, 5);
-        progress_line(15, 129, 1000, 5); // cut behind "1"
+        progress_line(15, 129, 1000, 5); // cut after "1"
         progress_line(40, 140, 1000, 5);
         progress_line(40, 160, 4000, 5); // another pass goes on with the old marks
         std::exit(0);

@@ -12,7 +12,6 @@ using namespace uni;
 
 static constexpr hv::u64 most = ~hv::u64{0};
 
-// clang-format off
 static std::string read_text(const fileio &file, hv::u64 length, hv::u64 offset)
 {
     std::vector<hv::u8> bytes;
@@ -24,19 +23,27 @@ TEST(File, IsReadWithinItsEndAndIsNoPipe)
 {
     const test_support::temp_dir dir;
     fileio file;
-    ASSERT_TRUE(file.open(dir.write_file("ten", "0123456789") + "/\\/", open_mode::read));
-    const std::tuple<hv::u64, hv::u64, std::string> cases[] = {
-        {10, 9, "9"}, {most, 8, "89"}, {0, 0, ""}, {0, 10, "false"}, {most, most, "false"}};
+    ASSERT_TRUE(
+        file.open(dir.write_file("ten", "0123456789") + "/\\/", open_mode::read));
+    const std::tuple<hv::u64, hv::u64, std::string> cases[] = {{10, 9, "9"},
+                                                               {most, 8, "89"},
+                                                               {0, 0, ""},
+                                                               {0, 10, "false"},
+                                                               {most, most, "false"}};
     for (const auto &[length, offset, wanted] : cases)
-        EXPECT_EQ(read_text(file, length, offset), wanted) << length << " at " << offset;
+        EXPECT_EQ(read_text(file, length, offset), wanted)
+            << length << " at " << offset;
     // What can't be measured is taken as 256 KiB, except for a path below /proc.
     ASSERT_EQ(symlink("/proc/self/status", (dir / "status").c_str()), 0);
-    ASSERT_TRUE(file.open("/proc/self/status", open_mode::read) && file.get_size() == 0);
-    ASSERT_TRUE(file.open(dir / "status", open_mode::read) && file.get_size() == 262'144);
+    ASSERT_TRUE(file.open("/proc/self/status", open_mode::read));
+    EXPECT_EQ(file.get_size(), 0u);
+    ASSERT_TRUE(file.open(dir / "status", open_mode::read));
+    EXPECT_EQ(file.get_size(), 262'144u);
     EXPECT_EQ(read_text(file, most, 0).substr(0, 5), "Name:");
     ASSERT_EQ(mkfifo((dir / "pipe").c_str(), 0600), 0);
-    for (const open_mode mode : {open_mode::read, open_mode::write})
-        EXPECT_FALSE(file.open(dir / "pipe", mode) || file.open(dir / "missing", mode));
+    for (const char *name : {"pipe", "missing"})
+        for (const open_mode mode : {open_mode::read, open_mode::write})
+            EXPECT_FALSE(file.open(dir / name, mode)) << name;
     std::vector<hv::u8> bytes;
     EXPECT_FALSE(fileio::read_head(bytes, dir.path, 100)) << "a directory";
 }
@@ -45,7 +52,8 @@ TEST(ResultStream, KeepsEveryByteOrTellsOfAFullDisk)
 {
     const test_support::temp_dir dir;
     std::string text(600'001, 'x');
-    for (std::size_t i = 0; i < text.size(); ++i) text[i] = static_cast<char>(i * 7 / 5);
+    for (std::size_t i = 0; i < text.size(); ++i)
+        text[i] = static_cast<char>(i * 7 / 5);
     fileio file;
     ASSERT_TRUE(file.open(dir.write_file("out", "old"), open_mode::write_truncate));
     for (std::size_t i = 0; i < 300'000; ++i) file.get_stream().put(text[i]);
@@ -54,7 +62,7 @@ TEST(ResultStream, KeepsEveryByteOrTellsOfAFullDisk)
     EXPECT_EQ(file.close(), 0);
     ASSERT_TRUE(file.open(dir / "out", open_mode::write)) << "which doesn't truncate";
     EXPECT_EQ(file.append("+", 1), 1);
-    EXPECT_TRUE(read_text(file, most, 0) == text + "+");
+    EXPECT_TRUE(read_text(file, most, 0) == text + "+") << "one of 600,002 bytes";
     for (const std::size_t size : {1, 300'000}) {
         ASSERT_TRUE(file.open("/dev/full", open_mode::write_truncate));
         file.get_stream() << std::string(size, 'x');

@@ -6,44 +6,68 @@
 
 using namespace hv;
 
-// clang-format off
+namespace {
+
+// A "+" for each path that passes a filter, a "-" for each that doesn't.
+std::string passing(const std::string &filter, const std::vector<std::string> &paths)
+{
+    std::vector<filter_item> list(3);
+    parse_filter(list, filter);
+    std::string result;
+    for (const std::string &path : paths)
+        result += filter_passes(path, list) ? '+' : '-';
+    return result;
+}
+
 TEST(Filter, PassesByPattern)
 {
-    const std::tuple<std::string, std::string, bool> cases[] = {
-        {"$I*", "/bin/$IAB.TXT", true}, {"$I*", "/bin/$RAB.TXT", false}, {"$I*", "/$ibin/x", false},
-        {"*part*", "/a/xPARTy", true}, {"*part*", "/part/x", false}, {"*.txt", "/a/b.txt2", false},
-        {"ab*cd", "/x/ABCD", true}, {"ab*cd", "/x/abxcd", false}, {"abcd", "/x/abcde", false},
-        {"**ab", "/x/cab", true}, {"*.txt|*.doc", "/x/a.doc", true}, {"*.txt , *.doc", "/x/a.txt", true},
-        {"a,b|c", "/x/a,b", true}, {"a,b|c", "/x/a", false}, {"||a", "/x/a", true},
-        {"  abc ", "/x/abc", true}, {"a|*|b", "/x/c", true}, {"*:stream", "/x/c", true},
-        {"ab:s*", "/x/ab", true}, {"ab:s*", "/x/ab:s1", false}, {"x", "a/b\\x", true}, {"x", "a\\b/x", false},
-        {"/recycle", "/m/Recycle/x", true}, {"/recycle", "C:\\a\\recycle\\x", true},
-        {"/recycle", "/m/recycle", true}, {"/recycle", "/recycler/x", false},
-        {"/bin", "/binary/bin/x", true}, {"*/bin", "/m/bin/x", true}, {"/a,x.txt", "/b/x.txt", true},
-        {"a*", "", false}, {"*", "", false}, {"a*", "a\xFF", false}};
-    for (const auto &[filter, path, passes] : cases) {
-        std::vector<filter_item> list(3);
-        parse_filter(list, filter);
-        EXPECT_EQ(filter_passes(path, list), passes) << filter << " on " << path;
-    }
-    EXPECT_TRUE(filter_passes("x", {}) && !filter_passes("", {}));
+    EXPECT_EQ(passing("$I*", {"/bin/$IAB.TXT", "/bin/$RAB.TXT", "/$ibin/x"}), "+--");
+    EXPECT_EQ(passing("*part*", {"/a/xPARTy", "/part/x"}), "+-");
+    EXPECT_EQ(passing("ab*cd", {"/x/ABCD", "/x/abxcd"}), "+-");
+    EXPECT_EQ(passing("abcd", {"/x/abcde"}), "-");
+    EXPECT_EQ(passing("**ab", {"/x/cab"}), "+");
+    EXPECT_EQ(passing("*.txt", {"/a/b.txt", "/a/b.txt2"}), "+-");
+    EXPECT_EQ(passing("*.txt|*.doc", {"/x/a.doc", "/x/a.dot"}), "+-");
+    EXPECT_EQ(passing(" *.txt , *.doc ", {"/x/a.txt", "/x/a.doc"}), "++");
+    EXPECT_EQ(passing("a,b|c", {"/x/a,b", "/x/a"}), "+-");
+    EXPECT_EQ(passing("||a", {"/x/a", "/x/b"}), "+-");
+    EXPECT_EQ(passing("a|*|b", {"/x/c"}), "+");
+    EXPECT_EQ(passing("*:stream", {"/x/c"}), "+");
+    EXPECT_EQ(passing("ab:s*", {"/x/ab", "/x/ab:s1"}), "+-");
+    EXPECT_EQ(passing("x", {"a/b\\x", "a\\b/x"}), "+-");
+    EXPECT_EQ(passing("/recycle", {"/m/Recycle/x", "C:\\a\\recycle\\x"}), "++");
+    EXPECT_EQ(passing("/recycle", {"/m/recycle", "/recycler/x"}), "+-");
+    EXPECT_EQ(passing("/bin", {"/binary/bin/x"}), "+");
+    EXPECT_EQ(passing("*/bin", {"/m/bin/x"}), "+");
+    EXPECT_EQ(passing("/a,x.txt", {"/b/x.txt"}), "+");
+    EXPECT_EQ(passing("a*", {"", "a\xFF"}), "--");
+    EXPECT_EQ(passing("*", {"x", ""}), "+-");
+    EXPECT_TRUE(filter_passes("x", {}));
+    EXPECT_FALSE(filter_passes("", {}));
 }
 
 TEST(Filter, ComparesBytesOfTheFile)
 {
     const test_support::temp_dir dir;
     const std::string path = dir.write_file("file", std::string("ab\x02\x00\xFF", 5));
-    const std::pair<std::string, bool> cases[] = {
-        {"6162", true}, {"6262", false}, {"0200fF,2", true}, {"0200ff|0x2", true}, {"02|1", false},
-        {"0200ff00,2", false}, {"ff,5", false}, {"616", false}, {"6g", false}, {"", false}};
-    for (const auto &[signature, passes] : cases)
-        EXPECT_EQ(filter_passes(path, {parse_signature_filter(signature)}), passes) << signature;
+    for (const char *signature : {"6162", "0200fF,2", "0200ff|0x2"})
+        EXPECT_TRUE(filter_passes(path, {parse_signature_filter(signature)}))
+            << signature;
+    for (const char *signature :
+         {"6262", "02|1", "0200ff00,2", "ff,5", "616", "6g", ""})
+        EXPECT_FALSE(filter_passes(path, {parse_signature_filter(signature)}))
+            << signature;
     EXPECT_FALSE(filter_passes(dir / "missing", {parse_signature_filter("61")}));
 }
 
 TEST(Filter, NeedsBothTimesTooOldOrOneTooNew)
 {
-    const time_window window{.start_set = true, .start = 10, .stop_set = true, .stop = 20};
-    EXPECT_TRUE(window.holds({10, 9}) && window.holds({9, 10}) && window.holds({20, 20}));
-    EXPECT_FALSE(window.holds({9, 9}) || window.holds({15, 21}) || window.holds({21, 15}));
+    const time_window window{
+        .start_set = true, .start = 10, .stop_set = true, .stop = 20};
+    for (const file_times times : {file_times{10, 9}, {9, 10}, {20, 20}})
+        EXPECT_TRUE(window.holds(times)) << times.modified << " " << times.changed;
+    for (const file_times times : {file_times{9, 9}, {15, 21}, {21, 15}})
+        EXPECT_FALSE(window.holds(times)) << times.modified << " " << times.changed;
 }
+
+} // namespace

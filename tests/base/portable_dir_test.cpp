@@ -12,7 +12,7 @@
 using namespace hvportdir;
 using paths = std::vector<std::string>;
 
-// What a walk reports, sorted: paths behind the root, those of directories with a "/".
+// What a walk reports, sorted: paths after the root, those of directories with a "/".
 static paths walk(const std::string &root, std::string_view filter, unsigned depth,
                   std::ostream *log = nullptr)
 {
@@ -25,7 +25,7 @@ static paths walk(const std::string &root, std::string_view filter, unsigned dep
                       std::string text(path.begin() + std::ssize(root), path.end());
                       found.push_back(text + (is_directory ? "/" : ""));
                   });
-    std::sort(found.begin(), found.end());
+    std::ranges::sort(found);
     return found;
 }
 
@@ -47,7 +47,9 @@ TEST(Walk, StopsAtItsDepthAndEntersLinksOnce)
     ASSERT_EQ(symlink(".", (dir / "sub/self").c_str()), 0);
     const paths found = walk(dir.path, "", 1000);
     EXPECT_LT(found.size(), 20u);
-    EXPECT_EQ(std::count(found.begin(), found.end(), "/sub/up/a.txt"), 1);
-    EXPECT_FALSE(path_exists("") || path_exists(dir / "missing"));
-    EXPECT_TRUE(path_exists("/dev/null") && path_exists(dir / "sub/up"));
+    EXPECT_EQ(std::ranges::count(found, "/sub/up/a.txt"), 1);
+    for (const std::string &path : {std::string(), dir / "missing"})
+        EXPECT_FALSE(path_exists(path)) << path;
+    for (const std::string &path : {std::string("/dev/null"), dir / "sub/up"})
+        EXPECT_TRUE(path_exists(path)) << path;
 }

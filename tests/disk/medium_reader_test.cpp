@@ -25,7 +25,7 @@ std::string sample(std::size_t count)
     return text;
 }
 
-TEST(MediumReader, HandsOutWhatLiesThere)
+TEST(MediumReader, ProvidesTheBytesOfTheMedium)
 {
     const test_support::temp_dir dir;
     const std::string medium = sample(5'000'003);
@@ -33,7 +33,7 @@ TEST(MediumReader, HandsOutWhatLiesThere)
     medium_reader reader(disk);
     const u64 size = medium.size();
     // Small pieces and large ones, across windows of either kind, back and forth.
-    for (const auto &[offset, length, ahead] :
+    for (const auto &[offset, length, in_all] :
          std::vector<std::array<u64, 3>>{{0, 512, 512},
                                          {512, 4096, 4096},
                                          {4097, 70000, size},
@@ -41,7 +41,7 @@ TEST(MediumReader, HandsOutWhatLiesThere)
                                          {100, 3'000'000, 1},
                                          {size - 5, 5, size},
                                          {0, 5'000'003, 0}})
-        EXPECT_EQ(bytes_of(reader.view(offset, static_cast<u32>(length), ahead)),
+        EXPECT_EQ(bytes_of(reader.view(offset, static_cast<u32>(length), in_all)),
                   medium.substr(offset, length))
             << offset;
     for (const auto &[offset, length] : std::vector<std::pair<u64, u32>>{
