@@ -28,7 +28,7 @@ byte_vector index_entry_bytes(const index_item &item)
 {
     const u64 name_bytes = 2 * item.name.size();
     byte_vector bytes(round_up(82 + name_bytes, 8));
-    put_fields(bytes, {{0, 8, item.child},
+    put_layout(bytes, {{0, 8, item.child},
                        {8, 2, bytes.size()},
                        {10, 2, 66 + name_bytes},
                        {16, 8, item.parent},
@@ -55,7 +55,7 @@ byte_vector index_bytes(const std::vector<index_item> &items)
     byte_vector bytes(40);
     for (const index_item &item : items) append(bytes, index_entry_bytes(item));
     const std::size_t end = bytes.size();
-    put_fields(bytes,
+    put_layout(bytes,
                {{end + 8, 2, 16}, {end + 12, 4, 2}, {0, 4, 40}, {4, 4, end + 16}});
     bytes.resize(4072);
     return bytes;
@@ -91,7 +91,7 @@ const std::vector<index_item> abc = {{64, u"a"}, {65, u"b"}, {66, u"c"}};
 
 TEST(ParseIndexEntries, EndsTheLiveWalk)
 {
-    const std::pair<field, std::string> cases[] = {
+    const std::pair<layout_row, std::string> cases[] = {
         {{8, 4, 0}, "a b c |"},
         {{128 + 8, 2, 512}, "a b |"}, // length of the second entry
         {{128 + 8, 2, 513}, "a |"},
@@ -106,7 +106,7 @@ TEST(ParseIndexEntries, EndsTheLiveWalk)
     };
     for (const auto &[change, names] : cases) {
         byte_vector index = index_bytes(abc);
-        put_fields(index, {change});
+        put_layout(index, {change});
         EXPECT_EQ(listing(index, slack_mode::skip).names(), names)
             << change.value << " at " << change.offset;
     }
@@ -132,14 +132,14 @@ TEST(ParseIndexEntries, FillsFieldsAndKeys)
 constexpr u64 bound_1986 = 121'493'952'000'000'000;
 constexpr u64 bound_2100 = 157'469'184'000'000'000; // 182,256 days after 1601
 constexpr std::size_t slack_size = 4072 - 40;
-constexpr field unchanged = {14, 2, 0};
+constexpr layout_row unchanged = {14, 2, 0};
 
 struct slack_case {
     const char *what;
     std::size_t at; // in the slack; the first 16 bytes of it are an end marker
     bool found;
     index_item item;
-    field change = unchanged; // of the stale entry
+    layout_row change = unchanged; // of the stale entry
 };
 
 TEST(ParseIndexEntries, RecoversStaleEntries)
@@ -167,7 +167,7 @@ TEST(ParseIndexEntries, RecoversStaleEntries)
     };
     for (const auto &[what, at, is_found, item, change] : cases) {
         byte_vector stale = index_entry_bytes(item);
-        put_fields(stale, {change});
+        put_layout(stale, {change});
         byte_vector index = index_bytes({});
         if (at == 0) std::copy_n(index.begin() + 40, 16, stale.begin());
         overwrite(index, 40 + at, stale);
