@@ -142,4 +142,13 @@ std::string_view attribute_type_name(u32 type, bool long_name)
     return long_name ? found->long_name : found->short_name;
 }
 
+bool is_extension_of(byte_view record, u64 entry, byte_view base)
+{
+    const u64 named = record.read_padded<u64>(file_record::base_reference.offset);
+    const u16 wanted = reference_sequence(named);
+    const u16 sequence = base.read_padded<u16>(file_record::sequence.offset);
+    return named != 0 && reference_entry(named) == entry &&
+           (wanted == 0 || sequence == 0 || wanted == sequence);
+}
+
 } // namespace hv

@@ -84,6 +84,12 @@ private:
     byte_view m_bytes;
 };
 
+/// True if a record is an extension of the base record `base`, which has this entry
+/// number: it names that number as its base and, where neither sequence number is zero,
+/// the base's sequence. By damage or on purpose, an attribute list may lead to the
+/// record of another file; that one must not lend its attributes.
+bool is_extension_of(byte_view record, u64 entry, byte_view base);
+
 /// Calls `visit` for each attribute of a record, from its first on, until it returns
 /// false. The walk ends at the end marker, at a length of zero, or at one that leaves
 /// the record; every step shrinks what is left.

@@ -251,9 +251,12 @@ bool mft_entries_ctx::analyze_entry(mft_entry &out_result, u64 entry) const
         analysis.add(attribute, entry);
         return true;
     });
+    std::vector<u8> other;
     for (const listed_records::listed_record &extension : listed.records()) {
-        if (!read_entry(bytes, bad, extension.entry) || bad) continue;
-        for_each_listed(byte_view{bytes}, extension.keys, [&](attribute_ref attribute) {
+        if (!read_entry(other, bad, extension.entry) || bad ||
+            !is_extension_of(byte_view{other}, entry, record))
+            continue;
+        for_each_listed(byte_view{other}, extension.keys, [&](attribute_ref attribute) {
             analysis.add(attribute, extension.entry);
         });
     }

@@ -90,7 +90,7 @@ bool names_index(byte_view units)
 // An index that didn't fit the directory's record: its allocation first, then its root.
 // False if a record that the list names can't be read.
 bool read_listed_index(std::set<u64> &children, bool &result, const CNtfs &volume,
-                       byte_view list, u64 entry, name_walk mode)
+                       byte_view list, u64 entry, byte_view base, name_walk mode)
 {
     for (const attribute_type type :
          {attribute_type::index_allocation, attribute_type::index_root}) {
@@ -104,7 +104,8 @@ bool read_listed_index(std::set<u64> &children, bool &result, const CNtfs &volum
         for (const listed_records::listed_record &extension : listed.records()) {
             if (!volume.read_filerecord(extension.entry, bytes)) return false;
             attribute_ref part;
-            if (find_index_part(byte_view{bytes}, type, part))
+            if (is_extension_of(byte_view{bytes}, entry, base) &&
+                find_index_part(byte_view{bytes}, type, part))
                 read_index_part(children, result, volume, part, mode);
         }
     }
@@ -399,7 +400,7 @@ bool read_directory_children(std::set<u64> &children, const CNtfs &volume, u64 e
     u64 budget = max_list_bytes;
     const std::vector<u8> content = read_attribute_list(volume, list, budget);
     return read_listed_index(children, result, volume, byte_view{content}, entry,
-                             mode) &&
+                             record, mode) &&
            result;
 }
 
@@ -446,7 +447,8 @@ bool read_names_of_record(record_names &out_names, const CNtfs &volume, u64 entr
         for (const listed_records::listed_record &extension : listed.records()) {
             if (budget < volume.get_mft_record_size()) break;
             budget -= volume.get_mft_record_size();
-            if (volume.read_filerecord(extension.entry, bytes))
+            if (volume.read_filerecord(extension.entry, bytes) &&
+                is_extension_of(byte_view{bytes}, entry, record))
                 for_each_listed(byte_view{bytes}, extension.keys, add);
         }
     }

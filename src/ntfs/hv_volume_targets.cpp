@@ -135,12 +135,8 @@ bool check_offset(std::ostream &messages, bool &out_found, u64 &offset,
     return choose_partition(messages, out_found, offset, partitions, medium);
 }
 
-std::string joined(const std::vector<std::string> &paths)
-{
-    std::string text;
-    for (const std::string &path : paths) text += (text.empty() ? "" : " | ") + path;
-    return text;
-}
+// Between the paths of a chain of virtual disk files.
+const std::string path_separator = " | ";
 
 } // namespace
 
@@ -224,7 +220,8 @@ std::string unresolved_path_text(std::string_view path)
 std::string suggested_array_text(std::string_view option,
                                  const std::vector<std::string> &paths)
 {
-    return "suggested array: " + std::string(option) + " \"" + joined(paths) + "\"\n";
+    return "suggested array: " + std::string(option) + " \"" +
+           join_texts(paths, path_separator) + "\"\n";
 }
 
 namespace {
@@ -266,7 +263,7 @@ std::unique_ptr<CNtfs> open_path(volume_target &target)
 std::unique_ptr<CNtfs> make_volume(volume_target &target)
 {
     if (!target.vmdk_files.empty()) {
-        target.label = "vmdk file " + joined(target.vmdk_files);
+        target.label = "vmdk file " + join_texts(target.vmdk_files, path_separator);
         return open_vmdk_volume(target.vmdk_files, target.vmdk_offset);
     }
     if (target.drive_number < 0) return open_path(target);

@@ -260,7 +260,7 @@ void CNtfs::count_entries()
     for_each_inner_entry(list, [&](byte_view listed) {
         follow_list(m_mft_stats,
                     listed.clip(0, listed.read_padded<u16>(list_entry::length)),
-                    mft_entry_number);
+                    mft_entry_number, record);
         if (m_mft_stats.data_runs.size() != m_mft_runs.size())
             m_mft_runs = cluster_runs_of(m_mft_stats.data_runs);
     });
@@ -416,7 +416,8 @@ void CNtfs::add_owner(INODE_STATS &stats, attribute_ref attribute) const
         m_owner_lookup(stats.owner, id);
 }
 
-void CNtfs::follow_list(INODE_STATS &stats, byte_view entry_bytes, u64 entry) const
+void CNtfs::follow_list(INODE_STATS &stats, byte_view entry_bytes, u64 entry,
+                        byte_view base) const
 {
     const u64 reference = entry_bytes.read_padded<u64>(list_entry::reference);
     if (reference_entry(reference) == entry) return;
@@ -428,7 +429,8 @@ void CNtfs::follow_list(INODE_STATS &stats, byte_view entry_bytes, u64 entry) co
         type == block_type::file &&
         record.read_padded<u16>(file_record::first_attribute.offset) != 0 &&
         record.read_padded<u16>(file_record::sequence.offset) ==
-            reference_sequence(reference);
+            reference_sequence(reference) &&
+        is_extension_of(record, entry, base);
     attribute_ref found;
     const auto is_named = [entry_bytes](attribute_ref attribute) {
         return attribute.type() == entry_bytes.read_padded<u32>(list_entry::type) &&
@@ -452,8 +454,8 @@ bool CNtfs::collect_inode_stats(byte_view record, INODE_STATS &stats, u64 entry)
         good = parse_attribute(stats, found);
         return good;
     });
-    for_each_inner_entry(list,
-                         [&](byte_view listed) { follow_list(stats, listed, entry); });
+    for_each_inner_entry(
+        list, [&](byte_view listed) { follow_list(stats, listed, entry, record); });
     assign_vcns(stats);
     return good;
 }

@@ -146,7 +146,8 @@ private:
     void add_owner(INODE_STATS &stats, attribute_ref attribute) const;
     std::vector<u8> read_runs(const data_run_list &runs, u64 max_bytes) const;
     bool read_record(u64 entry, std::vector<u8> &record) const;
-    void follow_list(INODE_STATS &stats, byte_view list, u64 entry) const;
+    void follow_list(INODE_STATS &stats, byte_view listed, u64 entry,
+                     byte_view base) const;
     bool read_bytes(u64 position, u8 *buffer, u32 &length) const;
 
     NTFS_BOOT m_boot;

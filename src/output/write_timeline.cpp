@@ -5,7 +5,6 @@
 #include "output/row_text.h"
 
 #include <array>
-#include <initializer_list>
 
 namespace hv {
 
@@ -22,17 +21,6 @@ struct macb_time {
     const std::string *label = nullptr;
     bool used = false;
 };
-
-std::string joined(std::initializer_list<std::string_view> texts,
-                   const std::string &separator)
-{
-    std::string line;
-    for (auto text = texts.begin(); text != texts.end(); ++text) {
-        if (text != texts.begin()) line += separator;
-        line += *text;
-    }
-    return line;
-}
 
 void write_header_line(std::ostream &stream, const output_form &form)
 {
@@ -150,12 +138,14 @@ void write_l2t_record(bool &first_row, std::ostream &stream, l2t_record record,
     const std::string version = std::to_string(record.version);
     for (const auto &[key, row] : rows) {
         const std::string when = date_and_time(row.when, form);
-        std::string line =
-            joined({when, record.timezone, row.macb, record.source, record.sourcetype,
-                    row.label, record.user, record.host, record.short_text, record.desc,
-                    version, record.filename, record.inode, record.notes,
-                    record.format_name, record.extra},
-                   separator);
+        const std::array<std::string_view, 16> cells = {
+            when,          record.timezone,   row.macb,
+            record.source, record.sourcetype, row.label,
+            record.user,   record.host,       record.short_text,
+            record.desc,   version,           record.filename,
+            record.inode,  record.notes,      record.format_name,
+            record.extra};
+        std::string line = join_texts(cells, separator);
         line += '\n';
         stream.write(line.data(), static_cast<std::streamsize>(line.size()));
     }

@@ -14,6 +14,8 @@
 #include "scan/unalloc_scan.h"
 #include "trash/classify.h"
 
+#include <algorithm>
+
 namespace hv {
 
 namespace {
@@ -55,14 +57,34 @@ void log_store_count(const run_options &options, const _trash_inodes &collection
               static_cast<unsigned long long>(collection.records.size()));
 }
 
+// The runs of the $MFT up to the first with which it would take more clusters of the
+// medium than there are: only hostile runs share clusters, and could have the same ones
+// read over and over.
+std::vector<cluster_run> plausible_mft_runs(const CNtfs &volume,
+                                            const RAW_DISK_IO &disk)
+{
+    std::vector<cluster_run> runs = volume.get_mft_runs();
+    const u64 clusters = disk.get_size() / volume.get_cluster_size() + 1;
+    u64 left = clusters;
+    const auto takes_too_many = [&](const cluster_run &run) {
+        if (run.is_sparse || run.lcn >= clusters) return false;
+        const u64 present = std::min<u64>(run.clusters, clusters - run.lcn);
+        if (present > left) return true;
+        left -= present;
+        return false;
+    };
+    runs.erase(std::ranges::find_if(runs, takes_too_many), runs.end());
+    return runs;
+}
+
 // Lets the disk read the $MFT as one flat range. Its size is what its runs claim, which
 // may be more than a truncated image has.
 mft_on_volume attach_mft(const CNtfs &volume, RAW_DISK_IO &disk)
 {
     const u64 length =
         saturating_product(volume.get_mft_entry_count(), volume.get_mft_record_size());
-    disk.attach_runs(volume.get_cluster_size(), volume.get_mft_runs(), length,
-                     volume.get_volume_offset());
+    disk.attach_runs(volume.get_cluster_size(), plausible_mft_runs(volume, disk),
+                     length, volume.get_volume_offset());
     return {.disk = disk,
             .size = length,
             .record_size = volume.get_mft_record_size(),

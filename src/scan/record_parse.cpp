@@ -34,7 +34,8 @@ public:
     bool parse(std::span<u8> record)
     {
         if (!passes_record_test(byte_view{record})) return false;
-        read_header(byte_view{record});
+        m_base = byte_view{record};
+        read_header(m_base);
         walk(record);
         return m_result.has_parents() || m_result.has_related;
     }
@@ -91,7 +92,8 @@ private:
         if (content.read_padded<u8>(file_name::name_space) == file_name::dos_name_space)
             return;
         const u64 units = content.read_padded<u8>(file_name::name_length);
-        uni::utf16_name_to_utf8(content.clip(file_name::name, 2 * units), m_result.name);
+        uni::utf16_name_to_utf8(content.clip(file_name::name, 2 * units),
+                                m_result.name);
         if (m_result.real_size == 0)
             m_result.real_size = content.read_padded<u64>(file_name::real_size);
     }
@@ -164,17 +166,6 @@ private:
             m_pending.push_back(entry);
     }
 
-    // An extension record names the base record that it belongs to. A list that leads
-    // to the record of another file, by damage or on purpose, must not borrow its data.
-    bool belongs_here(byte_view extension) const
-    {
-        const u64 base = extension.read_padded<u64>(file_record::base_reference.offset);
-        const u16 sequence = reference_sequence(base);
-        return base != 0 && reference_entry(base) == m_result.entry &&
-               (sequence == 0 || m_result.sequence == 0 ||
-                sequence == m_result.sequence);
-    }
-
     // A list inside an extension only adds to what is pending: however deep hostile
     // lists are nested, the walk here stays flat.
     void read_pending()
@@ -185,7 +176,7 @@ private:
             std::vector<u8> bytes;
             if (!m_source.read_record(m_pending[i], bytes) ||
                 !passes_record_test(byte_view{bytes}) ||
-                !belongs_here(byte_view{bytes}))
+                !is_extension_of(byte_view{bytes}, m_result.entry, m_base))
                 continue;
             m_result.has_related = true;
             walk(bytes);
@@ -197,6 +188,7 @@ private:
     parsed_record &m_result;
     const parse_options &m_options;
     const record_source &m_source;
+    byte_view m_base; ///< the record itself
     std::set<u64> m_visited;
     std::vector<u64> m_pending;
     bool m_reading = false;

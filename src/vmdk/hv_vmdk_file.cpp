@@ -1,5 +1,6 @@
 #include "vmdk/hv_vmdk_file.h"
 
+#include "base/hv_checked_math.h"
 #include "base/hv_open_file.h"
 #include "base/hv_string.h"
 #include "base/hv_text_convert.h"
@@ -246,8 +247,8 @@ void vmdk_file::find_partitions()
         find_partitions_in_buffer(partitions, sector, table_scan::on);
     for (const partition_entry &partition : partitions) {
         u64 offset = 0;
-        if (__builtin_mul_overflow(partition.start_sector, partition.m_sector_size,
-                                   &offset))
+        if (!checked_position(partition.start_sector, partition.m_sector_size, 0,
+                              offset))
             continue;
         m_volume_offsets.push_back(offset);
         m_volume_sector_sizes.push_back(partition.m_sector_size);

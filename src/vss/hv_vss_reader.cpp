@@ -1,5 +1,6 @@
 #include "vss/hv_vss_reader.h"
 
+#include "base/hv_checked_math.h"
 #include "base/hv_string.h"
 #include "ntfs/hv_mft_entries_ctx.h"
 #include "ntfs/hv_path_lookup.h"
@@ -145,11 +146,11 @@ void vss_container::locate_mft(u64 store_number)
     const u64 cluster = m_volume->get_cluster_size();
     u64 lcn = 0;
     u64 own = 0;
-    if (__builtin_mul_overflow(m_volume->get_mft_start_lcn(), cluster, &result) ||
+    if (!checked_position(m_volume->get_mft_start_lcn(), cluster, 0, result) ||
         !pull_descriptors_at_vol_offset(m_candidates, block_start(result), store_number,
                                         vss_search::later_stores_too) ||
         !read_mft_lcn(lcn, store_number) || lcn == 0 ||
-        __builtin_mul_overflow(lcn, cluster, &own))
+        !checked_position(lcn, cluster, 0, own))
         return;
     std::vector<disk_run> runs;
     if (read_mft_runs(runs, store_number, own)) file.runs = run_index(runs);

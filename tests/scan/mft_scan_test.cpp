@@ -1,5 +1,6 @@
 #include "scan/mft_scan.h"
 
+#include "ntfs/hv_mft_entries_ctx.h"
 #include "ntfs/ntfs.h"
 #include "options/run_options.h"
 #include "samples/ntfs_volume_builder.h"
@@ -84,11 +85,23 @@ TEST(MftScan, ExtensionRecordsBelongToWhomTheyName)
                    .name = "listed.txt",
                    .data = byte_vector(30000, 'x')})
             .move({.entry = 66, .record = 90, .type = ntfs_type::file_name})
+            .move({.entry = 66, .record = 90, .type = ntfs_type::data})
             .build_volume();
     const temp_dir dir;
+    // The name that the scan keeps, and what the two parsers of the engine see.
     const auto name_with_base = [&](u64 base) {
         put_number(built.image, built.record_position(90) + 32, base, 8);
         const auto volume = open_volume(dir.write_file("image", text(built.image)), 0);
+        mft_entry analysed;
+        mft_entries_ctx(*volume).analyze_entry(analysed, 66);
+        const auto streams = std::ranges::count_if(analysed.attributes, [](auto &one) {
+            return one.second.info.is(attribute_type::data);
+        });
+        byte_vector record;
+        INODE_STATS stats;
+        volume->read_filerecord(66, record);
+        volume->collect_inode_stats(byte_view{record}, stats, 66);
+
         RAW_DISK_IO &disk = *volume->get_disk();
         const u64 size = volume->get_mft_entry_count() * 1024;
         disk.attach_runs(4096, volume->get_mft_runs(), size, 0);
@@ -96,18 +109,19 @@ TEST(MftScan, ExtensionRecordsBelongToWhomTheyName)
         options.progress = false;
         _trash_inodes collection;
         scan_mft_store(collection, {disk, size, 1024, 4096}, options);
-        const auto names = names_by_entry(collection);
-        return names.contains(66) ? names.at(66) : "";
+        return std::tuple(names_by_entry(collection)[66], streams,
+                          stats.file_name[0] == 64);
     };
     constexpr u64 sequence = u64{1} << 48;
-    EXPECT_EQ(name_with_base(66 | sequence), "listed.txt");
-    EXPECT_EQ(name_with_base(66), "listed.txt"); // no sequence number to compare
-    EXPECT_EQ(name_with_base(67 | sequence), "");
-    EXPECT_EQ(name_with_base(66 | 2 * sequence), "");
-    EXPECT_EQ(name_with_base(0), "");
+    const std::tuple whole("listed.txt", 1, true), parted("", 0, false);
+    EXPECT_EQ(name_with_base(66 | sequence), whole);
+    EXPECT_EQ(name_with_base(66), whole); // no sequence number to compare
+    EXPECT_EQ(name_with_base(67 | sequence), parted);
+    EXPECT_EQ(name_with_base(66 | 2 * sequence), parted);
+    EXPECT_EQ(name_with_base(0), parted);
 }
 
-// Directories that hang together, hang in the air, or hang from each other.
+// Directories below each other, below nothing known, and below themselves.
 TEST(DirectoryPaths, AreBuiltFromTheRootDown)
 {
     struct node {
