@@ -41,9 +41,9 @@ inline std::string unpack_command(const std::filesystem::path &packed,
 }
 
 /// The path of a fixture, by its name below the folder. A packed one (.gz, .bz2, .xz,
-/// and .tgz or .zip of one file) is unpacked once for the whole program: tests must not
-/// change it. Skips the test where there are no fixtures, or where the tool that
-/// unpacks them is missing.
+/// and .tgz or .zip of one file) is unpacked once for the whole program, unless it lies
+/// unpacked beside the packed file: tests must not change it. Skips the test where
+/// there are no fixtures, or where the tool that unpacks them is missing.
 inline std::string fixture_or_skip(const std::string &name)
 {
     const char *folder = std::getenv("VESKIT_FIXTURES");
@@ -53,6 +53,8 @@ inline std::string fixture_or_skip(const std::string &name)
     std::string raw = unpacked / file.stem();
     const std::string command = unpack_command(file, raw);
     if (command.empty()) return file;
+    const std::filesystem::path beside = file.parent_path() / file.stem();
+    if (std::filesystem::is_regular_file(beside)) return beside;
 
     if (!std::filesystem::exists(raw) &&
         std::system((command + " && test -s '" + raw + "'").c_str()) != 0) {
