@@ -67,7 +67,7 @@ struct forgotten_bin {
     static constexpr u64 store_entry = 73;
     // Where these begin, in clusters.
     static constexpr u64 catalog = 680;
-    static constexpr u64 store = 700;
+    static constexpr u64 store = 701; // at no multiple of 4096 bytes
     static constexpr u64 store_header = 720;
     static constexpr u64 free_record = 740;
 

@@ -104,7 +104,7 @@ TEST(Options, TimeWindowReadsYearMonthDay)
     // 2024-01-31 00:00:00 and 23:59:59 UTC; 12:30:00 of the same day.
     constexpr u64 midnight = 133511328000000000;
     testing::internal::CaptureStderr();
-    const parsed start({"-cmd_start_time", "2024/1/31 12:30"});
+    const parsed start({"-cmd_start_time", "2024/1/31 0:30pm"});
     EXPECT_TRUE(start.good());
     EXPECT_EQ(start.options.window.start, midnight + 45000ull * 10000000);
     EXPECT_EQ(start.options.window.stop, ~u64{0});

@@ -53,10 +53,12 @@ enum class scan_kind {
 };
 
 // The deleted paths that a run finds, sorted: the eighth column.
-std::vector<std::string> rows_of(const std::string &path, scan_kind kind)
+std::vector<std::string> rows_of(const std::string &path, scan_kind kind,
+                                 u64 volume_offset = 0)
 {
     run_options options;
     options.image_path = path;
+    options.volume_offset = volume_offset;
     options.look_up_bins = true;
     options.progress = false;
     options.include_vss = kind == scan_kind::volume_and_forgotten;
@@ -209,6 +211,16 @@ TEST(TruncatedImage, LosesOnlyWhatItHasNoMore)
     const temp_dir dir;
     EXPECT_EQ(rows_of(dir.write_file("image", text(image)), scan_kind::volume),
               (std::vector<std::string>{"C:\\after", "C:\\before"}));
+}
+
+TEST(VolumeInADisk, HasTheRowsThatItHasAlone)
+{
+    constexpr u64 offset = 63 * 512;
+    const temp_dir dir;
+    const std::string disk = dir.write_file(
+        "disk", std::string(offset, '\0') + text(forgotten_bin::build().image));
+    EXPECT_EQ(rows_of(disk, scan_kind::volume_and_forgotten, offset),
+              (std::vector<std::string>{"C:\\a.txt", "C:\\carved", "C:\\gone"}));
 }
 
 class ForgottenDamage : public Damage {

@@ -39,15 +39,16 @@ protected:
 // The free clusters of a volume, each with its bytes, as a plain walk of the bitmap has
 // them: on a whole image and on one that is truncated inside a free cluster, with
 // zeros stored and with holes in their place.
-class UnallocatedScan : public LaterPasses, public testing::WithParamInterface<u64> {};
+class UnallocatedScan : public LaterPasses,
+                        public testing::WithParamInterface<std::pair<u64, u64>> {};
 
 TEST_P(UnallocatedScan, GivesEachFreeClusterOnce)
 {
     using item_list = std::vector<std::pair<u64, std::string>>;
-    const u64 volume_offset = GetParam();
+    const auto [volume_offset, clusters] = GetParam();
     const ntfs_volume built = ntfs_volume_builder()
                                   .offset(volume_offset)
-                                  .clusters(1003) // the bitmap's last byte is padded
+                                  .clusters(clusters)
                                   .file({.entry = 64,
                                          .name = "a",
                                          .data = byte_vector(90000, 'a'),
@@ -69,7 +70,7 @@ TEST_P(UnallocatedScan, GivesEachFreeClusterOnce)
         const std::string medium = text(image);
         std::string last(4096, '\0');
         item_list expected;
-        for (u64 cluster = 0; cluster < 1008; ++cluster) {
+        for (u64 cluster = 0; cluster < 1024; ++cluster) {
             const u64 at = volume_offset + cluster * 4096;
             if ((image[bitmap + cluster / 8] >> cluster % 8 & 1) != 0 ||
                 at >= image.size())
@@ -90,8 +91,9 @@ TEST_P(UnallocatedScan, GivesEachFreeClusterOnce)
             const auto volume = open_volume(path, volume_offset);
             ASSERT_NE(volume, nullptr);
             item_list found;
-            const scan_callback take = [&found, volume_offset](const scan_item &item) {
-                EXPECT_EQ(item.offset, volume_offset + item.number * 4096);
+            const scan_callback take = [&,
+                                        offset = volume_offset](const scan_item &item) {
+                EXPECT_EQ(item.offset, offset + item.number * 4096);
                 const auto bytes = item.data.bytes();
                 found.emplace_back(item.number,
                                    std::string(bytes.begin(), bytes.end()));
@@ -102,8 +104,10 @@ TEST_P(UnallocatedScan, GivesEachFreeClusterOnce)
         }
     }
 }
-// At the start of a block of the file, and inside one.
-INSTANTIATE_TEST_SUITE_P(Offsets, UnallocatedScan, testing::Values(8192, 1536));
+// At the start of a block of the file, and inside one; with a bitmap whose last byte is
+// padded, and with one that ends in free clusters.
+INSTANTIATE_TEST_SUITE_P(Volumes, UnallocatedScan,
+                         testing::Values(std::pair(8192, 1003), std::pair(1536, 1024)));
 
 TEST(ClusterVisits, HandsOutEachClusterSoOftenAndNoMore)
 {

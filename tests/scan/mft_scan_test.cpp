@@ -3,7 +3,7 @@
 #include "ntfs/hv_mft_entries_ctx.h"
 #include "ntfs/ntfs.h"
 #include "options/run_options.h"
-#include "samples/ntfs_volume_builder.h"
+#include "samples/bins.h"
 #include "scan/bin_filter.h"
 #include "scan/directory_paths.h"
 #include "support/temp_dir.h"
@@ -73,24 +73,57 @@ std::map<u64, std::string> names_by_entry(const _trash_inodes &collection)
     return result;
 }
 
-// An attribute list that leads to the record of another file must not borrow its name
-// or its data.
+// Scans the $MFT of a volume, as if it were this many bytes longer than its runs.
+void scan_volume(_trash_inodes &collection, const CNtfs &volume, u64 surplus = 0)
+{
+    RAW_DISK_IO &disk = *volume.get_disk();
+    const u64 size = volume.get_mft_entry_count() * 1024;
+    disk.attach_runs(4096, volume.get_mft_runs(), size, 0);
+    run_options options;
+    options.progress = false;
+    scan_mft_store(collection, {disk, size + surplus, 1024, 4096}, options);
+}
+
+// A file with two names, in the second of the blocks that are read one by one.
+TEST(MftScan, KeepsTheFactsOfARecord)
+{
+    const u64 t = sample_filetime;
+    const byte_vector image = empty_bin()
+                                  .directory(bin_item(60, "other", "", 5))
+                                  .file({.entry = 90,
+                                         .parent = user_entry,
+                                         .name = "file.txt",
+                                         .data = byte_vector(5),
+                                         .times = {t + 1, t + 2, t + 3, t + 4}})
+                                  .link({.entry = 90, .parent = 60, .name = "linked"})
+                                  .link({.entry = 90, .parent = 62, .name = "last"})
+                                  .build();
+    const temp_dir dir;
+    const auto volume = open_volume(dir.write_file("image", text(image)), 0);
+    _trash_inodes collection;
+    scan_volume(collection, *volume, 20000);
+    const inode_record &record = collection.records[collection.records.size() - 1];
+    EXPECT_EQ(collection.records.name(collection.records.size() - 1), "last");
+    EXPECT_EQ(std::tuple(record.entry, record.first_parent, record.real_size),
+              std::tuple(90, 60, 5));
+    EXPECT_EQ(std::tuple(record.si_created, record.si_modified, record.si_mft_changed,
+                         record.si_accessed),
+              std::tuple(t + 1, t + 2, t + 3, t + 4));
+}
+
+// An attribute list counts only for records that belong to its own, and only if its
+// first entry has sense.
 TEST(MftScan, ExtensionRecordsBelongToWhomTheyName)
 {
     ntfs_volume built =
-        ntfs_volume_builder()
-            .directory({.entry = 64, .name = "$Recycle.Bin"})
-            .file({.entry = 66,
-                   .parent = 64,
-                   .name = "listed.txt",
-                   .data = byte_vector(30000, 'x')})
+        empty_bin()
+            .file(bin_item(66, "listed.txt", std::string(30000, 'x')))
             .move({.entry = 66, .record = 90, .type = ntfs_type::file_name})
             .move({.entry = 66, .record = 90, .type = ntfs_type::data})
             .build_volume();
     const temp_dir dir;
     // The name that the scan keeps, and what the two parsers of the engine see.
-    const auto name_with_base = [&](u64 base) {
-        put_number(built.image, built.record_position(90) + 32, base, 8);
+    const auto found = [&] {
         const auto volume = open_volume(dir.write_file("image", text(built.image)), 0);
         mft_entry analysed;
         mft_entries_ctx(*volume).analyze_entry(analysed, 66);
@@ -101,24 +134,26 @@ TEST(MftScan, ExtensionRecordsBelongToWhomTheyName)
         INODE_STATS stats;
         volume->read_filerecord(66, record);
         volume->collect_inode_stats(byte_view{record}, stats, 66);
-
-        RAW_DISK_IO &disk = *volume->get_disk();
-        const u64 size = volume->get_mft_entry_count() * 1024;
-        disk.attach_runs(4096, volume->get_mft_runs(), size, 0);
-        run_options options;
-        options.progress = false;
         _trash_inodes collection;
-        scan_mft_store(collection, {disk, size, 1024, 4096}, options);
+        scan_volume(collection, *volume);
         return std::tuple(names_by_entry(collection)[66], streams,
-                          stats.file_name[0] == 64);
+                          stats.file_name[0] == user_entry);
+    };
+    const auto found_with_base = [&](u64 base) {
+        put_number(built.image, built.record_position(90) + 32, base, 8);
+        return found();
     };
     constexpr u64 sequence = u64{1} << 48;
     const std::tuple whole("listed.txt", 1, true), parted("", 0, false);
-    EXPECT_EQ(name_with_base(66 | sequence), whole);
-    EXPECT_EQ(name_with_base(66), whole); // no sequence number to compare
-    EXPECT_EQ(name_with_base(67 | sequence), parted);
-    EXPECT_EQ(name_with_base(66 | 2 * sequence), parted);
-    EXPECT_EQ(name_with_base(0), parted);
+    EXPECT_EQ(found_with_base(67 | sequence), parted);
+    EXPECT_EQ(found_with_base(66 | 2 * sequence), parted);
+    EXPECT_EQ(found_with_base(0), parted);
+    EXPECT_EQ(found_with_base(66), whole); // no sequence number to compare
+    EXPECT_EQ(found_with_base(66 | sequence), whole);
+    // No type is like this; the engine reads the list all the same.
+    const u64 list = built.attribute_position(66, ntfs_type::attribute_list);
+    put_number(built.image, list + 24, 17, 4);
+    EXPECT_EQ(found(), std::tuple("", 1, true));
 }
 
 // Directories below each other, below nothing known, and below themselves.
