@@ -6,6 +6,7 @@
 #include "samples/bins.h"
 #include "scan/bin_filter.h"
 #include "scan/directory_paths.h"
+#include "scan/find_bins.h"
 #include "support/temp_dir.h"
 
 #include <gtest/gtest.h>
@@ -150,10 +151,34 @@ TEST(MftScan, ExtensionRecordsBelongToWhomTheyName)
     EXPECT_EQ(found_with_base(0), parted);
     EXPECT_EQ(found_with_base(66), whole); // no sequence number to compare
     EXPECT_EQ(found_with_base(66 | sequence), whole);
+    // The record has another owner since the list was written; only the engine
+    // compares.
+    const u64 sequence_position = built.record_position(90) + 16;
+    put_number(built.image, sequence_position, 2, 2);
+    EXPECT_EQ(found(), std::tuple("listed.txt", 1, false));
+    put_number(built.image, sequence_position, 1, 2);
     // No type is like this; the engine reads the list all the same.
     const u64 list = built.attribute_position(66, ntfs_type::attribute_list);
     put_number(built.image, list + 24, 17, 4);
     EXPECT_EQ(found(), std::tuple("", 1, true));
+}
+
+// The bin of a volume whose clusters hold several blocks of an index each.
+TEST(FindBins, ReadsEveryBlockOfAnIndex)
+{
+    ntfs_volume_builder builder = empty_bin().cluster_size(16384);
+    std::set<u64> files;
+    for (u64 entry = 100; entry < 300; ++entry) {
+        builder.file(bin_item(entry, "$R" + std::to_string(entry) + ".txt"));
+        files.insert(entry);
+    }
+    const temp_dir dir;
+    const std::string path = dir.write_file("image", text(builder.build()));
+    const auto volume = open_volume(path, 0);
+    _trash_inodes collection;
+    EXPECT_TRUE(find_recycle_bins(collection, *volume, {}));
+    EXPECT_EQ(collection.known_bin_files, files);
+    EXPECT_EQ(collection.known_bin_directories, std::set<u64>{user_entry});
 }
 
 // Directories below each other, below nothing known, and below themselves.

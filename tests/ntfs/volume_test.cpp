@@ -47,5 +47,24 @@ TEST(VolumeRefusal, SaysWhy)
     EXPECT_EQ(refusal_reason(missing), "no such file or device");
 }
 
+TEST(Volume, BelievesTheFirstRecordMoreThanTheBootSector)
+{
+    const temp_dir dir;
+    byte_vector image = ntfs_volume_builder().record_size(4096).build();
+    put_number(image, 64, 0xF6, 1); // 2^10 bytes
+    const auto volume = open_volume(dir.write_file("image", text(image)), 0);
+    ASSERT_NE(volume, nullptr);
+    EXPECT_EQ(volume->get_mft_record_size(), 4096u);
+}
+
+TEST(Volume, CountsBitsFromTheLeastSignificant)
+{
+    const byte_vector bytes = {0x01, 0x80};
+    std::set<u64> set;
+    for (u64 bit = 0; bit < 32; ++bit)
+        if (test_bitmap_bit(byte_view{bytes}, bit)) set.insert(bit);
+    EXPECT_EQ(set, (std::set<u64>{0, 15}));
+}
+
 } // namespace
 } // namespace hv
