@@ -44,7 +44,7 @@ struct sample {
         entry.restored_path = "C:\\a,b|c\r\nd";
         entry.deleted_path = "C:\\";
         entry.deleted_time = noon;
-        entry.user_sid = "S-1";
+        entry.user_sid = "S-1-5-9";
         entry.has_data_file = true;
         entry.data_record = data;
     }
@@ -75,7 +75,7 @@ TEST(Table, WritesEachFormAsTheUserChoseIt)
     const std::string padded =
         std::string("2024-01-31 12:00:00.123 | 2024-01-31 12:01:00.000 | ") + blank_23 +
         " | " + blank_23 +
-        " | 2024-01-31 12:02:00.000 | 0x00ff   | Win10    | C:\\a,b;c\r\nd | S-1      "
+        " | 2024-01-31 12:02:00.000 | 0x00ff   | Win10    | C:\\a,b;c\r\nd | S-1-5-9  "
         "| "
         "{[r]\\$R1=[\"inode\":\"0x33\";\"parent_inode\":\"0x29\"];\"src\":\"$I1\";"
         "\"offset\":\"0x010000\"} |         \n";
@@ -86,13 +86,13 @@ TEST(Table, WritesEachFormAsTheUserChoseIt)
          "2024-01-31 12:00:00.123,2024-01-31 12:01:00.000, , ,2024-01-31 "
          "12:02:00.000,255,"
          "Win10,C:\\a "
-         "b|c[CRLF]d,S-1,{[r]\\$R1=[\"inode\":\"51\";\"parent_inode\":\"41\"];"
+         "b|c[CRLF]d,S-1-5-9,{[r]\\$R1=[\"inode\":\"51\";\"parent_inode\":\"41\"];"
          "\"src\":\"$I1\";\"offset\":\"65536\"},\n"},
         {{"-csvgen", "-csv_separator", "TAB", "-dateformat", "dd/mm/yyyy",
           "-timeformat", "hh:mm:ss"},
          "31/01/2024 12:00:00\t31/01/2024 12:01:00\t \t \t31/01/2024 "
          "12:02:00\t0x00ff\tWin10\t"
-         "C:\\a,b|c[CRLF]d\tS-1\t{[r]\\$R1=[\"inode\":\"0x33\";\"parent_inode\":"
+         "C:\\a,b|c[CRLF]d\tS-1-5-9\t{[r]\\$R1=[\"inode\":\"0x33\";\"parent_inode\":"
          "\"0x29\"];"
          "\"src\":\"$I1\";\"offset\":\"0x010000\"}\t\n"},
         {{"-bodyfile"}, ""},
@@ -126,10 +126,11 @@ TEST(Table, ShowsAnUnpairedRowFromItsMetadataAlone)
     one.records[one.data].position = 0;
     one.entry.source_offset = 9;
     one.entry.other_info = "unalloc scan";
-    EXPECT_EQ(one.row(),
-              " |||||0x00ffffff|WinXP|C:\\|S-1|{\"trash_file\":\"[r]\\$R1\";\"rec#\":"
-              "\"0x02\";\"vol#\":\"0x03\";\"src\":\"$I1\";\"offset\":\"0x09\"}|"
-              "{\"other_info=[unalloc scan]}\n");
+    EXPECT_EQ(
+        one.row(),
+        " |||||0x00ffffff|WinXP|C:\\|S-1-5-9|{\"trash_file\":\"[r]\\$R1\";\"rec#\":"
+        "\"0x02\";\"vol#\":\"0x03\";\"src\":\"$I1\";\"offset\":\"0x09\"}|"
+        "{\"other_info=[unalloc scan]}\n");
     // A carved row has no file at all.
     one.entry.data_record = no_index;
     one.entry.metadata_name.clear();
@@ -158,10 +159,10 @@ TEST(Table, MultilineGivesEachCellALine)
                                  "modify date [UTC]: 2024-01-31 12:01:00.000\n"
                                  "access date [UTC]:  \n"))
         << text;
-    EXPECT_TRUE(
-        text.ends_with("deleted_file: C:\\a,b|c\r\nd\nuser_sid: S-1\nsource_of_data: "
-                       "{[r]\\$R1=[\"inode\":\"0x33\";\"parent_inode\":\"0x29\"];"
-                       "\"src\":\"$I1\";\"offset\":\"0x010000\"}\nextra_info: \n\n"))
+    EXPECT_TRUE(text.ends_with(
+        "deleted_file: C:\\a,b|c\r\nd\nuser_sid: S-1-5-9\nsource_of_data: "
+        "{[r]\\$R1=[\"inode\":\"0x33\";\"parent_inode\":\"0x29\"];"
+        "\"src\":\"$I1\";\"offset\":\"0x010000\"}\nextra_info: \n\n"))
         << text;
 }
 

@@ -78,11 +78,13 @@ std::map<u64, std::string> names_by_entry(const _trash_inodes &collection)
 void scan_volume(_trash_inodes &collection, const CNtfs &volume, u64 surplus = 0)
 {
     RAW_DISK_IO &disk = *volume.get_disk();
-    const u64 size = volume.get_mft_entry_count() * 1024;
-    disk.attach_runs(4096, volume.get_mft_runs(), size, 0);
+    const u32 record = volume.get_mft_record_size(),
+              cluster = volume.get_cluster_size();
+    const u64 size = volume.get_mft_entry_count() * record;
+    disk.attach_runs(cluster, volume.get_mft_runs(), size, 0);
     run_options options;
     options.progress = false;
-    scan_mft_store(collection, {disk, size + surplus, 1024, 4096}, options);
+    scan_mft_store(collection, {disk, size + surplus, record, cluster}, options);
 }
 
 // A file with two names, in the second of the blocks that are read one by one.
@@ -110,6 +112,60 @@ TEST(MftScan, KeepsTheFactsOfARecord)
     EXPECT_EQ(std::tuple(record.si_created, record.si_modified, record.si_mft_changed,
                          record.si_accessed),
               std::tuple(t + 1, t + 2, t + 3, t + 4));
+}
+
+// The first record of the $MFT gets damaged after the volume was opened.
+TEST(MftScan, TakesTheRecordSizeOfTheVolumeForADamagedFirstRecord)
+{
+    const temp_dir dir;
+    ntfs_volume built =
+        empty_bin().record_size(4096).file(bin_item(66, "last.txt")).build_volume();
+    const std::string path = dir.write_file("image", text(built.image));
+    const auto volume = open_volume(path, 0);
+    put_number(built.image, built.record_position(0) + 6, 2, 2);
+    dir.write_file("image", text(built.image));
+    _trash_inodes collection;
+    scan_volume(collection, *volume);
+    EXPECT_EQ(names_by_entry(collection)[66], "last.txt");
+}
+
+// The list takes three clusters, and the last of what it names is the zone of a file.
+TEST(MftScan, ReadsAListOfSeveralClusters)
+{
+    ntfs_volume_builder builder =
+        empty_bin().cluster_size(512).file(bin_item(66, "$IAB12CD.txt"));
+    const auto add_stream = [&](const std::string &name, u64 record) {
+        builder.stream({.entry = 66, .name = name, .data = bytes_of("ZoneId=3")})
+            .move({.entry = 66, .record = record, .name = name});
+    };
+    for (int i = 0; i < 20; ++i)
+        add_stream("A stream with a long name " + std::to_string(i), 90 + i / 4);
+    add_stream("Zone.Identifier", 99);
+    const temp_dir dir;
+    const auto volume = open_volume(
+        dir.write_file("image", text(builder.list_in_clusters(66).build())), 0);
+    _trash_inodes collection;
+    scan_volume(collection, *volume);
+    u64 zones = 0;
+    for (u64 i = 0; i < collection.records.size(); ++i)
+        zones += collection.records.extras_or_blank(i).zone_data.size();
+    EXPECT_EQ(zones, 8u);
+}
+
+TEST(KeepRecord, ADeletedFolderTakesNoPlaceOfALiveOne)
+{
+    _trash_inodes collection;
+    parsed_record record;
+    record.entry = 70;
+    const auto keep = [&](u16 flags) {
+        record.flags = file_record::flag_directory | flags;
+        keep_record(collection, record, 0, {}, directory_claim::of_first_pass);
+        return collection.directories.at(70);
+    };
+    EXPECT_EQ(keep(0), 0u);
+    EXPECT_EQ(keep(file_record::flag_in_use), 1u);
+    EXPECT_EQ(keep(0), 1u);
+    EXPECT_EQ(keep(file_record::flag_in_use), 3u);
 }
 
 // An attribute list counts only for records that belong to its own, and only if its
@@ -167,7 +223,10 @@ TEST(MftScan, ExtensionRecordsBelongToWhomTheyName)
 TEST(FindBins, ReadsEveryBlockOfAnIndex)
 {
     ntfs_volume_builder builder = empty_bin().cluster_size(16384);
-    std::set<u64> files;
+    builder.directory(bin_item(90, "$RDIR123"))
+        .directory(bin_item(91, "sub", "", 90))
+        .file(bin_item(92, "deep.txt", "", 91));
+    std::set<u64> files = {92};
     for (u64 entry = 100; entry < 300; ++entry) {
         builder.file(bin_item(entry, "$R" + std::to_string(entry) + ".txt"));
         files.insert(entry);
@@ -178,7 +237,7 @@ TEST(FindBins, ReadsEveryBlockOfAnIndex)
     _trash_inodes collection;
     EXPECT_TRUE(find_recycle_bins(collection, *volume, {}));
     EXPECT_EQ(collection.known_bin_files, files);
-    EXPECT_EQ(collection.known_bin_directories, std::set<u64>{user_entry});
+    EXPECT_EQ(collection.known_bin_directories, (std::set<u64>{user_entry, 90, 91}));
 }
 
 // Directories below each other, below nothing known, and below themselves.

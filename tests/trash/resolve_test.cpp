@@ -8,7 +8,8 @@
 
 #include <gtest/gtest.h>
 
-#include <sstream>
+#include <fcntl.h>
+#include <sys/stat.h>
 
 namespace hv {
 namespace {
@@ -145,15 +146,36 @@ TEST_F(VolumeRows, CarvedDataGoesBackToTheRecordThatOwnsItsClusters)
 {
     add_bin("RECYCLER", "[root]\\RECYCLER\\");
     request.cluster_size = 4096;
-    const u64 index = add(50, 41, "INFO2");
-    collection.records.extras(index).data_runs = {
-        {.lcn = 3, .delta = 3, .clusters = 1}, {.lcn = 9, .delta = 6, .clusters = 1}};
-    collection.carved_entries.resize(1);
-    collection.carved_entries[0].source_offset = 0x9000;
-    collection.carved_entries[0].raw_data =
-        info2_file({{.path = u"C:\\big.txt", .number = 7}});
-    EXPECT_EQ(rows(), (row_list{"C:\\big.txt | S-1-5-21-7 | 0"}));
-    EXPECT_TRUE(collection.carved_entries.empty());
+    request.volume_offset = 0x8000;
+    // Carving may have counted from the start of the medium or of the volume.
+    row_list expected;
+    for (const u64 offset : {0x9000, 0x9000 + 0x8000}) {
+        const u64 index = add(50 + offset, 41, "INFO2");
+        collection.records.extras(index).data_runs = {
+            {.lcn = 3, .delta = 3, .clusters = 1},
+            {.lcn = 9, .delta = 6, .clusters = 1}};
+        collection.carved_entries.resize(1);
+        collection.carved_entries[0].source_offset = offset;
+        collection.carved_entries[0].raw_data =
+            info2_file({{.path = u"C:\\big.txt", .number = 7}});
+        expected.emplace_back("C:\\big.txt | S-1-5-21-7 | 0");
+        EXPECT_EQ(rows(), expected) << offset;
+        EXPECT_TRUE(collection.carved_entries.empty());
+        collection.metadata_index.clear();
+        collection.results = {};
+    }
+}
+
+TEST_F(VolumeRows, OrphansGetTheVersionOfTheFirstRow)
+{
+    add_bin("$Recycle.Bin", "[root]\\$Recycle.Bin\\");
+    add_metadata(50, 41, "$IBBBBBB", dollar_i_builder().version(2).bytes());
+    add_metadata(51, 41, "$IAAAAAA", dollar_i_builder().version(1).bytes());
+    add(52, 41, "$RORPHAN");
+    EXPECT_EQ(rows().size(), 3u);
+    EXPECT_EQ(collection.results.in_order().back()->deleted_path,
+              "[root]\\$Recycle.Bin\\S-1-5-21-7\\$RORPHAN");
+    EXPECT_EQ(collection.results.in_order().back()->version, 1u);
 }
 
 TEST(DataFileKey, FollowsTheNamesThatWindowsGives)
@@ -203,6 +225,24 @@ TEST(RegisterFile, KnowsMetadataAndDataByTheirPaths)
         const auto &names = collection.m_r_indexes;
         EXPECT_EQ(names.empty() ? "" : names.begin()->first, one.data_name) << one.path;
     }
+}
+
+TEST(RegisterFile, TakesTheTimesOfADataFile)
+{
+    const temp_dir dir;
+    const std::string path = dir.write_file("S-1-5-21-1/$RAB12CD", "12345");
+    const timespec times[] = {{.tv_sec = 1000, .tv_nsec = 0},
+                              {.tv_sec = 2000, .tv_nsec = 0}};
+    ASSERT_EQ(utimensat(AT_FDCWD, path.c_str(), times, 0), 0);
+    _trash_inodes collection;
+    const inode_record &record =
+        collection.records[register_file(collection, path, false)];
+    constexpr u64 second = 10000000, unix_start = 116444736000000000;
+    EXPECT_EQ(record.si_accessed, unix_start + 1000 * second);
+    EXPECT_EQ(record.si_modified, unix_start + 2000 * second);
+    // The status changed just now; other systems' creation times aren't asked for.
+    EXPECT_GT(record.si_created, unix_start + 1700000000 * second);
+    EXPECT_EQ(record.real_size, 5u);
 }
 
 TEST(RegisterFile, TakesTheFirstDirectoryInsideABinAsItsRoot)
