@@ -281,20 +281,20 @@ TEST(Vmdk, SurvivesDamage)
         for (const int flipped : {0x01, 0x80, 0xFF})
             if (at % 512 < 80)
                 try_out(changed(at, 1, static_cast<char>(good[at] ^ flipped)));
-    for (const auto &[bytes, expected] : {
-             std::pair{good.substr(0, 511), unsupported},
-             {good.substr(0, 512), damaged},
-             {good.substr(0, 5119), damaged}, // ten sectors before the first grain
-             {good.substr(0, 5120), none},
-             {changed(72, 1, 1), none},         // an unclean shutdown
-             {changed(0, 1, 'k'), unsupported}, // the magic
-             {changed(36, 8, 0), unsupported},  // no descriptor inside
-             {changed(56, 8, -1), unsupported}, // a directory at the end
-             {changed(12, 8, 0), damaged},      // no sector
-             {changed(44, 4, 0), damaged},      // no entries in a table
-             {changed(64, 8, 0), damaged},      // no overhead
-             {changed(64, 8, -1), damaged},     // an overhead that wraps
-             {changed(1536, 4, 0), damaged},    // no first table
+    for (const auto &[what, bytes, expected] : {
+             std::tuple{"header cut", good.substr(0, 511), unsupported},
+             {"header alone", good.substr(0, 512), damaged},
+             {"cut before the first grain", good.substr(0, 5119), damaged},
+             {"no grain stored", good.substr(0, 5120), none},
+             {"unclean shutdown", changed(72, 1, 1), none},
+             {"other magic", changed(0, 1, 'k'), unsupported},
+             {"no descriptor inside", changed(36, 8, 0), unsupported},
+             {"directory at the end", changed(56, 8, -1), unsupported},
+             {"no sector", changed(12, 8, 0), damaged},
+             {"no entries in a table", changed(44, 4, 0), damaged},
+             {"no overhead", changed(64, 8, 0), damaged},
+             {"overhead that wraps", changed(64, 8, -1), damaged},
+             {"no first table", changed(1536, 4, 0), damaged},
          })
-        EXPECT_EQ(try_out(bytes), expected);
+        EXPECT_EQ(try_out(bytes), expected) << what;
 }
