@@ -33,14 +33,10 @@ TEST(MediumReader, ProvidesTheBytesOfTheMedium)
     medium_reader reader(disk);
     const u64 size = medium.size();
     // Small pieces and large ones, across windows of either kind, back and forth.
-    for (const auto &[offset, length, in_all] :
-         std::vector<std::array<u64, 3>>{{0, 512, 512},
-                                         {512, 4096, 4096},
-                                         {4097, 70000, size},
-                                         {2'097'000, 4096, size},
-                                         {100, 3'000'000, 1},
-                                         {size - 5, 5, size},
-                                         {0, 5'000'003, 0}})
+    const std::array<u64, 3> views[] = {{0, 512, 512},           {4097, 70000, size},
+                                        {2'097'000, 4096, size}, {100, 3'000'000, 1},
+                                        {size - 5, 5, size},     {0, size, 0}};
+    for (const auto &[offset, length, in_all] : views)
         EXPECT_EQ(bytes_of(reader.view(offset, static_cast<u32>(length), in_all)),
                   medium.substr(offset, length))
             << offset;
@@ -85,7 +81,6 @@ TEST(MediumReader, KnowsTheHolesOfASparseFile)
     EXPECT_EQ(reader.next_data((1 << 20) + 1), (1u << 20) + 1);
     EXPECT_EQ(reader.next_data(2 << 20), size);
     EXPECT_EQ(reader.next_data(3 << 20), size); // asked again, it is still no data
-    EXPECT_EQ(reader.next_data(size), size);
 }
 
 } // namespace

@@ -314,18 +314,13 @@ TEST(Partitions, RecognisesVolumes)
     };
     for (const auto &[name, name_at, numbers, expected] : cases) {
         disk_bytes volume(4);
-        put_layout(volume.bytes, {{11, 2, 4096},
-                                  {13, 1, 8},
-                                  {32, 4, 600},
-                                  {40, 8, 77},
-                                  {67, 4, 3},
-                                  {72, 8, 9},
-                                  {100, 4, 7},
-                                  {108, 1, 12},
-                                  {109, 1, 4},
-                                  {1028, 4, 10},
-                                  {1048, 4, 2},
-                                  {1128, 4, 4}});
+        volume.put(11, 4096, 2).put(13, 8, 1).put(32, 600, 4).put(40, 77, 8);
+        volume.put(67, 3, 4)
+            .put(72, 9, 8)
+            .put(100, 7, 4)
+            .put(108, 12, 1)
+            .put(109, 4, 1);
+        volume.put(1028, 10, 4).put(1048, 2, 4).put(1128, 4, 4);
         volume.text(name_at, name);
         for (const auto &[at, width, value] : numbers) volume.put(at, value, width);
         const byte_view bytes{volume.bytes};

@@ -1,5 +1,6 @@
 #include "ntfs/hv_volume_targets.h"
 
+#include "base/hv_string.h"
 #include "samples/ntfs_volume_builder.h"
 #include "support/temp_dir.h"
 
@@ -54,8 +55,6 @@ TEST(VolumeTargets, FindsTheVolumeOrTellsWhere)
     zeros.bytes.assign(4096, 0);
     lost.put(510, 0, 2).put(0x1000 + 510, 0xAA55, 2);
     lost.put(0x1000 + 450, 11, 1).put(0x1000 + 458, 9, 4);
-    std::ostringstream past_the_end;
-    past_the_end << "volume offset 0x" << std::hex << size + 1 << outside;
     struct target_case {
         const char *name;
         byte_vector bytes;
@@ -71,7 +70,7 @@ TEST(VolumeTargets, FindsTheVolumeOrTellsWhere)
              {"Right", disk.bytes, 0x100000, true, true, 0x100000, ""},
              {"AtTheEnd", disk.bytes, size, false, true, 0x100000, list + use},
              {"PastTheEnd", disk.bytes, size + 1, false, false, size + 1,
-              past_the_end.str()},
+              "volume offset 0x" + hex_digits(size + 1, 1) + outside},
              {"OtherType", disk.bytes, 0x8000, false, false, 0x8000,
               wrong + "[fat32]\n", wrong + "a fat32\n"},
              {"Cut", sample_disk().cut(0x101000).bytes, 0x100000, false, true, 0x100000,
@@ -99,24 +98,19 @@ TEST(VolumeTargets, FindsTheVolumeOrTellsWhere)
               "image" + lost_text},
          }) {
         const temp_dir dir;
-        std::ostringstream messages, memory_messages;
-        bool was_found = !found, memory_found = !found;
-        u64 at = offset, memory_at = offset;
-        EXPECT_EQ(check_image_target(messages,
-                                     dir.write_file("i", test_support::text(bytes)), at,
-                                     was_found, check),
-                  passed)
-            << name;
-        EXPECT_EQ(std::tuple(messages.str(), was_found, at),
-                  std::tuple(text, found, left))
-            << name;
-        EXPECT_EQ(find_ntfs_volume(memory_messages, memory_found, memory_at,
-                                   byte_view{bytes}, bytes.size(), check),
-                  passed)
-            << name;
-        EXPECT_EQ(std::tuple(memory_messages.str(), memory_found, memory_at),
-                  std::tuple(in_memory == "=" ? text : in_memory, found, left))
-            << name;
+        const std::string path = dir.write_file("i", test_support::text(bytes));
+        for (const bool by_path : {true, false}) {
+            std::ostringstream messages;
+            bool was_found = !found;
+            u64 at = offset;
+            const bool good =
+                by_path ? check_image_target(messages, path, at, was_found, check)
+                        : find_ntfs_volume(messages, was_found, at, byte_view{bytes},
+                                           bytes.size(), check);
+            EXPECT_EQ(std::tuple(good, was_found, at), std::tuple(passed, found, left))
+                << name;
+            EXPECT_EQ(messages.str(), by_path || in_memory == "=" ? text : in_memory);
+        }
     }
     // By the first bytes alone, a candidate counts sectors of 512 bytes.
     std::ostringstream messages;
