@@ -191,37 +191,37 @@ TEST(Partitions, WalksTables)
     low.unsign().put(510, 0xAA55, 2).tables("0: 83 1+1, 7 2+3");
     low.text(2 * 4096 + 3, "NTFS    ").put(2 * 4096 + 11, 4096, 2);
     const std::string whole = "0+99 ntfs or exfat =ntfs\n";
-    struct walk_case {
+    const struct {
         const char *name;
         const disk_bytes &disk;
         table_scan scan;
         std::string expected, in_buffer = "="; // "=": the same
+    } cases[] = {
+        {"Chain", chain, no_scan,
+         "2+10 ntfs or exfat\n20+70 exten\n22+8 linux\n40+30 exten\n"
+         "43+5 fat32\n20+70 exten\n",
+         ""},
+        {"LinkToItself", itself, no_scan, "20+9 exten\n20+8 exten\n"},
+        {"WideSectors", wide, no_scan,
+         "2+3 ntfs or exfat *4096\n5+4 exten *4096\n6+2 linux *4096\n"},
+        {"WideAsFdisk", low, no_scan,
+         "1+1 linux *4096\n2+3 ntfs or exfat *4096 =ntfs\n",
+         "1+1 linux\n2+3 ntfs or exfat\n"},
+        {"BeforeExtended", before, no_scan,
+         "63+1985 ntfs or exfat =ntfs\n2048+40 exten\n2049+5 fat32\n",
+         "2048+40 exten\n2049+5 fat32\n"},
+        {"Lost", lost, with_scan, "63+37 fat32 [guess]\n101+5 fat32\n",
+         "101+5 fat32\n"},
+        {"LostUnscanned", lost, no_scan, "failed\n", ""},
+        {"LastScanned", last, with_scan, "2049+1 ntfs or exfat\n"},
+        {"TooFar", far, with_scan, "failed\n", "2050+1 ntfs or exfat\n"},
+        {"PastTheEnd", cut, no_scan, "failed\n50+9 exten\n", "50+9 exten\n"},
+        {"Volume", volume, with_scan, whole},
+        {"VolumeUnscanned", volume, no_scan, whole, ""},
+        {"Ext", ext, no_scan, "0+0 linux =ext\n", ""},
+        {"ExtScanned", ext, with_scan, "0+0 linux =ext\n"},
     };
-    for (const auto &[name, disk, scan, expected, in_buffer] : {
-             walk_case{"Chain", chain, no_scan,
-                       "2+10 ntfs or exfat\n20+70 exten\n22+8 linux\n40+30 exten\n"
-                       "43+5 fat32\n20+70 exten\n",
-                       ""},
-             {"LinkToItself", itself, no_scan, "20+9 exten\n20+8 exten\n"},
-             {"WideSectors", wide, no_scan,
-              "2+3 ntfs or exfat *4096\n5+4 exten *4096\n6+2 linux *4096\n"},
-             {"WideAsFdisk", low, no_scan,
-              "1+1 linux *4096\n2+3 ntfs or exfat *4096 =ntfs\n",
-              "1+1 linux\n2+3 ntfs or exfat\n"},
-             {"BeforeExtended", before, no_scan,
-              "63+1985 ntfs or exfat =ntfs\n2048+40 exten\n2049+5 fat32\n",
-              "2048+40 exten\n2049+5 fat32\n"},
-             {"Lost", lost, with_scan, "63+37 fat32 [guess]\n101+5 fat32\n",
-              "101+5 fat32\n"},
-             {"LostUnscanned", lost, no_scan, "failed\n", ""},
-             {"LastScanned", last, with_scan, "2049+1 ntfs or exfat\n"},
-             {"TooFar", far, with_scan, "failed\n", "2050+1 ntfs or exfat\n"},
-             {"PastTheEnd", cut, no_scan, "failed\n50+9 exten\n", "50+9 exten\n"},
-             {"Volume", volume, with_scan, whole},
-             {"VolumeUnscanned", volume, no_scan, whole, ""},
-             {"Ext", ext, no_scan, "0+0 linux =ext\n", ""},
-             {"ExtScanned", ext, with_scan, "0+0 linux =ext\n"},
-         }) {
+    for (const auto &[name, disk, scan, expected, in_buffer] : cases) {
         EXPECT_EQ(walk(disk, scan), expected) << name;
         partition_list list;
         const bool good = find_partitions_in_buffer(list, byte_view{disk.bytes}, scan);

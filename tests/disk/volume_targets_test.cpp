@@ -43,8 +43,6 @@ TEST(VolumeTargets, FindsTheVolumeOrTellsWhere)
     const std::string list = fat + "volume offset [ 0x100000 ] : ntfs or exfat\n";
     const std::string use = "\nuse option [-offset 0x100000]\n";
     const std::string outside = " is not within image bounds\n";
-    const std::string cut_text = "volume offset 0x100000 is a NTFS partition, however "
-                                 "image size does not encapsulate entire volume\n";
     const std::string lost_text =
         " corrupted, partition info questionable\n\nvolume offset [ 0x1000 ] : fat32\n"
         "\nprob detecting ntfs partition\n";
@@ -55,7 +53,7 @@ TEST(VolumeTargets, FindsTheVolumeOrTellsWhere)
     zeros.bytes.assign(4096, 0);
     lost.put(510, 0, 2).put(0x1000 + 510, 0xAA55, 2);
     lost.put(0x1000 + 450, 11, 1).put(0x1000 + 458, 9, 4);
-    struct target_case {
+    const struct {
         const char *name;
         byte_vector bytes;
         u64 offset;
@@ -63,40 +61,36 @@ TEST(VolumeTargets, FindsTheVolumeOrTellsWhere)
         u64 left;
         std::string text, in_memory = "="; // "=": the same by the first bytes alone
         size_check check = size_check::enforce;
+    } cases[] = {
+        {"NoOffset", disk.bytes, 0, false, true, 0x100000, list + use},
+        {"Right", disk.bytes, 0x100000, true, true, 0x100000, ""},
+        {"AtTheEnd", disk.bytes, size, false, true, 0x100000, list + use},
+        {"PastTheEnd", disk.bytes, size + 1, false, false, size + 1,
+         "volume offset 0x" + hex_digits(size + 1, 1) + outside},
+        {"OtherType", disk.bytes, 0x8000, false, false, 0x8000, wrong + "[fat32]\n",
+         wrong + "a fat32\n"},
+        {"Cut", sample_disk().cut(0x101000).bytes, 0x100000, false, true, 0x100000,
+         "volume offset 0x100000 is a NTFS partition, however image size does not "
+         "encapsulate entire volume\n"},
+        {"CutIgnored", sample_disk().cut(0x101000).bytes, 0x100000, true, true,
+         0x100000, "", "=", size_check::ignore},
+        {"OutOfTheImage", sample_disk().record(2, 39, 0x10000000, 9).bytes, 0, false,
+         true, 0x2000000000,
+         "volume offset 0x2000000000" + outside + list +
+             "volume offset [ 0x2000000000 ] : hidden ntfs\n\n"
+             "use option [-offset 0x2000000000]\n"},
+        {"NoNtfs", sample_disk().record(1, 0x83, 1024, 9).bytes, 1, false, false, 1,
+         fat + "volume offset [ 0x80000 ] : linux\n\n"
+               "prob detecting ntfs partition\n"},
+        {"Volume", volume.bytes, 0, true, true, 0, ""},
+        {"Nothing", zeros.bytes, 0, false, false, 0,
+         "couldn't find any partitions on disk\n",
+         "couldn't find any partitions on disk \n"},
+        {"LostTable", lost.bytes, 0, false, false, 0, "disk is" + lost_text,
+         "image" + lost_text},
     };
     for (const auto &[name, bytes, offset, passed, found, left, text, in_memory,
-                      check] : {
-             target_case{"NoOffset", disk.bytes, 0, false, true, 0x100000, list + use},
-             {"Right", disk.bytes, 0x100000, true, true, 0x100000, ""},
-             {"AtTheEnd", disk.bytes, size, false, true, 0x100000, list + use},
-             {"PastTheEnd", disk.bytes, size + 1, false, false, size + 1,
-              "volume offset 0x" + hex_digits(size + 1, 1) + outside},
-             {"OtherType", disk.bytes, 0x8000, false, false, 0x8000,
-              wrong + "[fat32]\n", wrong + "a fat32\n"},
-             {"Cut", sample_disk().cut(0x101000).bytes, 0x100000, false, true, 0x100000,
-              cut_text},
-             {"CutIgnored", sample_disk().cut(0x101000).bytes, 0x100000, true, true,
-              0x100000, "", "=", size_check::ignore},
-             {"TheLaterOne", sample_disk().record(2, 39, 256, 9).bytes, 0, false, true,
-              0x20000,
-              list + "volume offset [ 0x20000 ] : hidden ntfs\n\n"
-                     "use option [-offset 0x20000]\n"},
-             {"OutOfTheImage", sample_disk().record(2, 7, 0x10000000, 9).bytes, 0,
-              false, true, 0x2000000000,
-              "volume offset 0x2000000000" + outside + list +
-                  "volume offset [ 0x2000000000 ] : ntfs or exfat\n\n"
-                  "use option [-offset 0x2000000000]\n"},
-             {"NoNtfs", sample_disk().record(1, 0x83, 1024, 9).bytes, 1, false, false,
-              1,
-              fat + "volume offset [ 0x80000 ] : linux\n\n"
-                    "prob detecting ntfs partition\n"},
-             {"Volume", volume.bytes, 0, true, true, 0, ""},
-             {"Nothing", zeros.bytes, 0, false, false, 0,
-              "couldn't find any partitions on disk\n",
-              "couldn't find any partitions on disk \n"},
-             {"LostTable", lost.bytes, 0, false, false, 0, "disk is" + lost_text,
-              "image" + lost_text},
-         }) {
+                      check] : cases) {
         const temp_dir dir;
         const std::string path = dir.write_file("i", test_support::text(bytes));
         for (const bool by_path : {true, false}) {
