@@ -32,21 +32,12 @@ struct mapped_model {
     u32 cluster_size = 0;
     std::vector<disk_run> runs;
 
-    const disk_run *holder_of(u64 vcn) const
-    {
-        const auto run = std::ranges::find_if(runs, [vcn](const disk_run &candidate) {
-            return vcn >= candidate.vcn && vcn - candidate.vcn < candidate.clusters;
-        });
-        return run == runs.end() ? nullptr : &*run;
-    }
-
     std::string cluster(const disk_run &run, u64 vcn) const
     {
         std::string bytes;
-        if (!run.is_sparse && run.lcn < medium.size()) {
-            const u64 position = (run.lcn + (vcn - run.vcn)) * cluster_size + base;
-            if (position < medium.size()) bytes = medium.substr(position, cluster_size);
-        }
+        const u64 position = (run.lcn + (vcn - run.vcn)) * cluster_size + base;
+        if (!run.is_sparse && run.lcn < medium.size() && position < medium.size())
+            bytes = medium.substr(position, cluster_size);
         bytes.resize(cluster_size);
         return bytes;
     }
@@ -61,13 +52,17 @@ struct mapped_model {
         u64 status = (first & 0xFFFF) != 0 ? 8 : last == first + 16 ? 56 : 24;
         std::vector<std::pair<u64, const disk_run *>> list;
         for (u64 vcn = first; vcn <= last; ++vcn) {
-            const disk_run *run = holder_of(vcn);
-            const bool skipped =
-                run != nullptr && run->is_sparse && status_in == leave_out;
+            const auto run =
+                std::ranges::find_if(runs, [vcn](const disk_run &candidate) {
+                    return vcn >= candidate.vcn &&
+                           vcn - candidate.vcn < candidate.clusters;
+                });
+            const bool held = run != runs.end();
+            const bool skipped = held && run->is_sparse && status_in == leave_out;
             if (skipped && vcn == first) head = 0;
-            if (run == nullptr || (skipped && vcn == last)) tail = 0;
-            if (run == nullptr) break;
-            if (!skipped) list.emplace_back(vcn, run);
+            if (!held || (skipped && vcn == last)) tail = 0;
+            if (!held) break;
+            if (!skipped) list.emplace_back(vcn, &*run);
         }
         std::string out;
         for (std::size_t i = 0; i < list.size() && out.size() < length; ++i) {
