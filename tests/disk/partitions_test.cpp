@@ -8,11 +8,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <array>
 #include <cstdlib>
-#include <filesystem>
-#include <fstream>
-#include <iterator>
 #include <sstream>
 
 using namespace hv;
@@ -105,70 +101,25 @@ std::string walk(const disk_bytes &disk, table_scan scan = no_scan,
     return walk(dir.write_file("disk", text(disk.bytes)), scan, gaps);
 }
 
-// What a command prints; empty if it fails.
-std::string output_of(const std::string &command)
-{
-    const temp_dir dir;
-    const std::string line =
-        "PATH=$PATH:/usr/sbin:/sbin; " + command + " >" + dir / "out" + " 2>/dev/null";
-    std::ifstream file(std::system(line.c_str()) == 0 ? dir / "out" : "");
-    return {std::istreambuf_iterator<char>(file), {}};
-}
-
 } // namespace
 
-TEST(Partitions, AsSfdiskPrints)
+TEST(Partitions, WalksWhatSfdiskWrites)
 {
-    if (output_of("command -v sfdisk").empty()) GTEST_SKIP() << "sfdisk isn't there";
     const temp_dir dir;
     const std::string image = dir.write_file("i", std::string(10 << 20, '\0'));
     const std::string script = dir.write_file(
         "s", "label: dos\nstart=128,size=1000,type=7\nstart=2048,size=1000,type=c\n"
              "start=4096,size=500,type=27\nstart=6144,size=14000,type=f\n"
-             "size=500,type=83\nsize=600,type=7\nsize=700,type=b\n");
-    EXPECT_EQ(output_of("sfdisk -q --no-tell-kernel --no-reread " + image + " <" +
-                        script + " && sfdisk --dump " + image +
-                        " | sed -n 's/.*start= *//; s/, size= */+/; s/, type=/ /p'"),
-              "128+1000 7\n2048+1000 c\n4096+500 27\n6144+14000 f\n8192+500 83\n"
-              "10240+600 7\n12288+700 b\n");
+             "start=8192,size=500,type=83\nstart=10240,size=600,type=7\nstart=12288,"
+             "size=700,type=b\n");
+    const std::string command =
+        "PATH=$PATH:/usr/sbin:/sbin; sfdisk -q --no-tell-kernel --no-reread " + image +
+        " <" + script;
+    if (std::system(command.c_str()) != 0) GTEST_SKIP() << "sfdisk doesn't run";
     EXPECT_EQ(walk(image),
               "128+1000 ntfs or exfat\n2048+1000 fat32\n4096+500 hidden ntfs\n"
               "6144+14000 exten\n8192+500 linux\n10239+601 exten\n"
-              "10240+600 ntfs or exfat\n12287+701 exten\n12288+700 fat32\n")
-        << "sfdisk doesn't list the links of the extended partition";
-}
-
-TEST(Partitions, AsSgdiskPrints)
-{
-    if (output_of("command -v sgdisk").empty()) GTEST_SKIP() << "sgdisk isn't there";
-    const temp_dir dir;
-    const std::string image = dir.write_file("i", std::string(4 << 20, '\0'));
-    ASSERT_NE(output_of("sgdisk -o -a 1 -n 1:2048:4095 -t 1:0700 -c '1:Größe' "
-                        "-n 3:4096:6000 -t 3:8300 -A 3:set:2 -c 3:b "
-                        "-n 4:6002:6002 -t 4:ef00 -c 4:c " +
-                        image),
-              "");
-    partition_list list;
-    ASSERT_TRUE(find_partitions(list, RAW_DISK_IO(image), no_scan, no_gaps));
-    const char *types[] = {"Microsoft basic data", "Linux filesystem", "EFI system"};
-    ASSERT_EQ(list.size(), std::size(types));
-    for (std::size_t i = 0; i < list.size(); ++i) {
-        const partition_entry &entry = list[i];
-        std::string type, own;
-        guid_text(type, byte_view{entry.type_guid});
-        guid_text(own, byte_view{entry.partition_guid});
-        const std::string info = lower_copy(
-            output_of("sgdisk -i " + std::to_string(i == 0 ? 1 : i + 2) + " " + image));
-        const u64 last = entry.start_sector + entry.sectors - 1;
-        for (const std::string &line :
-             {"code: " + type, "unique guid: " + own,
-              "first sector: " + std::to_string(entry.start_sector) + " ",
-              "last sector: " + std::to_string(last) + " ",
-              "name: '" + lower_copy(entry.name) + "'",
-              "flags: 000000000000000" + std::to_string(entry.gpt_attributes)})
-            EXPECT_NE(info.find(line), std::string::npos) << line << " in " << info;
-        EXPECT_EQ(gpt_type_name(byte_view{entry.type_guid}), types[i]);
-    }
+              "10240+600 ntfs or exfat\n12287+701 exten\n12288+700 fat32\n");
 }
 
 TEST(Partitions, WalksTables)
@@ -273,6 +224,15 @@ TEST(Partitions, WalksGpt)
         "1+1 gpt *4096 =gpt header 'gpt header'\n"
         "2+32 gpt *4096 =gpt partition entries 'gpt partition entries'\n"
         "34+6 empty *4096 'unalloc'\n40+4 gpt *4096\n44+4 empty *4096 'unalloc'\n");
+    const temp_dir dir;
+    partition_list list;
+    std::string own;
+    const RAW_DISK_IO disk(dir.write_file("i", text(wide.bytes)));
+    ASSERT_TRUE(find_partitions_gpt(list, disk, no_gaps));
+    EXPECT_TRUE(guid_text(own, byte_view{list[0].partition_guid}));
+    EXPECT_EQ(own, "00002000-0000-0000-0000-000000000000");
+    EXPECT_EQ(gpt_type_name(byte_view{list[0].type_guid}), "Microsoft basic data");
+    EXPECT_EQ(list[0].gpt_attributes, 5U);
     EXPECT_EQ(walk(many), "100+10 gpt 'a'\n200+0 fat32 =fat32 'b'\n");
     EXPECT_EQ(walk(ext), "0+3072 linux =ext2/3 'ext2/3'\n") << "the start is lost";
     EXPECT_EQ(walk(cut), "failed\n50+10 gpt 'a'\n");
@@ -341,9 +301,6 @@ TEST(Partitions, RecognisesVolumes)
     }
     EXPECT_EQ(partition_type_name(0x107), "unk");
     EXPECT_EQ(partition_type_name(160), "hibernation partition");
-    const std::string bios = "Hah!IdontNeedEFI";
-    EXPECT_EQ(gpt_type_name(byte_view{byte_vector(bios.begin(), bios.end())}),
-              "BIOS boot");
     EXPECT_EQ(gpt_type_name(byte_view{byte_vector(16)}), "");
 }
 
