@@ -4,20 +4,17 @@
 
 #include <gtest/gtest.h>
 
-#include <algorithm>
-
 using namespace hv;
+using namespace test_support;
 
 namespace {
 
-// A non-resident attribute that begins at cluster `vcn` of its stream.
-std::vector<u8> attribute_with(const std::vector<u8> &list, u64 vcn = 0)
+// A non-resident attribute that has the list at 64.
+std::vector<u8> attribute_with(const std::vector<u8> &list)
 {
-    std::vector<u8> bytes(64 + list.size());
-    std::ranges::copy(list, bytes.begin() + 64);
-    test_support::put_number(bytes, 4, bytes.size(), 4);
-    test_support::put_number(bytes, 16, vcn, 8);
-    test_support::put_number(bytes, 32, 64, 2);
+    std::vector<u8> bytes(64);
+    append(bytes, list);
+    put_layout(bytes, {{4, 4, bytes.size()}, {32, 2, 64}});
     return bytes;
 }
 
@@ -44,11 +41,10 @@ std::string clusters_of(const data_run_list &runs)
     return text_of(clusters);
 }
 
-std::vector<flat_run> flat_runs(byte_view attribute)
+std::string flat_text(byte_view attribute)
 {
     std::vector<flat_run> runs;
-    EXPECT_TRUE(decode_flat_runs(attribute, runs));
-    return runs;
+    return decode_flat_runs(attribute, runs) ? text_of(runs) : "-";
 }
 
 struct run_case {
@@ -61,17 +57,11 @@ struct run_case {
 TEST(DataRun, DecodesAllForms)
 {
     const std::vector<run_case> cases = {
-        {{0x21, 0x18, 0x34, 0x56, 0}, "0:22068(22068)x24 ", "0:22068x24 "},
-        // Backwards, also with eight bytes.
-        {{0x21, 2, 0, 1, 0x11, 3, 0xFF, 0},
-         "0:256(256)x2 2:255(1)x3 ",
-         "0:256x2 2:255x3 "},
-        {{0x21, 1, 0, 1, 0x81, 2, 0xF0, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF},
-         "0:256(256)x1 1:240(16)x2 ",
-         "0:256x1 1:240x2 "},
-        {{0x11, 1, 0x80, 0},
-         "0:18446744073709551488(128)x1 ",
-         "0:18446744073709551488x1 "},
+        // Forward, and backward with eight bytes and with one.
+        {{0x21, 24, 0x34, 0x56, 0x81, 2, 0xF0, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF,
+          0x11, 1, 0x80},
+         "0:22068(22068)x24 24:22052(16)x2 26:21924(128)x1 ",
+         "0:22068x24 24:22052x2 26:21924x1 "},
         // A hole, and cluster 0 at the start.
         {{0x21, 16, 0, 0x10, 0x01, 8, 0x11, 4, 0x20, 0},
          "0:4096(4096)x16 16:4096(0)x8 24:4128(32)x4 ",
@@ -83,46 +73,36 @@ TEST(DataRun, DecodesAllForms)
         // Cut in the second entry; no entry; no byte.
         {{0x11, 4, 0x10, 0x31, 5, 1, 2}, "0:16(16)x4 ", "0:16x4 "},
         {{0, 0x11, 4, 0x10}, "", ""},
-        {{}, "", ""}};
+        {{}, "", ""},
+        // The fifth byte of a length is added to the first, in the list form only.
+        {{0x15, 5, 0, 0, 0, 1, 0x40, 0}, "0:64(64)x5 ", "0:64x5 ", "0:64x6 "}};
     for (const auto &[list, runs, clusters, listed_clusters] : cases) {
         const std::vector<u8> attribute = attribute_with(list);
         data_run_list full, listed(1);
         decode_attribute_runs(byte_view{attribute}, full);
-        EXPECT_EQ(text_of(full), runs) << runs;
+        EXPECT_EQ(text_of(full), runs);
         EXPECT_EQ(clusters_of(full), clusters) << runs;
-        EXPECT_EQ(text_of(flat_runs(byte_view{attribute})), runs) << runs;
-        EXPECT_EQ(decode_run_list(byte_view{list}, listed, 128, true), !runs.empty())
-            << runs;
+        EXPECT_EQ(flat_text(byte_view{attribute}), runs);
+        EXPECT_EQ(decode_run_list(byte_view{list}, listed, 128, true), !runs.empty());
+        EXPECT_FALSE(decode_run_list({}, listed, 128, false));
         EXPECT_EQ(clusters_of(listed), listed_clusters) << runs;
     }
 }
 
 TEST(DataRun, StaysInsideTheAttribute)
 {
-    const std::vector<u8> two = {0x11, 4, 0x10, 0x11, 4, 0x10};
-    std::vector<u8> attribute = attribute_with(two, 5);
-    EXPECT_EQ(text_of(flat_runs(byte_view{attribute})), "5:16(16)x4 9:32(16)x4 ");
-    test_support::put_number(attribute, 4, 67,
-                             4); // the list is cut after its first run
-    EXPECT_EQ(text_of(flat_runs(byte_view{attribute})), "5:16(16)x4 ");
-    test_support::put_number(attribute, 32, 0xFFFF, 2);
-    EXPECT_EQ(text_of(flat_runs(byte_view{attribute})), "");
-    test_support::put_number(attribute, 4, 0, 4);
-    std::vector<flat_run> none;
-    EXPECT_FALSE(decode_flat_runs(byte_view{attribute}, none));
-    EXPECT_FALSE(decode_flat_runs({}, none));
-    EXPECT_EQ(flat_runs(byte_view{attribute_with(two, ~u64{2})}).size(), 1u)
-        << "the VCN of the second run passes 64 bits";
-}
-
-// The fifth byte of a length is added to the first, in the list form only.
-TEST(DataRun, FoldsLongLengths)
-{
-    const std::vector<u8> list = {0x15, 5, 0, 0, 0, 1, 0x40, 0};
-    data_run_list runs;
-    EXPECT_TRUE(decode_run_list(byte_view{list}, runs, 128, false));
-    decode_attribute_runs(byte_view{attribute_with(list)}, runs);
-    EXPECT_EQ(clusters_of(runs), "0:64x6 0:64x5 ");
+    std::vector<u8> attribute = attribute_with({0x11, 4, 0x10, 0x11, 4, 0x10});
+    const std::pair<layout_row, const char *> changes[] = {
+        {{16, 8, ~u64{2}}, "18446744073709551613:16(16)x4 "}, // then VCNs end
+        {{16, 8, 5}, "5:16(16)x4 9:32(16)x4 "},
+        {{4, 4, 67}, "5:16(16)x4 "}, // the list is cut after its first run
+        {{32, 2, 0xFFFF}, ""},
+        {{4, 4, 0}, "-"}};
+    for (const auto &[change, runs] : changes) {
+        put_layout(attribute, {change});
+        EXPECT_EQ(flat_text(byte_view{attribute}), runs);
+    }
+    EXPECT_EQ(flat_text({}), "-");
 }
 
 TEST(DataRun, FindsAndCompactsRuns)

