@@ -3,7 +3,6 @@
 #include "base/hv_text_convert.h"
 #include "ntfs/built_volume.h"
 #include "ntfs/hv_mft_entries_ctx.h"
-#include "support/fixtures.h"
 
 #include <gtest/gtest.h>
 
@@ -32,10 +31,9 @@ std::string find(CNtfs &volume, std::wstring_view path,
 byte_vector link_to(std::u16string_view target, std::size_t zeros = 0)
 {
     byte_vector bytes(16 + zeros);
-    put_number(bytes, 0, 0xA000000C, 4);
-    put_number(bytes, 4, 8 + 2 * target.size(), 2);
-    put_number(bytes, 10, 2 * target.size(), 2);
-    put_number(bytes, 14, 2 * target.size(), 2);
+    const u64 size = 2 * target.size();
+    put_layout(bytes,
+               {{0, 4, 0xA000000C}, {4, 2, 8 + size}, {10, 2, size}, {14, 2, size}});
     put_utf16(bytes, 16 + zeros, target);
     return bytes;
 }
@@ -168,25 +166,6 @@ TEST(GetAttributeList, MergesOneStreamFromManyRecords)
     }
     EXPECT_EQ(list[1 - unnamed].content, (std::vector<u8>{'z'}));
     EXPECT_FALSE(get_attribute_list(on.volume, 1u << 20, list, attribute_scope::all));
-}
-
-TEST(FindInodeByPath, RealVolume)
-{
-    CNtfs volume(fixture_or_skip("ntfs/graft2.raw.gz"), 0, volume_kind::path);
-    EXPECT_EQ(find(volume, L"\\recycler").substr(0, 4), "64 5");
-    index_live_map live;
-    index_slack_map slack;
-    std::set<u64> children;
-    u64 budget = ~u64{0};
-    ASSERT_TRUE(list_directory(volume, live, slack, 65, slack_mode::recover, budget));
-    for (const auto &[key, entry] : live)
-        children.insert(reference_entry(entry.reference));
-    EXPECT_EQ(children, (std::set<u64>{66, 67, 68, 69, 70}));
-    std::vector<attrib_info> list;
-    ASSERT_TRUE(get_attribute_list(volume, 70, list, attribute_scope::all));
-    const auto data = std::ranges::find(list, ntfs_type::data, &attrib_info::type);
-    ASSERT_NE(data, list.end());
-    EXPECT_EQ(data->real_size, 4000u);
 }
 
 } // namespace
