@@ -41,12 +41,10 @@ std::string text_and_name(byte_view bytes)
 TEST(Sid, TextAndName)
 {
     const std::pair<byte_vector, const char *> cases[] = {
-        {sid(1, {0}), "S-1-1-0 World"},
         {sid(3, {3}), "S-1-3-3 Group Server"},
         {sid(3, {4}), "S-1-3-4 unk"},
-        {sid(5, {18}), "S-1-5-18 Local System"},
         {sid(16, {4096}), "S-1-16-4096 unk"},
-        {sid(5, {32, 544}), "S-1-5-32-544 Admins"},
+        {{255, 0, 0, 0, 0, 0, 1, 5, 0, 0, 0, 0}, "S-255-5 unk"},
         {sid(9, {7, 500}), "S-1-9-7-500 User Admin"},
         {sid(5, {21, 4294967295, 561}),
          "S-1-5-21-4294967295-561 Terminal Server License Servers"}};
@@ -55,9 +53,6 @@ TEST(Sid, TextAndName)
         const byte_view cut = byte_view{bytes}.clip(0, bytes.size() - 1);
         EXPECT_EQ(text_and_name(cut), "false  unk") << expected;
     }
-    const byte_vector empty = {255, 0, 0, 0, 0, 0, 1, 5, 0, 0, 0, 0};
-    EXPECT_EQ(text_and_name(byte_view{empty}), "S-255-5 unk");
-    EXPECT_EQ(text_and_name(byte_view{empty}.clip(0, 11)), "false  unk");
 }
 
 TEST(Descriptor, Report)
@@ -129,14 +124,11 @@ TEST(Descriptor, RepeatedAcesAreBounded)
 {
     byte_vector bytes = descriptor({acl({ace(0, 0, 0x10000, system_sid)})});
     ace_map aces;
-    bytes[30] = 0; // the next ACE is this one again
-    // 0x0202 ACEs, and 0xFFFF: 65535 bytes of them, of 20 bytes each.
-    for (const auto &[count, expected] : {std::pair{2, 514u}, {0xFF, 3276u}}) {
-        bytes[24] = bytes[25] = static_cast<u8>(count);
-        EXPECT_TRUE(collect_acl(aces, byte_view{bytes}, 20));
-        ASSERT_EQ(aces.size(), 1u);
-        EXPECT_EQ(aces.begin()->second.masks.size(), expected * 6 + (expected - 1) * 3);
-    }
+    bytes[30] = 0;                // the next ACE is this one again
+    bytes[24] = bytes[25] = 0xFF; // 65535 bytes of ACEs, of 20 bytes each
+    EXPECT_TRUE(collect_acl(aces, byte_view{bytes}, 20));
+    ASSERT_EQ(aces.size(), 1u);
+    EXPECT_EQ(aces.begin()->second.masks.size(), 3276u * 6 + 3275 * 3);
     EXPECT_FALSE(collect_acl(aces, byte_view{bytes}, 41)) << "7 bytes of an ACL";
     EXPECT_TRUE(aces.empty());
 }
@@ -192,10 +184,6 @@ TEST(SecurityMap, FindsOwnersThroughDamage)
     EXPECT_EQ(bytes, full);
     EXPECT_TRUE(map.read_descriptor(bytes, 257));
     EXPECT_EQ(bytes, descriptor({sid(5, {32, 257})}));
-    std::string owner = "old";
-    EXPECT_TRUE(map.owner_of_id(owner, 262));
-    EXPECT_EQ(owner, "");
-    EXPECT_FALSE(map.owner_of_id(owner, 0));
     INODE_STATS stats;
     attach_owners(*volume);
     for (const auto &[entry, expected] : {std::pair{65, "S-1-5-32-257"}, {72, ""}}) {
