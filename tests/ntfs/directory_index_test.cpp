@@ -52,9 +52,9 @@ byte_vector index_bytes(const std::vector<index_item> &items)
 struct listing {
     explicit listing(const byte_vector &index, slack_mode mode = slack_mode::recover,
                      u64 parent = 0)
-        : given(parent)
+        : given(parent),
+          good(parse_index_entries(live, slack, given, byte_view{index}, 1000, mode))
     {
-        good = parse_index_entries(live, slack, given, byte_view{index}, 1000, mode);
     }
 
     // The names, live ones before a "|", in their order.
@@ -70,7 +70,7 @@ struct listing {
     index_live_map live;
     index_slack_map slack;
     u64 given;
-    bool good = false;
+    bool good;
 };
 
 // Entries of one-letter names are 88 bytes long; "a" begins at 40, "b" at 128, "c" at
@@ -136,15 +136,13 @@ TEST(ParseIndexEntries, FillsFieldsAndKeys)
 
 constexpr u64 bound_1986 = 121'493'952'000'000'000;
 constexpr u64 bound_2100 = 157'469'184'000'000'000; // 182,256 days after 1601
-constexpr std::size_t slack_size = 4072 - 40;
-constexpr layout_row unchanged = {14, 2, 0};
 
 struct slack_case {
     const char *what;
-    std::size_t at; // in the slack; the first 16 bytes of it are an end marker
+    std::size_t at; // in the slack, of 4032 bytes; the first 16 are an end marker
     bool found;
     index_item item;
-    layout_row change = unchanged; // of the stale entry
+    layout_row change = {14, 2, 0}; // of the stale entry
 };
 
 TEST(ParseIndexEntries, RecoversStaleEntries)
@@ -164,8 +162,8 @@ TEST(ParseIndexEntries, RecoversStaleEntries)
         {"later", 16, false, {.parent = 6, .time = bound_2100 + 1}},
         {"no last stamp", 16, true, {.parent = 6}, {48, 8, 0}},
         {"no first stamp", 16, true, {.parent = 6}, {24, 8, 0}},
-        {"cut by the end", slack_size - 80, false, {}},
-        {"name ends with the block", slack_size - 88, true, {.name = u"abc"}},
+        {"cut by the end", 4032 - 80, false, {}},
+        {"name ends with the block", 4032 - 88, true, {.name = u"abc"}},
     };
     for (const auto &[what, at, is_found, item, change] : cases) {
         byte_vector stale = index_entry_bytes(item);
@@ -188,12 +186,11 @@ TEST(ParseIndexEntries, KeepsSlackEntriesApart)
     // Two believable starts 40 bytes apart: the first one is taken.
     byte_vector index = index_bytes(abc);
     put_bytes(index, 320, index_entry_bytes({70, u"inner", 5, 0}));
-    put_number(index, 320 + 64, 0, 8); // the second one leaves little allocated
     byte_vector head = index_entry_bytes({71, u"", 5, 0});
     head.resize(24);
     put_bytes(index, 360, head);
-    put_number(index, 360 + 80, 1, 1);
-    put_number(index, 360 + 82, u'y', 2);
+    // The second one leaves little allocated.
+    put_layout(index, {{320 + 64, 8, 0}, {360 + 80, 1, 1}, {360 + 82, 2, u'y'}});
     EXPECT_EQ(listing(index).names(), "a b c | inner");
     // Whatever is in use, the whole block is slack then.
     put_number(index, 4, 0, 4);

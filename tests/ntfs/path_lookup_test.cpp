@@ -106,7 +106,6 @@ TEST(ListDirectory, ReadsBlocksOfAllClusterSizes)
         ASSERT_TRUE(
             list_directory(on.volume, live, slack, 64, slack_mode::recover, budget));
         EXPECT_EQ(live.size(), 300u) << cluster_size;
-        EXPECT_TRUE(live.contains("0000000064_a rather long name 299"));
         EXPECT_EQ(find(on.volume, L"\\crowd\\a rather long name 123").substr(0, 6),
                   "223 64");
     }
