@@ -2,13 +2,11 @@
 
 #include "support/temp_dir.h"
 
-#include <chrono>
 #include <csignal>
 #include <functional>
 #include <sys/prctl.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
-#include <thread>
 #include <unistd.h>
 
 namespace test_support {
@@ -44,6 +42,13 @@ public:
     /// A path on the volume. "name:stream" names a stream.
     std::string operator/(const std::string &name) const { return m_root + "/" + name; }
 
+    /// Writes a file on the volume, with the directories it needs, and returns its
+    /// path.
+    std::string write_file(const std::string &name, std::string_view bytes) const
+    {
+        return m_dir.write_file("root/" + name, bytes);
+    }
+
     /// The file that holds the volume.
     const std::string &image() const { return m_image; }
 
@@ -53,29 +58,15 @@ public:
     {
         if (!mounted()) return false;
         const bool detached = run("fusermount -u " + m_root) || run("umount " + m_root);
-        const bool complete = detached && driver_ended(std::chrono::seconds(30));
-        if (!complete) stop_driver();
-        m_driver = -1;
+        const bool complete = detached && driver_ended();
+        stop_driver();
         return complete;
     }
 
-    /// Mounts the volume again after an `unmount`.
-    bool remount()
-    {
-        if (!mounted()) mount();
-        return mounted();
-    }
-
-private:
-    static bool run(const std::string &command)
-    {
-        const std::string path = "PATH=$PATH:/usr/sbin:/sbin ";
-        return std::system((path + command + " >/dev/null 2>&1").c_str()) == 0;
-    }
-
-    // The driver stays a child, so that its end can be waited for. It ends by itself,
-    // and with it the mount, if the test dies.
-    void mount()
+    /// Mounts the volume again after an `unmount`. The driver stays a child, so that
+    /// its end can be waited for. It ends by itself, and with it the mount, if the test
+    /// dies.
+    bool mount()
     {
         m_ended = false;
         m_driver = fork();
@@ -87,10 +78,16 @@ private:
                        m_root.c_str(), nullptr);
             _exit(127);
         }
-        const auto settled = [this] { return is_attached() || has_ended(); };
-        if (wait_for(settled, std::chrono::seconds(30)) && !m_ended) return;
-        stop_driver();
-        m_driver = -1;
+        const bool settled = wait_for([this] { return is_attached() || has_ended(); });
+        if (!settled || m_ended) stop_driver();
+        return mounted();
+    }
+
+private:
+    static bool run(const std::string &command)
+    {
+        const std::string path = "PATH=$PATH:/usr/sbin:/sbin ";
+        return std::system((path + command + " >/dev/null 2>&1").c_str()) == 0;
     }
 
     bool is_attached() const
@@ -106,20 +103,16 @@ private:
         return m_ended;
     }
 
-    static bool wait_for(const std::function<bool()> &done,
-                         std::chrono::seconds longest)
+    // True if it comes true within half a minute.
+    static bool wait_for(const std::function<bool()> &done)
     {
-        const auto end = std::chrono::steady_clock::now() + longest;
-        while (!done()) {
-            if (std::chrono::steady_clock::now() > end) return false;
-            std::this_thread::sleep_for(std::chrono::milliseconds(10));
-        }
-        return true;
+        for (int tries = 3000; tries > 0 && !done(); --tries) usleep(10'000);
+        return done();
     }
 
-    bool driver_ended(std::chrono::seconds longest)
+    bool driver_ended()
     {
-        return wait_for([this] { return has_ended(); }, longest);
+        return wait_for([this] { return has_ended(); });
     }
 
     // A lazy detach works while the mount is in use.
@@ -127,11 +120,9 @@ private:
     {
         if (is_attached() && !run("fusermount -u -z " + m_root))
             run("umount -l " + m_root);
-        if (has_ended()) return;
-        kill(m_driver, SIGTERM);
-        if (driver_ended(std::chrono::seconds(10))) return;
-        kill(m_driver, SIGKILL);
-        driver_ended(std::chrono::seconds(10));
+        if (mounted() && !has_ended()) kill(m_driver, SIGKILL);
+        driver_ended();
+        m_driver = -1;
     }
 
     temp_dir m_dir;

@@ -3,8 +3,7 @@
 #include "support/temp_dir.h"
 
 #include <algorithm>
-#include <chrono>
-#include <fcntl.h>
+#include <cstdio>
 #include <string>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -29,33 +28,20 @@ struct run_result {
     std::string out;
     std::string err;
 
-    std::vector<std::string> lines() const
+    /// The lines of the output, without the first `skipped` ones.
+    std::vector<std::string> lines(std::ptrdiff_t skipped = 0) const
     {
-        std::vector<std::string> result;
-        for (std::size_t at = 0; at < out.size();) {
-            const std::size_t end = std::min(out.find('\n', at), out.size());
-            result.push_back(out.substr(at, end - at));
-            at = end + 1;
-        }
-        return result;
+        std::vector<std::string> all = split_at(out, '\n');
+        if (all.back().empty()) all.pop_back();
+        all.erase(all.begin(), all.begin() + std::min(skipped, std::ssize(all)));
+        return all;
     }
 
     /// The output after the three header lines.
-    std::vector<std::string> body() const
-    {
-        std::vector<std::string> all = lines();
-        all.erase(all.begin(),
-                  all.begin() + std::min<std::ptrdiff_t>(3, std::ssize(all)));
-        return all;
-    }
+    std::vector<std::string> body() const { return lines(3); }
 
     /// The table rows: the output after the header and the column line.
-    std::vector<std::string> rows() const
-    {
-        std::vector<std::string> all = body();
-        if (!all.empty()) all.erase(all.begin());
-        return all;
-    }
+    std::vector<std::string> rows() const { return lines(4); }
 };
 
 /// The streams of a run, where they aren't files of the test.
@@ -73,20 +59,17 @@ inline run_result run_veskit(const std::vector<std::string> &args,
     const temp_dir dir;
     const std::string in = dir.write_file("in", streams.in);
     const std::string out = streams.out != nullptr ? streams.out : dir / "out";
+    std::fflush(stdout); // else the child would write it as well
     const pid_t child = fork();
     if (child == 0) {
         std::vector<char *> argv = {const_cast<char *>(VESKIT_BINARY)};
         for (const std::string &arg : args)
             argv.push_back(const_cast<char *>(arg.c_str()));
         argv.push_back(nullptr);
-        const auto redirect = [](const std::string &path, int flags, int descriptor) {
-            const int opened = open(path.c_str(), flags, 0600);
-            if (opened < 0 || dup2(opened, descriptor) < 0) _exit(126);
-            close(opened);
-        };
-        redirect(in, O_RDONLY, 0);
-        redirect(out, O_WRONLY | O_CREAT, 1);
-        redirect(dir / "err", O_WRONLY | O_CREAT, 2);
+        if (!std::freopen(in.c_str(), "r", stdin) ||
+            !std::freopen(out.c_str(), "w", stdout) ||
+            !std::freopen((dir / "err").c_str(), "w", stderr))
+            _exit(126);
         if (streams.out_closed) close(1);
         alarm(60);
         execv(VESKIT_BINARY, argv.data());
@@ -94,11 +77,8 @@ inline run_result run_veskit(const std::vector<std::string> &args,
     }
     int status = 0;
     waitpid(child, &status, 0);
-    run_result result;
-    result.status = WIFEXITED(status) ? WEXITSTATUS(status) : 1000 + WTERMSIG(status);
-    if (streams.out == nullptr) result.out = file_bytes(out);
-    result.err = file_bytes(dir / "err");
-    return result;
+    return {WIFEXITED(status) ? WEXITSTATUS(status) : 1000 + WTERMSIG(status),
+            file_bytes(dir / "out"), file_bytes(dir / "err")};
 }
 
 /// The rows of a run that has nothing to report but rows, with "|" between cells and
