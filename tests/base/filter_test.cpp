@@ -6,10 +6,9 @@
 
 using namespace hv;
 
-namespace {
-
 // A "+" for each path that passes a filter, a "-" for each that doesn't.
-std::string passing(const std::string &filter, const std::vector<std::string> &paths)
+static std::string passing(const std::string &filter,
+                           const std::vector<std::string> &paths)
 {
     std::vector<filter_item> list(3);
     parse_filter(list, filter);
@@ -24,26 +23,21 @@ TEST(Filter, PassesByPattern)
     EXPECT_EQ(passing("$I*", {"/bin/$IAB.TXT", "/bin/$RAB.TXT", "/$ibin/x"}), "+--");
     EXPECT_EQ(passing("*part*", {"/a/xPARTy", "/part/x"}), "+-");
     EXPECT_EQ(passing("ab*cd", {"/x/ABCD", "/x/abxcd"}), "+-");
-    EXPECT_EQ(passing("abcd", {"/x/abcde"}), "-");
     EXPECT_EQ(passing("**ab", {"/x/cab"}), "+");
-    EXPECT_EQ(passing("*.txt", {"/a/b.txt", "/a/b.txt2"}), "+-");
-    EXPECT_EQ(passing("*.txt|*.doc", {"/x/a.doc", "/x/a.dot"}), "+-");
+    EXPECT_EQ(passing("*.txt|*.doc", {"/x/a.doc", "/x/a.dot", "/b.txt2"}), "+--");
     EXPECT_EQ(passing(" *.txt , *.doc ", {"/x/a.txt", "/x/a.doc"}), "++");
     EXPECT_EQ(passing("a,b|c", {"/x/a,b", "/x/a"}), "+-");
-    EXPECT_EQ(passing("||a", {"/x/a", "/x/b"}), "+-");
-    EXPECT_EQ(passing("a|*|b", {"/x/c"}), "+");
+    EXPECT_EQ(passing("||a", {"/x/a", "/x/b", "/x/ab"}), "+--");
     EXPECT_EQ(passing("*:stream", {"/x/c"}), "+");
     EXPECT_EQ(passing("ab:s*", {"/x/ab", "/x/ab:s1"}), "+-");
     EXPECT_EQ(passing("x", {"a/b\\x", "a\\b/x"}), "+-");
     EXPECT_EQ(passing("/recycle", {"/m/Recycle/x", "C:\\a\\recycle\\x"}), "++");
-    EXPECT_EQ(passing("/recycle", {"/m/recycle", "/recycler/x"}), "+-");
-    EXPECT_EQ(passing("/bin", {"/binary/bin/x"}), "+");
+    EXPECT_EQ(passing("/bin", {"/binary/bin/x", "/binary/x", "/m/bin"}), "+-+");
+    EXPECT_EQ(passing("a|*|b", {"/x/c", ""}), "+-");
+    EXPECT_EQ(passing("|", {"x", ""}), "+-");
     EXPECT_EQ(passing("*/bin", {"/m/bin/x"}), "+");
     EXPECT_EQ(passing("/a,x.txt", {"/b/x.txt"}), "+");
     EXPECT_EQ(passing("a*", {"", "a\xFF"}), "--");
-    EXPECT_EQ(passing("*", {"x", ""}), "+-");
-    EXPECT_TRUE(filter_passes("x", {}));
-    EXPECT_FALSE(filter_passes("", {}));
 }
 
 TEST(Filter, ComparesBytesOfTheFile)
@@ -69,5 +63,3 @@ TEST(Filter, NeedsBothTimesTooOldOrOneTooNew)
     for (const file_times times : {file_times{9, 9}, {15, 21}, {21, 15}})
         EXPECT_FALSE(window.holds(times)) << times.modified << " " << times.changed;
 }
-
-} // namespace
