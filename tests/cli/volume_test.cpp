@@ -109,15 +109,13 @@ TEST_F(Volume, FindsWhatTheIndexKnowsOrForgot)
 {
     EXPECT_EQ(short_rows({"-image", write(recent_bin().build()), "-no_mirel"}),
               rows_without_index);
-    // A user's folder that only stale bytes of the index still name.
-    ntfs_item user = bin_item(80, "S-1-5-21-8", "", bin_entry);
-    user.in_index = false;
-    auto stale = recent_bin();
-    stale.directory(user)
-        .stale_entry({bin_entry, 80, user.name, 1, 1, 0x10000000})
-        .file(bin_metadata(81, "$ISTALE1", u"C:\\stale", 80));
-    EXPECT_EQ(short_rows({"-image", write(stale.build())}),
-              recent_rows_and("C:\\stale|14|81"));
+    // A folder outside the bin, which stale bytes of the bin's index still name.
+    auto moved = recent_bin();
+    moved.directory(bin_item(80, "moved", "", 76))
+        .stale_entry({bin_entry, 80, "moved", 1, 1, 0x10000000})
+        .file(bin_metadata(81, "$IMOVED1", u"C:\\moved", 80));
+    EXPECT_EQ(short_rows({"-image", write(moved.build())}),
+              recent_rows_and("C:\\moved|14|81"));
 }
 
 TEST_F(Volume, ReadsTheBinOfAnOldWindows)
