@@ -2,7 +2,6 @@
 
 #include "samples/record_builders.h"
 #include "support/run_veskit.h"
-#include "support/temp_dir.h"
 
 #include <gtest/gtest.h>
 
@@ -42,9 +41,8 @@ protected:
 };
 
 constexpr const char *column_line =
-    "deleted date [UTC]|modify date [UTC]|access date [UTC]|mftchanged date "
-    "[UTC]|create date "
-    "[UTC]|size|ver|deleted_file|user_sid|source_of_data|extra_info";
+    "deleted date [UTC]|modify date [UTC]|access date [UTC]|mftchanged date [UTC]|"
+    "create date [UTC]|size|ver|deleted_file|user_sid|source_of_data|extra_info";
 
 TEST_F(Cli, ShowsUsageAloneWhenAskedOrWithoutArguments)
 {
