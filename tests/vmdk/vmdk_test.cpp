@@ -23,10 +23,10 @@ using paths = std::vector<std::string>;
 std::string read_files(const paths &list, u64 offset, u64 length)
 {
     vmdk_disk disk;
-    std::string bytes(length, '?');
-    u8 *const buffer = reinterpret_cast<u8 *>(bytes.data());
-    return disk.add_files(list) && disk.link() && disk.read(buffer, offset, length)
-               ? bytes
+    byte_vector bytes(length, '?');
+    return disk.add_files(list) && disk.link() &&
+                   disk.read(bytes.data(), offset, length)
+               ? text(bytes)
                : "failed";
 }
 
