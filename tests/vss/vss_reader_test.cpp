@@ -38,16 +38,16 @@ shadow_store_plan plan_of(const std::string &text)
             const std::size_t at = word.find(mark);
             return at == word.npos ? 0 : place_of(word.substr(at + 1));
         };
-        const auto kind = std::string_view("=>~").find(word[2]);
         switch (word[0]) {
         case '|': list = &plan.second; break;
         case 'f': plan.free.push_back(after(':')); break;
         case 'b': plan.free_before.push_back(after(':')); break;
         case 'n': plan.next = after(':'); break;
         default:
-            list->push_back({place_of(word), after(word[2]),
-                             static_cast<u32>(kind | after('!')),
-                             static_cast<u32>(after(':')), after(word[2])});
+            list->push_back(
+                {place_of(word), word[2] == '>' ? 0 : after(word[2]),
+                 static_cast<u32>(std::string("=>~").find(word[2]) | after('!')),
+                 static_cast<u32>(after(':')), after(word[2])});
         }
     }
     return plan;
