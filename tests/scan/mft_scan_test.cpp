@@ -219,16 +219,18 @@ TEST(MftScan, ExtensionRecordsBelongToWhomTheyName)
     EXPECT_EQ(found(), std::tuple("", 1, true));
 }
 
-// The bin of a volume whose clusters hold several blocks of an index each.
+// The bin of a volume whose clusters hold more blocks of an index than are read at
+// once.
 TEST(FindBins, ReadsEveryBlockOfAnIndex)
 {
-    ntfs_volume_builder builder = empty_bin().cluster_size(16384);
+    ntfs_volume_builder builder = empty_bin().cluster_size(256 * 1024);
     builder.directory(bin_item(90, "$RDIR123"))
         .directory(bin_item(91, "sub", "", 90))
         .file(bin_item(92, "deep.txt", "", 91));
     std::set<u64> files = {92};
-    for (u64 entry = 100; entry < 300; ++entry) {
-        builder.file(bin_item(entry, "$R" + std::to_string(entry) + ".txt"));
+    for (u64 entry = 100; entry < 1700; ++entry) {
+        builder.file(
+            bin_item(entry, "$R" + std::to_string(entry) + "of a long name.txt"));
         files.insert(entry);
     }
     const temp_dir dir;
