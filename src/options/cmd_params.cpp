@@ -57,7 +57,7 @@ void read_form_options(output_form &form, arg_list &args)
     take_form("-multiline", form_kind::multiline, "");
 }
 
-// Pairs of an alias and the path that it stands for. This program looks up none.
+// Pairs of an alias and its path. This program looks up none.
 bool consume_aliases(arg_list &args)
 {
     for (const char *name : {"-alias", "-aliaspath"}) {
@@ -132,7 +132,7 @@ void read_input_options(cmd_params &params, arg_list &args)
     params.pipe = take_flag(args, "-pipe");
 }
 
-// An option that may stand several times; each value adds its patterns.
+// An option that may be given several times; each value adds its patterns.
 void read_filter_option(std::vector<filter_item> &list, arg_list &args,
                         std::string_view name)
 {

@@ -42,7 +42,7 @@ struct output_form {
     std::string hostname;
 
     /// Takes the text between columns. A text with "|" or "," also sets the character
-    /// that isn't allowed inside a cell; "tab" and "\t" stand for one tab.
+    /// that isn't allowed inside a cell; "tab" and "\t" mean one tab.
     void set_separator(std::string_view text);
 
     /// The number as `-base10` and `-base16` want it.

@@ -22,7 +22,8 @@ std::string resolved(const std::string &path)
     return real ? real.get() : std::string();
 }
 
-// The path with its folder resolved: whoever stands inside a bin need not name it.
+// The path with its folder resolved: a relative path inside a bin need not name the
+// bin.
 std::string with_resolved_folder(const std::string &path)
 {
     const std::size_t slash = path.rfind('/');

@@ -50,7 +50,7 @@ std::string text_of(const report_column &cell, const output_form &form)
     return text;
 }
 
-// Date, a blank, time. For no valid time, `filler` stands for both.
+// Date, a blank, time. Without a valid time, `filler` is both.
 std::string time_text_of(const report_column &cell, std::string_view filler,
                          const output_form &form)
 {

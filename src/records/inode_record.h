@@ -26,7 +26,7 @@ struct inode_record {
     u64 real_size = 0;    ///< bytes of the file's data
     u64 position = 0;     ///< byte position of the record or of the carved cluster
     text_ref name;        ///< "." for a directory registered by its path
-    text_ref path;        ///< as far as it is known
+    text_ref path;        ///< what is known of it
     u32 extras = ~u32{0}; ///< place in the store's side table; all ones for none
     u16 sequence = 0;
     bool is_directory = false;
@@ -39,7 +39,7 @@ struct inode_record {
 
 /// What only some records have.
 struct record_extras {
-    std::vector<u8> data;      ///< content of a metadata file, as far as it matters
+    std::vector<u8> data;      ///< content of a metadata file: what a parser can use
     std::vector<u8> zone_data; ///< content of the "zone.identifier" stream
     std::vector<flat_run> data_runs; ///< clusters of a metadata file
     std::string target_name;         ///< label that the scans copy into a record

@@ -14,21 +14,18 @@ std::vector<const trash_entry *> result_list::in_order() const
     // Entries are big: only pointers to the rows are sorted, once.
     std::vector<const row *> rows;
     rows.reserve(m_rows.size());
-    for (const row &one : m_rows) rows.push_back(&one);
-    std::stable_sort(rows.begin(), rows.end(),
-                     [](const row *a, const row *b) { return a->first < b->first; });
+    for (const row &entry : m_rows) rows.push_back(&entry);
+    std::ranges::stable_sort(rows, {}, &row::first);
     std::vector<const trash_entry *> entries;
     entries.reserve(rows.size());
-    for (const row *one : rows) entries.push_back(&one->second);
+    for (const row *entry : rows) entries.push_back(&entry->second);
     return entries;
 }
 
 const trash_entry *result_list::first() const
 {
-    const auto least =
-        std::min_element(m_rows.begin(), m_rows.end(),
-                         [](const row &a, const row &b) { return a.first < b.first; });
-    return least == m_rows.end() ? nullptr : &least->second;
+    const auto first = std::ranges::min_element(m_rows, {}, &row::first);
+    return first == m_rows.end() ? nullptr : &first->second;
 }
 
 } // namespace hv

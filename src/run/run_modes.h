@@ -20,7 +20,7 @@ enum class run_mode {
     nothing,
 };
 
-/// What a run reads, as far as the options alone don't say it.
+/// What a run reads, beyond what the options say.
 struct run_input {
     mounted_bin bin;  ///< of `-partition`
     std::string file; ///< of `-file`

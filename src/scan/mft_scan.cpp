@@ -14,8 +14,8 @@ namespace hv {
 
 namespace {
 
-// Walks over all records, keeps what the filter keeps, and gives the directories their
-// paths.
+// Walks over all records, keeps what the filter keeps, and builds the paths of the
+// directories.
 bool scan(_trash_inodes &collection, const scan_source &source,
           const parse_options &parse, const content_source &content, bool show_progress)
 {
@@ -35,7 +35,7 @@ bool scan(_trash_inodes &collection, const scan_source &source,
     return !collection.bin_directories.empty();
 }
 
-// Every so many entries the progress line is drawn anew.
+// The progress line is drawn anew each time this many entries are done.
 constexpr u64 entries_per_status = 53;
 
 // The size of the $MFT as its own $DATA states it, but no more than the medium has.

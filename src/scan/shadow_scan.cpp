@@ -22,7 +22,7 @@ namespace {
 // come those that follow it on the volume.
 constexpr u32 read_size = 4096;
 
-// Every so many clusters the progress line is drawn anew.
+// The progress line is drawn anew each time this many clusters are done.
 constexpr u64 clusters_per_status = 53;
 
 // Stores don't share clusters, and no two stores a file. For hostile catalogs and run

@@ -19,7 +19,7 @@ namespace hv {
 
 namespace {
 
-// Every so many free clusters the progress line is drawn anew.
+// The progress line is drawn anew each time this many free clusters are done.
 constexpr u64 clusters_per_status = 753;
 
 // What is asked of the medium at a time.

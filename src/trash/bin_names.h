@@ -34,7 +34,7 @@ bool is_old_bin_name(std::string_view name);
 
 // ---- Metadata files
 
-/// Records: an `INFO2`, or a `$I` of the length that Windows gives: "$I", six
+/// Records: an `INFO2`, or a `$I` name as long as those of Windows: "$I", six
 /// characters, an extension. A volume has other files whose names begin "$I".
 bool is_metadata_record_name(std::string_view name);
 

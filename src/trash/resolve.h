@@ -7,7 +7,7 @@
 #include <string_view>
 
 /// The way from metadata and data files to rows: each record of a metadata file is
-/// paired with its data file, by the names that Windows gives to the two.
+/// paired with its data file, by the names of the two.
 namespace hv {
 
 /// What the resolution needs to know of the run.
@@ -30,7 +30,7 @@ struct data_file_keys {
 };
 
 /// The keys for an entry of the metadata file named `metadata_name`; an empty name
-/// stands for a carved `INFO2`.
+/// means a carved `INFO2`.
 data_file_keys data_file_key(const trash_entry &entry, std::string_view metadata_name);
 
 /// Parses one metadata record of the store and turns what it holds into rows. False if
