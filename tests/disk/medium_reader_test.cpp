@@ -33,9 +33,10 @@ TEST(MediumReader, ProvidesTheBytesOfTheMedium)
     medium_reader reader(disk);
     const u64 size = medium.size();
     // Pieces across windows of either kind, back and forth.
-    const std::array<u64, 3> views[] = {{0, 512, 512},           {4097, 70000, size},
-                                        {2'097'000, 4096, size}, {100, 3'000'000, 1},
-                                        {size - 5, 5, size},     {0, size, 0}};
+    const std::array<u64, 3> views[] = {{0, 512, 512},       {512, 512, 512},
+                                        {4097, 70000, size}, {2'097'000, 4096, size},
+                                        {100, 3'000'000, 1}, {size - 5, 5, size},
+                                        {0, size, 0}};
     for (const auto &[offset, length, in_all] : views)
         EXPECT_EQ(bytes_of(reader.view(offset, static_cast<u32>(length), in_all)),
                   medium.substr(offset, length))
