@@ -44,7 +44,7 @@ u64 mft_size_of(const CNtfs &volume)
     mft_entry first;
     if (!mft_entries_ctx(volume).analyze_entry(first, mft_entry_number)) return 0;
     for (const auto &[key, view] : first.attributes) {
-        if (view.info.type != static_cast<u32>(attribute_type::data)) continue;
+        if (!view.info.is(attribute_type::data)) continue;
         const u64 stated = view.info.non_resident ? view.info.allocated_size
                                                   : view.info.content.size();
         return std::min(stated, volume.get_disk()->get_size());

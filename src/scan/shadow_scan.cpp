@@ -83,7 +83,7 @@ private:
     static const attribute_view *first_data(const mft_entry &file)
     {
         for (const auto &[key, view] : file.attributes) {
-            if (view.info.type != static_cast<u32>(attribute_type::data)) continue;
+            if (!view.info.is(attribute_type::data)) continue;
             const u64 size =
                 view.info.non_resident ? view.info.real_size : view.info.content.size();
             return size == 0 ? nullptr : &view;

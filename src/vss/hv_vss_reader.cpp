@@ -119,8 +119,7 @@ void vss_container::attach_by_name(u64 folder, std::string_view name, u64 store_
         !entries.analyze_entry(file, entry))
         return;
     for (const auto &[key, view] : file.attributes) {
-        if (view.info.type != static_cast<u32>(attribute_type::data) ||
-            !view.info.stream_name.empty())
+        if (!view.info.is(attribute_type::data) || !view.info.stream_name.empty())
             continue;
         const u64 reference = u64{file.sequence} << 48 | entry;
         attach_file(reference, store_number, view.info.cluster_runs);
