@@ -7,11 +7,12 @@
 #include <gtest/gtest.h>
 
 #include <sstream>
+#include <tuple>
 
 namespace hv {
 namespace {
 
-// FILETIMEs of 2024-01-31 12:00:00.1234567 and of whole minutes behind 12:00:00 UTC.
+// FILETIMEs of 2024-01-31 12:00:00.1234567 and of whole minutes after 12:00:00 UTC.
 constexpr u64 noon = 133511760001234567;
 constexpr u64 minutes(u64 count)
 {
@@ -67,50 +68,37 @@ struct sample {
 
 TEST(Table, WritesEachFormAsTheUserChoseIt)
 {
-    struct form_case {
-        arg_list args;
-        const char *row;
-    };
-    const char *blank_23 = "                       ";
+    const std::string no_times = std::string(25, ' ') + "|" + std::string(25, ' ');
     const std::string padded =
-        std::string("2024-01-31 12:00:00.123 | 2024-01-31 12:01:00.000 | ") + blank_23 +
-        " | " + blank_23 +
-        " | 2024-01-31 12:02:00.000 | 0x00ff   | Win10    | C:\\a,b;c\r\nd | S-1-5-9  "
-        "| "
+        "2024-01-31 12:00:00.123 | 2024-01-31 12:01:00.000 |" + no_times +
+        "| 2024-01-31 12:02:00.000 | 0x00ff   | Win10    | C:\\a,b;c\r\nd | S-1-5-9  | "
         "{[r]\\$R1=[\"inode\":\"0x33\";\"parent_inode\":\"0x29\"];\"src\":\"$I1\";"
         "\"offset\":\"0x010000\"} |         \n";
     EXPECT_EQ(sample({}).row(), padded);
 
-    const std::vector<form_case> cases = {
+    const std::pair<arg_list, const char *> cases[] = {
         {{"-csv", "-no_whitespace", "-base10"},
-         "2024-01-31 12:00:00.123,2024-01-31 12:01:00.000, , ,2024-01-31 "
-         "12:02:00.000,255,"
-         "Win10,C:\\a "
-         "b|c[CRLF]d,S-1-5-9,{[r]\\$R1=[\"inode\":\"51\";\"parent_inode\":\"41\"];"
-         "\"src\":\"$I1\";\"offset\":\"65536\"},\n"},
+         "2024-01-31 12:00:00.123,2024-01-31 12:01:00.000, , ,2024-01-31 12:02:00.000,"
+         "255,Win10,C:\\a b|c[CRLF]d,S-1-5-9,{[r]\\$R1=[\"inode\":\"51\";"
+         "\"parent_inode\":\"41\"];\"src\":\"$I1\";\"offset\":\"65536\"},\n"},
         {{"-csvgen", "-csv_separator", "TAB", "-dateformat", "dd/mm/yyyy",
           "-timeformat", "hh:mm:ss"},
-         "31/01/2024 12:00:00\t31/01/2024 12:01:00\t \t \t31/01/2024 "
-         "12:02:00\t0x00ff\tWin10\t"
-         "C:\\a,b|c[CRLF]d\tS-1-5-9\t{[r]\\$R1=[\"inode\":\"0x33\";\"parent_inode\":"
-         "\"0x29\"];"
-         "\"src\":\"$I1\";\"offset\":\"0x010000\"}\t\n"},
-        {{"-bodyfile"}, ""},
+         "31/01/2024 12:00:00\t31/01/2024 12:01:00\t \t \t31/01/2024 12:02:00\t0x00ff\t"
+         "Win10\tC:\\a,b|c[CRLF]d\tS-1-5-9\t{[r]\\$R1=[\"inode\":\"0x33\";"
+         "\"parent_inode\":\"0x29\"];\"src\":\"$I1\";\"offset\":\"0x010000\"}\t\n"},
     };
-    for (const form_case &one : cases) EXPECT_EQ(sample(one.args).row(), one.row);
+    for (const auto &[args, row] : cases) EXPECT_EQ(sample(args).row(), row);
     EXPECT_EQ(sample({"-bodyfile"}).written(), "\n");
     EXPECT_EQ(sample({"-xml"}).written(), "");
 }
 
-TEST(Table, KeepsABlankAheadOfEachTimeInPlainCsv)
+TEST(Table, KeepsABlankBeforeEachTimeInPlainCsv)
 {
-    const std::string row = sample({"-csv"}).row();
-    EXPECT_TRUE(row.starts_with(" 2024-01-31 12:00:00.123, 2024-01-31 12:01:00.000,"
-                                "                        ,"))
-        << row;
-    const std::string line = sample({"-csv"}).written();
-    EXPECT_TRUE(line.starts_with("deleted date [UTC]      ,modify date [UTC]       ,"))
-        << line;
+    const std::string text = sample({"-csv"}).written();
+    EXPECT_TRUE(text.starts_with("deleted date [UTC]      ,modify date [UTC]       ,"))
+        << text;
+    EXPECT_NE(text.find("\n 2024-01-31 12:00:00.123, 2024-01-31 12:01:00.000, "),
+              std::string::npos);
 }
 
 TEST(Table, ShowsAnUnpairedRowFromItsMetadataAlone)
@@ -152,7 +140,7 @@ TEST(Table, NamesTheZoneOfADownload)
         << one.row();
 }
 
-TEST(Table, MultilineGivesEachCellALine)
+TEST(Table, MultilineWritesALineForEachCell)
 {
     const std::string text = sample({"-multiline"}).row();
     EXPECT_TRUE(text.starts_with("deleted date [UTC]: 2024-01-31 12:00:00.123\n"
@@ -166,7 +154,7 @@ TEST(Table, MultilineGivesEachCellALine)
         << text;
 }
 
-TEST(Timeline, GivesALineForEachDistinctTime)
+TEST(Timeline, WritesALineForEachDistinctTime)
 {
     sample one({"-csvl2t", "-username", "ann", "-hostname", "pc"});
     const std::string tail = ",C:\\a b|c\r\nd,C:\\a b|c[CRLF]d; size 0x00ff,2,$I1,51,"
@@ -183,31 +171,22 @@ TEST(Timeline, GivesALineForEachDistinctTime)
             "2024-01-31, 12:02:00.000,UTC,...B,TRASH,RECYCLE_BIN,Created,ann,pc" +
             tail);
 
-    sample paired({"-csvl2t", "-pair_datetime", "-no_whitespace"});
-    EXPECT_TRUE(paired.written().starts_with("date/time,timezone,"))
-        << paired.written();
-    EXPECT_TRUE(paired.row().starts_with("2024-01-31 12:00:00.123,UTC,..C.,"))
-        << paired.row();
-}
+    const std::string paired =
+        sample({"-csvl2t", "-pair_datetime", "-no_whitespace"}).written();
+    EXPECT_TRUE(paired.starts_with("date/time,timezone,")) << paired;
+    EXPECT_NE(paired.find("\n2024-01-31 12:00:00.123,UTC,..C.,"), std::string::npos);
 
-TEST(Timeline, WritesNothingWithoutEntries)
-{
-    output_form form;
-    form.kind = form_kind::csvl2t;
     std::ostringstream out;
-    write_results(out, {}, {}, form);
-    EXPECT_EQ(out.str(), "");
+    write_results(out, {}, {}, one.options.form);
+    EXPECT_EQ(out.str(), "") << "no column line without entries";
 }
 
 TEST(Timeline, GroupsTheLettersOfEqualTimes)
 {
-    struct macb_case {
-        u64 m, a, c, b;
-        const char *rows;
-    };
     const u64 one = minutes(1);
     const u64 two = minutes(2);
-    const std::vector<macb_case> cases = {
+    // Modified, accessed, changed and created.
+    const std::tuple<u64, u64, u64, u64, const char *> cases[] = {
         {one, one, one, one, "MACB m; a; d; b|"},
         {two, one, two, one, ".A.B a; b|M.C. m; d|"},
         {0, 0, one, 0, "..C. d|"},
@@ -215,12 +194,10 @@ TEST(Timeline, GroupsTheLettersOfEqualTimes)
         {~u64{0}, one, ~u64{0}, 0, ".A.. a|"}, // negative times join nothing
         {minutes(4), minutes(3), two, one, "...B b|..C. d|.A.. a|M... m|"},
     };
-    for (const macb_case &times : cases) {
+    for (const auto &[m, a, c, b, expected] : cases) {
         l2t_record record;
-        record.modify_time = times.m;
-        record.access_time = times.a;
-        record.change_time = times.c;
-        record.create_time = times.b;
+        std::tie(record.modify_time, record.access_time, record.change_time,
+                 record.create_time) = std::tie(m, a, c, b);
         record.modify_label = "m";
         record.access_label = "a";
         record.change_label = "d";
@@ -229,7 +206,7 @@ TEST(Timeline, GroupsTheLettersOfEqualTimes)
         build_macb_rows(rows, record);
         std::string text;
         for (const auto &[key, row] : rows) text += row.macb + " " + row.label + "|";
-        EXPECT_EQ(text, times.rows);
+        EXPECT_EQ(text, expected);
     }
 }
 
