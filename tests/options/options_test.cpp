@@ -68,7 +68,7 @@ TEST(Options, ALaterFormWinsWhateverTheOrderOnTheCommandLine)
         {{"-csv", "-pair_datetime"}, "[,] ,  padded blank csv"},
         {{"-csv", "-enable_quoted_csv_fields"}, "[,] 0  padded blank csv"},
         {{"-csvgen"}, "[,] ,  csvgen"},
-        {{"-csvgen", "-csvl2t"}, "[,] ,  csvl2t"},
+        {{"-csvl2t", "-csvgen", "-csv"}, "[,] ,  csvl2t"},
         {{"-bodyfile"}, "[|] |; padded bodyfile"},
         {{"-xml", "-bodyfile"}, "[] 00 padded xml"},
         {{"-multiline", "-xml"}, "[] 00 padded multiline"},
