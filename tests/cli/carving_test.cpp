@@ -15,7 +15,6 @@ namespace {
 using namespace test_support;
 using string_list = std::vector<std::string>;
 using string_set = std::multiset<std::string>;
-namespace fs = std::filesystem;
 
 constexpr std::size_t cluster_size = 4096;
 
@@ -238,9 +237,9 @@ TEST_F(Carving, BringsBackWhatAByteSearchFinds)
         if (name[0] != 'B') copies += record;
     ASSERT_TRUE(volume.mount());
     volume.write_file("copies", copies);
-    for (const std::string &file : files) fs::remove(file);
+    for (const std::string &file : files) std::filesystem::remove(file);
     for (int i = 0; i < 80; ++i) volume.write_file("small/" + std::to_string(i), "1");
-    fs::remove(volume / "copies");
+    std::filesystem::remove(volume / "copies");
     volume.write_file("over", std::string(5000, 'o'));
     ASSERT_TRUE(volume.unmount());
 

@@ -13,24 +13,17 @@ namespace {
 using namespace test_support;
 using string_list = std::vector<std::string>;
 
-// The rows of `recent_bin`.
-const string_list recent_rows = {"C:\\a.txt|10000|68",
-                                 "C:\\dir\\|0|70",
-                                 "C:\\dir\\s\u00fcb\\|0|71",
-                                 "C:\\dir\\s\u00fcb\\deep.txt|5|72",
-                                 "C:\\gone|14|75",
-                                 "C:\\lost|14|73",
-                                 "<unk path - $RORPHAN.pdf>|1|74"};
-
-string_list recent_rows_and(const std::string &last)
-{
-    string_list rows = recent_rows;
-    rows.push_back(last);
-    return rows;
-}
-
-// Where no index says what belongs to a bin, metadata is taken wherever it is.
-const string_list rows_without_index = recent_rows_and("C:\\else|14|77");
+// The rows of `recent_bin` where no index says what belongs to a bin: metadata is taken
+// wherever it is. The last row is of a file outside the bin.
+const string_list rows_without_index = {"C:\\a.txt|10000|68",
+                                        "C:\\dir\\|0|70",
+                                        "C:\\dir\\s\u00fcb\\|0|71",
+                                        "C:\\dir\\s\u00fcb\\deep.txt|5|72",
+                                        "C:\\gone|14|75",
+                                        "C:\\lost|14|73",
+                                        "<unk path - $RORPHAN.pdf>|1|74",
+                                        "C:\\else|14|77"};
+const string_list recent_rows(rows_without_index.begin(), rows_without_index.end() - 1);
 
 class Volume : public testing::Test {
 protected:
@@ -113,8 +106,9 @@ TEST_F(Volume, FindsWhatTheIndexKnowsOrForgot)
     moved.directory(bin_item(80, "moved", "", 76))
         .stale_entry({bin_entry, 80, "moved", 1, 1, 0x10000000})
         .file(bin_metadata(81, "$IMOVED1", u"C:\\moved", 80));
-    EXPECT_EQ(short_rows({"-image", write(moved.build())}),
-              recent_rows_and("C:\\moved|14|81"));
+    string_list rows = recent_rows;
+    rows.emplace_back("C:\\moved|14|81");
+    EXPECT_EQ(short_rows({"-image", write(moved.build())}), rows);
 }
 
 TEST_F(Volume, ReadsTheBinOfAnOldWindows)

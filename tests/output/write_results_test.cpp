@@ -74,9 +74,8 @@ TEST(Table, WritesEachFormAsTheUserChoseIt)
         "| 2024-01-31 12:02:00.000 | 0x00ff   | Win10    | C:\\a,b;c\r\nd | S-1-5-9  | "
         "{[r]\\$R1=[\"inode\":\"0x33\";\"parent_inode\":\"0x29\"];\"src\":\"$I1\";"
         "\"offset\":\"0x010000\"} |         \n";
-    EXPECT_EQ(sample({}).row(), padded);
-
     const std::pair<arg_list, const char *> cases[] = {
+        {{}, padded.c_str()},
         {{"-csv", "-no_whitespace", "-base10"},
          "2024-01-31 12:00:00.123,2024-01-31 12:01:00.000, , ,2024-01-31 12:02:00.000,"
          "255,Win10,C:\\a b|c[CRLF]d,S-1-5-9,{[r]\\$R1=[\"inode\":\"51\";"
