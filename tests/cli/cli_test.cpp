@@ -113,6 +113,8 @@ TEST_F(Cli, PairsAWholeTreeAndAList)
     expected.pop_back();
     EXPECT_EQ(paths({"-enumdir", dir / "$Recycle.Bin/S-1-5-21-7/"}), expected);
     EXPECT_EQ(quiet_rows({"-enumdir", dir.path, "-num_subdirs", "1"}), string_list{});
+    EXPECT_EQ(quiet_rows({"-enumdir", dir / "RECYCLER", "-num_subdirs", "1"}).size(),
+              1u);
 
     const std::string list = data + "\r\n\n" +
                              (dir / "$Recycle.Bin/S-1-5-21-7/$IAB12CD.txt") + "\n" +
@@ -193,6 +195,11 @@ TEST_F(Cli, TellsWhenResultsCannotBeWritten)
     EXPECT_EQ(closed.status, 0);
     EXPECT_EQ(closed.err, "prob writing results: Bad file descriptor\n");
     EXPECT_TRUE(std::filesystem::exists("/dev/full"));
+    const std::string reader_gone = "{ sleep 0.2; " VESKIT_BINARY " -quiet -file '" +
+                                    file + "'; echo $? >'" + dir / "status" +
+                                    "'; } 2>/dev/null | true";
+    EXPECT_EQ(std::system(reader_gone.c_str()), 0);
+    EXPECT_EQ(file_bytes(dir / "status"), "0\n");
 }
 
 TEST_F(Cli, PassesOverEverythingThatIsNoMetadata)

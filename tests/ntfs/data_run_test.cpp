@@ -92,10 +92,11 @@ TEST(DataRun, DecodesAllForms)
 TEST(DataRun, AFlatRunThatDoesNotMoveIsAHole)
 {
     std::vector<cluster_run> clusters;
-    flat_to_cluster_runs({{.lcn = 16, .delta = 16, .clusters = 4},
-                          {.lcn = 16, .delta = 0, .clusters = 3},
-                          {.lcn = 9, .delta = 7, .clusters = 1, .negative = true}},
-                         clusters);
+    flat_to_cluster_runs(
+        {{.lcn = 16, .delta = 16, .clusters = 4},
+         {.lcn = 16, .delta = 0, .clusters = 3, .vcn = 4},
+         {.lcn = 9, .delta = 7, .clusters = 1, .vcn = 7, .negative = true}},
+        clusters);
     EXPECT_EQ(text_of(clusters), "0:16x4 4:holex3 7:9x1 ");
 }
 

@@ -110,12 +110,16 @@ TEST_F(VolumeScan, KeepsTheFactsOfARecord)
 // The first record of the $MFT gets damaged after the volume was opened.
 TEST_F(VolumeScan, TakesTheRecordSizeOfTheVolumeForADamagedFirstRecord)
 {
-    ntfs_volume built =
-        empty_bin().record_size(4096).file(bin_item(66, "last.txt")).build_volume();
+    const std::string content(2000, 'x'); // goes past the first 1024 bytes
+    ntfs_volume built = empty_bin()
+                            .record_size(4096)
+                            .file(bin_item(66, "$ILONG12", content))
+                            .build_volume();
     open(built.image);
     put_number(built.image, built.record_position(0) + 6, 2, 2);
     dir.write_file("image", text(built.image));
-    EXPECT_EQ(scan(66), "last.txt");
+    EXPECT_EQ(scan(66), "$ILONG12");
+    EXPECT_EQ(text(collection->records.extras(index).data), content);
 }
 
 // The list takes three clusters, and the last of what it names is the zone of a file.
