@@ -3,8 +3,8 @@
 #include "samples/bytes.h"
 
 /// The records that Windows leaves in a bin. The layouts are written down here a second
-/// time, so that a slip in the program's tables can't hide. A test compares the results
-/// with real files.
+/// time, so that a slip in the program's tables can't hide. The same code of the
+/// program reads them and real files.
 namespace test_support {
 
 /// Windows counts 100 ns ticks from 1601, 11644473600 seconds before 1970.

@@ -103,19 +103,6 @@ TEST(Fixtures, Info2AsAnotherReaderSawIt)
     EXPECT_EQ(found, listed_records());
 }
 
-// Of real volumes, one has no bin and one an empty bin.
-TEST(Fixtures, VolumesWithoutRows)
-{
-    const auto lines = [](const std::string &name, const char *offset) {
-        return run_veskit(
-                   {"-quiet", "-image", fixture_or_skip(name), "-offset", offset})
-            .body()
-            .size();
-    };
-    EXPECT_EQ(lines("ntfs/charlie.dd.bz2", "0"), 0u);
-    EXPECT_EQ(lines("ntfs/ntfs-lastaccess.raw.gz", "65536"), 1u) << "the column line";
-}
-
 TEST(Fixtures, VolumeWithTwoUsers)
 {
     const std::string image = fixture_or_skip("ntfs/graft2.raw.gz");

@@ -60,10 +60,8 @@ TEST(Volume, BelievesTheFirstRecordMoreThanTheBootSector)
 TEST(Volume, CountsBitsFromTheLeastSignificant)
 {
     const byte_vector bytes = {0x01, 0x80};
-    std::set<u64> set;
     for (u64 bit = 0; bit < 32; ++bit)
-        if (test_bitmap_bit(byte_view{bytes}, bit)) set.insert(bit);
-    EXPECT_EQ(set, (std::set<u64>{0, 15}));
+        EXPECT_EQ(test_bitmap_bit(byte_view{bytes}, bit), bit == 0 || bit == 15) << bit;
 }
 
 } // namespace

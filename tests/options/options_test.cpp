@@ -28,19 +28,6 @@ struct parsed {
     bool good() const { return result == parse_result::good; }
 };
 
-TEST(OptionReaders, FindNamesInFullAndInAnyCase)
-{
-    arg_list args = {"p", "-OUT", "x", "-outfile", "y", "-out"};
-    std::string value;
-    EXPECT_FALSE(find_value(args, "-ou", value, 0));
-    EXPECT_TRUE(find_flag(args, "-out", 2));
-    EXPECT_FALSE(find_flag(args, "-out", 99));
-    EXPECT_TRUE(take_value(args, "-out", value));
-    EXPECT_EQ(value, "x");
-    EXPECT_FALSE(take_value(args, "-out", value)) << "the last element has no value";
-    EXPECT_EQ(args, (arg_list{"p", "-outfile", "y", "-out"}));
-}
-
 // What a command line makes of the form: "[separator] forbidden and replacement
 // character, padding, blank before times, form".
 std::string form_of(const arg_list &args)
