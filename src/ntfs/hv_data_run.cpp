@@ -206,8 +206,7 @@ void compact_runs(std::vector<cluster_run> &runs)
     const auto same_vcn = [](const cluster_run &a, const cluster_run &b) {
         return a.vcn == b.vcn;
     };
-    const auto repeated = std::ranges::unique(runs, same_vcn);
-    runs.erase(repeated.begin(), repeated.end());
+    runs.erase(std::unique(runs.begin(), runs.end(), same_vcn), runs.end());
     u64 vcn = 0;
     for (cluster_run &run : runs) {
         run.vcn = vcn;
