@@ -65,7 +65,10 @@ bool read_image(run_options &options, arg_list &args)
 {
     std::string value;
     if (options.partition || !take_value(args, "-image", value)) return true;
-    if (!hvportdir::path_exists(value)) return false;
+    if (!hvportdir::path_exists(value)) {
+        debug_log(options.log(), "err: %s: no such file or device", value.c_str());
+        return false;
+    }
     options.image_path = value;
     if (take_value(args, "-offset", value)) parse_u64(value, options.volume_offset);
     options.look_up_bins = true;

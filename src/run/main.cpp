@@ -96,7 +96,9 @@ parse_result read_command_line(run_options &options, run_input &input, arg_list 
         parse_trash_options(options, args, version_literal, is_evidence_name);
     if (result != parse_result::good || !options.partition) return result;
     input.bin = find_mounted_bin(options.partition_root);
-    return input.bin.recycle_dir.empty() ? parse_result::show_usage : result;
+    if (!input.bin.recycle_dir.empty()) return result;
+    debug_log(options.log(), "err: %s: no bin", options.partition_root.c_str());
+    return parse_result::show_usage;
 }
 
 } // namespace

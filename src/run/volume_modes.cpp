@@ -35,6 +35,15 @@ void log_refusal(const run_options &options, const std::string &path,
               static_cast<unsigned long long>(options.volume_offset), reason.c_str());
 }
 
+// The same for a medium that is read without a volume.
+void log_failed_open(const run_options &options, const std::string &path)
+{
+    const open_failure failure = RAW_DISK_IO(path).failure();
+    if (failure != open_failure::none)
+        debug_log(options.log(), "err: %s: %s", path.c_str(),
+                  open_failure_text(failure));
+}
+
 void classify_if_bins(_trash_inodes &collection)
 {
     if (mark_bin_dirs(collection) != 0) classify_records(collection);
@@ -147,6 +156,7 @@ void run_mft_file(const run_options &options, std::ostream &results)
 {
     _trash_inodes collection;
     if (!pull_mft_data(collection, options.mft_file, options)) {
+        log_failed_open(options, options.mft_file);
         report_failed_pull(options.mft_file);
         return;
     }
@@ -162,7 +172,8 @@ void run_raw_image(const run_options &options, std::ostream &results)
     collection.scan_label = "rawscan";
     if (options.progress) print_error("analyzing each cluster sequentially\n");
     const u32 cluster_size = raw_cluster_size(options);
-    run_raw_scan(context, options.image_path, cluster_size);
+    if (!run_raw_scan(context, options.image_path, cluster_size))
+        log_failed_open(options, options.image_path);
     classify_if_bins(collection);
     write_rows(collection, cluster_size, options, results);
 }

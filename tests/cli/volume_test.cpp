@@ -162,6 +162,12 @@ TEST_F(Volume, SaysWhyItHasNoRows)
     EXPECT_EQ(message("-image", no_bin), problem + "\n");
     EXPECT_EQ(message("-mftfile", noise), problem + noise + "\n");
     EXPECT_EQ(message("-image", noise), "");
+    run_veskit({"-diags", dir / "log", "-image", noise});
+    run_veskit({"-diags", dir / "log", "-mftfile", dir / "none"});
+    const std::string log = file_bytes(dir / "log");
+    for (const char *why : {"noise, offset 0x0: there is no NTFS boot sector\n",
+                            "none: no such file or device\n"})
+        EXPECT_NE(log.find(why), std::string::npos) << log;
 }
 
 // In every mode, and where results or the log are to go to the source itself.
