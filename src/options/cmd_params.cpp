@@ -23,7 +23,7 @@ void read_log_options(cmd_params &params, arg_list &args, evidence_test is_evide
 {
     if (!take_value(args, "-diags", params.log_path)) return;
     // A log that would land in the evidence is no log.
-    if (!is_evidence_path(args, params.log_path, is_evidence)) {
+    if (!appends_to_evidence(args, params.log_path, is_evidence)) {
         params.log_stream = std::make_unique<std::ofstream>(
             params.log_path, std::ios::out | std::ios::app);
     }

@@ -74,6 +74,13 @@ bool is_evidence_path(const arg_list &args, const std::string &path,
            (S_ISREG(target.st_mode) && is_evidence(with_resolved_folder(path)));
 }
 
+bool appends_to_evidence(const arg_list &args, const std::string &path,
+                         evidence_test is_evidence)
+{
+    return is_evidence_path(args, path, is_evidence) ||
+           is_evidence_path(args, resolved(path), is_evidence);
+}
+
 bool prepare_output_path(const arg_list &args, const std::string &path,
                          evidence_test is_evidence)
 {

@@ -15,6 +15,10 @@ namespace hv {
 bool is_evidence_path(const arg_list &args, const std::string &path,
                       evidence_test is_evidence);
 
+/// The same for a file that is appended to, where a link leads to what is written.
+bool appends_to_evidence(const arg_list &args, const std::string &path,
+                         evidence_test is_evidence);
+
 /// Makes sure that a results file can be made at `path`, and makes room for it. What is
 /// there is opened for writing but never emptied; a regular file, or a link, is then
 /// removed, so that the results file is always a new one, and the target of a link

@@ -201,6 +201,8 @@ TEST(OutputPath, MakesRoomButNeverInTheEvidence)
         EXPECT_EQ(std::filesystem::exists(left), is_there) << path;
     }
     EXPECT_EQ(file_bytes(dir / "target"), "content");
+    std::filesystem::create_symlink("$IAB12CD.txt", dir / "log");
+    EXPECT_TRUE(appends_to_evidence(args, dir / "log", is_evidence_name));
     EXPECT_FALSE(std::filesystem::exists(dir / "far end"));
     EXPECT_EQ(file_bytes(bin + "/S-1-5-21-1/$RAB12CD.txt"), "content");
 }
