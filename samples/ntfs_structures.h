@@ -341,11 +341,14 @@ inline std::size_t after_updates(std::size_t array, u32 size)
     return round_up(array + std::size_t{2} * (1 + size / update_step), 8);
 }
 
-/// Where the attributes of a record begin.
-inline std::size_t first_attribute(u32 record_size)
-{
-    return after_updates(48, record_size);
-}
+/// The size of records, and where in them the array of the update sequence is: at 48,
+/// or at 42 where the record doesn't hold its own number (before Windows XP).
+struct record_layout {
+    u32 size = 1024;
+    u32 array = 48;
+
+    std::size_t first_attribute() const { return after_updates(array, size); }
+};
 
 struct record_header {
     u64 entry = 0;
@@ -356,25 +359,26 @@ struct record_header {
     u64 next_id = 0;
 };
 
-inline byte_vector encode_record(u32 size, const record_header &header,
+inline byte_vector encode_record(const record_layout &layout,
+                                 const record_header &header,
                                  const byte_vector &attributes)
 {
-    byte_vector bytes(first_attribute(size));
+    byte_vector bytes(layout.first_attribute());
     append(bytes, attributes);
     put_number(bytes, bytes.size(), 0xFFFFFFFF, 8);
-    if (bytes.size() > size) refuse(header.entry, "the record is too full");
+    if (bytes.size() > layout.size) refuse(header.entry, "the record is too full");
     put_text(bytes, 0, "FILE");
     put_layout(bytes, {{16, 2, header.sequence},
                        {18, 2, header.links},
-                       {20, 2, first_attribute(size)},
+                       {20, 2, layout.first_attribute()},
                        {22, 2, header.flags},
                        {24, 4, bytes.size()},
-                       {28, 4, size},
+                       {28, 4, layout.size},
                        {32, 8, header.base},
-                       {40, 2, header.next_id},
-                       {44, 4, header.entry}});
-    bytes.resize(size);
-    protect(bytes, 48);
+                       {40, 2, header.next_id}});
+    if (layout.array >= 48) put_number(bytes, 44, header.entry, 4);
+    bytes.resize(layout.size);
+    protect(bytes, layout.array);
     return bytes;
 }
 

@@ -69,7 +69,7 @@ public:
         return runs;
     }
 
-    void skip() { ++m_next; }
+    void skip(u64 clusters) { m_next += clusters; }
     u64 end() const
     {
         return m_live.empty() ? m_next : std::max(m_next, m_live.rbegin()->first + 1);
@@ -133,7 +133,7 @@ private:
                 refuse(0, reason);
         };
         check(m_plan.cluster_size, 512, 1U << 21, "bad cluster size");
-        check(m_plan.record_size, 1024, 4096, "bad record size");
+        check(m_plan.record.size, 1024, 4096, "bad record size");
         check(m_plan.sector_size, 512, std::min(4096U, m_plan.cluster_size),
               "bad sector size");
     }
@@ -163,14 +163,14 @@ private:
             if (m_items.contains(move.record)) refuse(move.record, "is not free");
     }
 
-    // At least the 24 that every volume has, and whole clusters of them.
+    // At least the 24 that every volume has or those asked for, and whole clusters.
     void count_records()
     {
-        u64 count = std::max<u64>(24, m_items.rbegin()->first + 1);
+        u64 count = std::max(m_plan.records, m_items.rbegin()->first + 1);
         for (const ntfs_move &move : m_plan.moves)
             count = std::max(count, move.record + 1);
-        m_records = round_up(count * m_plan.record_size, m_plan.cluster_size) /
-                    m_plan.record_size;
+        m_records = round_up(count * m_plan.record.size, m_plan.cluster_size) /
+                    m_plan.record.size;
     }
 
     entry_state &state_of(u64 number)
@@ -270,8 +270,9 @@ private:
     bool stays_in_record(const ntfs_stream &stream) const
     {
         const ntfs_storage &how = stream.stored;
-        return !how.non_resident && how.runs.empty() && how.fragments == 1 &&
-               !how.compressed && stream.data.size() <= m_plan.record_size / 2;
+        return how.resident ||
+               (!how.non_resident && how.runs.empty() && how.fragments == 1 &&
+                !how.compressed && stream.data.size() <= m_plan.record.size / 2);
     }
 
     void add_stream(const ntfs_stream &stream)
@@ -294,7 +295,7 @@ private:
         const ntfs_storage &how = stream.stored;
         made.non_resident = true;
         if (how.compressed) {
-            store_units(made, stream.data, how.fragments > 1, live);
+            store_units(made, stream.data, how, live);
         } else {
             made.runs = how.runs;
             if (made.runs.empty())
@@ -316,15 +317,18 @@ private:
     u64 granule(const ntfs_stream &stream) const
     {
         const u32 whole = stream.type == ntfs_type::index_allocation ? index_block_size
-                          : stream.entry == 0 ? m_plan.record_size
+                          : stream.entry == 0 ? m_plan.record.size
                                               : 1;
         return clusters_for(whole);
     }
 
     // A unit that compression makes no cluster smaller is stored plain, and a unit of
     // zeros isn't stored.
-    void store_units(attribute &made, const byte_vector &data, bool gaps, bool live)
+    void store_units(attribute &made, const byte_vector &data, const ntfs_storage &how,
+                     bool live)
     {
+        const u64 gap = how.fragments > 1 ? 1 : 0;
+        u64 next = how.runs.empty() ? 0 : how.runs.front().lcn;
         const std::size_t unit_size = unit_clusters * m_plan.cluster_size;
         for (std::size_t at = 0; at < data.size(); at += unit_size) {
             const auto begin = data.begin() + std::ptrdiff_t(at);
@@ -338,13 +342,19 @@ private:
             }
             if (std::count(plain.begin(), plain.end(), 0) == std::ssize(plain))
                 clusters = 0;
-            for (const extent &run : m_clusters.place(clusters, 1, 1, live)) {
+            std::vector<extent> placed;
+            if (how.runs.empty())
+                placed = m_clusters.place(clusters, 1, 1, live);
+            else if (clusters != 0)
+                placed = {{next, clusters}};
+            for (const extent &run : placed) {
                 append_run(made.runs, run);
                 m_writes.push_back({{run}, bytes, live});
             }
             if (clusters < unit_clusters)
                 append_run(made.runs, {hole, unit_clusters - clusters});
-            if (gaps) m_clusters.skip();
+            next += clusters + gap;
+            m_clusters.skip(gap);
         }
     }
 
@@ -363,7 +373,7 @@ private:
     // Windows keeps four records, or a whole cluster of them.
     u64 mirrored() const
     {
-        return std::max<u64>(4, m_plan.cluster_size / m_plan.record_size);
+        return std::max<u64>(4, m_plan.cluster_size / m_plan.record.size);
     }
 
     byte_vector record_bits() const
@@ -385,7 +395,7 @@ private:
         const ntfs_storage boot = {.runs = {{0, clusters_for(8192)}}};
         ntfs_storage mft = m_plan.mft;
         mft.non_resident = true;
-        const u64 record = m_plan.record_size;
+        const u64 record = m_plan.record.size;
 
         add_stream({0, "", byte_vector(m_records * record), mft});
         add_stream({0, "", record_bits(), in_clusters, ntfs_type::bitmap});
@@ -432,9 +442,9 @@ private:
     {
         const std::size_t end_mark = 8, root_header = 32, others = 152, least = 64;
         std::size_t used =
-            first_attribute(m_plan.record_size) + end_mark + root_header + others;
+            m_plan.record.first_attribute() + end_mark + root_header + others;
         for (const attribute &attr : state.attributes) used += encode(attr).size();
-        return used + least > m_plan.record_size ? least : m_plan.record_size - used;
+        return used + least > m_plan.record.size ? least : m_plan.record.size - used;
     }
 
     void add_index(u64 number, entry_state &state)
@@ -582,7 +592,7 @@ private:
     {
         if (m_clusters.end() > m_total) refuse(6, "the volume is too small");
         m_volume.boot_position = m_plan.offset;
-        m_volume.record_size = m_plan.record_size;
+        m_volume.record_size = m_plan.record.size;
         m_volume.image.resize(m_plan.offset + m_total * m_plan.cluster_size +
                               m_plan.sector_size);
         // Where both claim a cluster, the live file has it.
@@ -618,7 +628,7 @@ private:
                            {40, 8, m_total * m_plan.cluster_size / m_plan.sector_size},
                            {48, 8, runs_of(0).front().lcn},
                            {56, 8, runs_of(1).front().lcn},
-                           {64, 1, size_code(m_plan.record_size, m_plan.cluster_size)},
+                           {64, 1, size_code(m_plan.record.size, m_plan.cluster_size)},
                            {68, 1, size_code(index_block_size, m_plan.cluster_size)},
                            {72, 8, 0x5A3C17E09B2D4F68}, // serial number
                            {510, 2, 0xAA55}});
@@ -629,10 +639,9 @@ private:
 
     void write_record(const record_header &header, const byte_vector &attributes)
     {
-        const u64 offset = header.entry * m_plan.record_size;
+        const u64 offset = header.entry * m_plan.record.size;
         m_volume.records[header.entry] = byte_position(runs_of(0), offset);
-        write_at(runs_of(0), offset,
-                 encode_record(m_plan.record_size, header, attributes));
+        write_at(runs_of(0), offset, encode_record(m_plan.record, header, attributes));
     }
 
     // Writes the record of an entry and its extension records.
@@ -644,7 +653,7 @@ private:
             const u64 host = attr.record.value_or(number);
             byte_vector &bytes = records[host];
             m_volume.attributes[{number, attr.type, attr.name}].push_back(
-                m_volume.records.at(host) + first_attribute(m_plan.record_size) +
+                m_volume.records.at(host) + m_plan.record.first_attribute() +
                 bytes.size());
             append(bytes, encode(attr));
             if (attr.type == ntfs_type::file_name) ++links;
@@ -653,7 +662,8 @@ private:
             record_header header = {.entry = host, .next_id = state.attributes.size()};
             header.flags = state.item.in_use ? 1 : 0;
             if (host == number) {
-                header.sequence = state.item.sequence;
+                header.sequence =
+                    static_cast<u16>(state.item.sequence + state.item.counted_up);
                 header.links = links;
                 header.flags |= state.directory ? 2 : 0;
             } else {
@@ -666,7 +676,7 @@ private:
     void write_mirror()
     {
         for (u64 number = 0; number < std::min(mirrored(), m_records); ++number)
-            write_at(runs_of(1), number * m_plan.record_size, m_volume.record(number));
+            write_at(runs_of(1), number * m_plan.record.size, m_volume.record(number));
     }
 
     struct cluster_write {

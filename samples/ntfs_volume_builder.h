@@ -26,10 +26,13 @@ struct ntfs_times {
 
 /// How the bytes of a stream are kept.
 struct ntfs_storage {
-    bool non_resident = false;     ///< in clusters, even if the record had room
-    std::vector<extent> runs = {}; ///< where they are stored; free clusters if empty
-    u64 fragments = 1;             ///< count of runs, with a free cluster between them
-    bool compressed = false;       ///< LZNT1 in units of 16 clusters
+    bool resident = false;     ///< in the record, whatever its size
+    bool non_resident = false; ///< in clusters, even if the record had room
+    /// Where they are stored; free clusters if empty. Compressed bytes take as many of
+    /// the clusters of the first run as they need.
+    std::vector<extent> runs = {};
+    u64 fragments = 1;       ///< count of runs, with a free cluster between them
+    bool compressed = false; ///< LZNT1 in units of 16 clusters
     std::optional<u64> valid_size = {};
 };
 
@@ -43,6 +46,7 @@ struct ntfs_item {
     bool index_blocks = false; ///< a directory's index leaves the record in any case
     bool in_use = true;        ///< else deleted: record, clusters and name are given up
     bool in_index = true;      ///< named in its parent's index, if it is in use
+    bool counted_up = false;   ///< its record has the next sequence number already
     u16 sequence = 1;
     u8 name_space = ntfs_names::win32;
     u32 attributes = 0x20; ///< FILE_ATTRIBUTE_ bits
@@ -94,10 +98,11 @@ struct ntfs_move {
 /// What the builder has collected.
 struct ntfs_plan {
     u32 cluster_size = 4096;
-    u32 record_size = 1024;
+    ntfs_structures::record_layout record = {};
     u32 sector_size = 512;
     u64 offset = 0;
     u64 clusters = 0;
+    u64 records = 24;
     ntfs_storage mft = {};
     std::map<u64, std::pair<ntfs_item, bool>> items; ///< true: a directory
     std::vector<ntfs_stream> streams;
@@ -160,7 +165,9 @@ public:
     using self = ntfs_volume_builder;
 
     self &cluster_size(u32 bytes) { return set(m_plan.cluster_size, bytes); }
-    self &record_size(u32 bytes) { return set(m_plan.record_size, bytes); }
+    self &record_size(u32 bytes) { return set(m_plan.record.size, bytes); }
+    /// Where in a record the array of the update sequence is: 48, or 42.
+    self &update_array(u32 position) { return set(m_plan.record.array, position); }
     /// The sector size in the boot sector. Update sequences still guard steps of 512
     /// bytes, as on volumes of Windows.
     self &sector_size(u32 bytes) { return set(m_plan.sector_size, bytes); }
@@ -168,6 +175,8 @@ public:
     self &offset(u64 bytes) { return set(m_plan.offset, bytes); }
     /// The least count of clusters.
     self &clusters(u64 count) { return set(m_plan.clusters, count); }
+    /// The least count of records in the $MFT.
+    self &records(u64 count) { return set(m_plan.records, count); }
     self &mft(ntfs_storage stored) { return set(m_plan.mft, std::move(stored)); }
 
     self &directory(ntfs_item item) { return add_item(std::move(item), true); }

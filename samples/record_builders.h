@@ -73,22 +73,30 @@ struct info2_item {
     u32 size = 4096; ///< in clusters, as bytes
 };
 
+/// 800 bytes, or the first 280, as Windows 95 to ME wrote them.
+inline byte_vector info2_record(const info2_item &item, std::size_t size = 800)
+{
+    byte_vector record(size);
+    put_text(record, 0, item.ansi_path);
+    put_layout(record, {{260, 4, item.number},
+                        {264, 4, item.drive},
+                        {268, 8, item.time},
+                        {276, 4, item.size}});
+    if (size > 280) put_utf16(record, 280, item.path);
+    return record;
+}
+
+inline byte_vector info2_header(u64 version = 5, std::size_t record_size = 800)
+{
+    byte_vector header(20);
+    put_layout(header, {{0, 4, version}, {12, 4, record_size}});
+    return header;
+}
+
 inline byte_vector info2_file(const std::vector<info2_item> &items)
 {
-    byte_vector file(20);
-    put_layout(file, {{0, 4, 5}, {12, 4, 800}});
-    for (const info2_item &item : items) {
-        const std::size_t at = file.size();
-        file.resize(at + 800);
-        put_text(file, at, item.ansi_path);
-        put_layout(file,
-                   {{260, 4, item.number},
-                    {264, 4, item.drive},
-                    {268, 8, item.time},
-                    {276, 4, item.size}},
-                   at);
-        put_utf16(file, at + 280, item.path);
-    }
+    byte_vector file = info2_header();
+    for (const info2_item &item : items) append(file, info2_record(item));
     return file;
 }
 

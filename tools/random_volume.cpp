@@ -10,6 +10,7 @@
 // two random numbers in an order that the compiler may choose.
 
 #include "samples/ntfs_volume_builder.h"
+#include "samples/random_source.h"
 #include "samples/security_structures.h"
 #include "samples/shadow_structures.h"
 
@@ -23,35 +24,6 @@ namespace {
 
 using namespace test_support;
 using u64 = std::uint64_t;
-
-// xorshift64*. The engines and distributions of the standard library would do as well,
-// but only the engines are the same everywhere.
-class random_source {
-public:
-    explicit random_source(u64 seed) : m_state(seed * 0x9E3779B97F4A7C15 + 1)
-    {
-        for (int i = 0; i < 8; ++i) next();
-    }
-
-    u64 below(u64 limit) { return next() % limit; }
-    u64 between(u64 first, u64 last) { return first + below(last - first + 1); }
-    bool one_in(u64 count) { return below(count) == 0; }
-    template <class T, std::size_t N> const T &pick(const T (&list)[N])
-    {
-        return list[below(N)];
-    }
-
-private:
-    u64 next()
-    {
-        m_state ^= m_state >> 12;
-        m_state ^= m_state << 25;
-        m_state ^= m_state >> 27;
-        return (m_state * 0x2545F4914F6CDD1D) >> 16;
-    }
-
-    u64 m_state;
-};
 
 constexpr u64 owner_id = 256;
 constexpr u64 users_folder = 24, system_folder = 25; // entries
