@@ -234,7 +234,7 @@ json_text json(const told_case &story)
     json_object object;
     return object.field("case", story.name)
         .field("family", family)
-        .text("container", story.container)
+        .text("container", story.container.first)
         .each("told", story.events, ",\n")
         .raw("volumes", list(story.volumes, ",\n"))
         .raw("users", list(story.users, ",\n"))
@@ -310,6 +310,8 @@ void write_case(const std::filesystem::path &folder, const told_case &story,
 {
     std::filesystem::create_directories(folder);
     write_sparse(folder / "medium.raw", medium);
+    const auto &[container, bytes] = story.container;
+    if (!container.empty()) write_sparse(folder / container, bytes);
     open_for_writing(folder / "story.json") << json(story).text << '\n';
 }
 

@@ -103,7 +103,8 @@ struct told_case {
     std::vector<told_user> users = {};
     std::vector<told_deletion> deletions = {};
     std::vector<told_decoy> decoys = {};
-    std::string container = {}; ///< the file name of the same medium in another form
+    /// The same medium in another form: the name of the file, and its bytes.
+    std::pair<std::string, byte_vector> container = {};
 };
 
 /// A FILETIME as text: "2024-03-05T09:41:17.2500000Z".

@@ -37,6 +37,12 @@ int main(int argc, char **argv)
     const std::vector<std::string> arguments(argv + 1, argv + argc);
     lab::case_makers makers;
     lab::add_live_cases(makers);
+    lab::add_emptied_cases(makers);
+    lab::add_forgotten_cases(makers);
+    lab::add_journal_cases(makers);
+    lab::add_disk_cases(makers);
+    lab::add_damage_cases(makers);
+    lab::add_decoy_cases(makers);
     if (arguments == std::vector<std::string>{"--list"}) {
         for (const lab::case_maker &maker : makers) std::cout << maker.name << '\n';
         return 0;

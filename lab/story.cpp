@@ -77,6 +77,12 @@ byte_vector run_list(const byte_vector &record, u64 at)
     return cut(record, at, end - at);
 }
 
+// Those that the builder keeps free, with an attribute list in each.
+u64 spare_clusters(const volume_form &form)
+{
+    return form.clusters / 4096 + (form.cluster_size > 65536 ? 40 : 128);
+}
+
 std::string extension_of(std::u16string_view path)
 {
     const std::size_t dot = path.find_last_of(u".\\");
@@ -159,6 +165,31 @@ void story::tell(const std::string &event)
 
 // ---- Files and folders
 
+// A freed record is about to be used again. What was below it goes on naming the old
+// one.
+void story::part_children(u64 entry)
+{
+    const u64 reference = entry | u64{m_nodes.at(entry).item.sequence} << 48U;
+    for (auto &[number, child] : m_nodes)
+        if (child.item.parent == entry && number != entry)
+            child.item.parent = reference;
+}
+
+// Gives the item a record: a new one, or one that is free again.
+void story::number(ntfs_item &item)
+{
+    const auto freed =
+        std::find_if(m_nodes.begin(), m_nodes.end(),
+                     [](const auto &entry) { return !entry.second.item.in_use; });
+    if (m_uses_freed && freed != m_nodes.end()) {
+        item.entry = freed->first;
+        item.sequence = static_cast<u16>(freed->second.item.sequence + 1);
+        part_children(item.entry);
+        return;
+    }
+    item.entry = next_entry();
+}
+
 u64 story::next_entry()
 {
     if (m_next_entry >= m_form.records) ntfs_structures::refuse(0, "the $MFT is full");
@@ -186,7 +217,7 @@ extent story::unused_clusters(u64 count)
 
 u64 story::add(ntfs_item item, bool directory)
 {
-    if (item.entry == 0) item.entry = next_entry();
+    if (item.entry == 0) number(item);
     const u64 entry = item.entry;
     node made{std::move(item), directory};
     made.item.times.created = m_now - m_random.below(90 * 86400 * ticks_per_second);
@@ -277,6 +308,7 @@ u64 story::file_over(const std::string &name, const std::vector<extent> &runs)
 u64 story::reuse_record(u64 entry, const std::string &name, u64 size)
 {
     const u16 sequence = m_nodes.at(entry).item.sequence;
+    part_children(entry);
     add({.entry = entry, .name = name, .sequence = static_cast<u16>(sequence + 1)},
         false);
     keep(m_nodes.at(entry), stamped(m_next_stamp++, size), {});
@@ -290,6 +322,7 @@ void story::remove(u64 entry)
         if (child.item.parent == entry && child.item.in_use && number != entry)
             remove(number);
     node &gone = m_nodes.at(entry);
+    if (m_journal == entry) m_journal.reset();
     if (gone.item.in_use) journal({.entry = entry, .reason = 0x80000200});
     gone.item.in_use = false;
     gone.item.counted_up = true;
@@ -352,21 +385,21 @@ u64 story::add_data_item(told_deletion &made, u64 parent, const sent_item &what)
 {
     const u64 entry = add(
         {.parent = parent, .name = made.data_name, .sequence = what.sequence}, false);
-    made.data_entry = {entry, what.sequence};
+    made.data_entry = {entry, item(entry).sequence};
     if (made.directory) {
         m_nodes.at(entry).directory = true;
         add_members(entry, what.members);
         return entry;
     }
     const u32 stamp = m_next_stamp++;
-    node &item = m_nodes.at(entry);
-    keep(item, stamped(stamp, what.size), what.shape);
-    made.data = {.kept = item.item.stored.compressed ? "compressed"
-                         : item.item.stored.resident ? "resident"
+    node &kept = m_nodes.at(entry);
+    keep(kept, stamped(stamp, what.size), what.shape);
+    made.data = {.kept = kept.item.stored.compressed ? "compressed"
+                         : kept.item.stored.resident ? "resident"
                                                      : "stamped",
                  .stamp = stamp,
                  .size = what.size};
-    if (item.item.data.size() != what.size) made.found_size = item.item.data.size();
+    if (kept.item.data.size() != what.size) made.found_size = kept.item.data.size();
     return entry;
 }
 
@@ -396,7 +429,7 @@ std::size_t story::send(u64 user_folder, sent_item what)
         const u64 entry =
             add({.parent = user_folder, .name = made.metadata_name}, false);
         keep(m_nodes.at(entry), std::move(content), what.metadata_shape);
-        made.metadata_entry = {entry, 1};
+        made.metadata_entry = {entry, item(entry).sequence};
         for (const u32 reason : {0x100U, 0x102U, 0x80000102U}) journal({entry, reason});
     } else {
         made.fate = "data only";
@@ -543,7 +576,7 @@ std::vector<extent> story::metadata_runs(std::size_t number) const
 
 // ---- The change journal
 
-void story::start_journal(u16 major_version)
+u64 story::start_journal(u16 major_version)
 {
     m_journal_version = major_version;
     m_journal = add({.parent = extend, .name = "$UsnJrnl", .attributes = 0x06}, false);
@@ -556,6 +589,7 @@ void story::start_journal(u16 major_version)
                             .name = "$J",
                             .data = byte_vector(16 * cluster),
                             .stored = {.non_resident = true, .runs = std::move(runs)}});
+    return *m_journal;
 }
 
 // A record of version 2, or of version 3, whose references have 16 bytes.
@@ -602,6 +636,7 @@ void story::format(const volume_form &form)
     m_lists.clear();
     m_open.clear();
     m_journal.reset();
+    m_uses_freed = false;
     m_form = form;
     m_next_entry = 40;
     m_layout = plan().build_volume();
@@ -612,7 +647,7 @@ void story::format(const volume_form &form)
         for (const extent &run : runs)
             if (run.lcn != hole) end = std::max(end, run.lcn + run.clusters);
     m_next_cluster = end + 16;
-    m_end_cluster = form.clusters - 128 - form.clusters / 4096;
+    m_end_cluster = form.clusters - spare_clusters(form);
     told_volume &told = m_told->volumes[m_volume];
     told.offset = form.offset;
     told.size = form.clusters * form.cluster_size;

@@ -98,6 +98,8 @@ public:
     u64 file_over(const std::string &name, const std::vector<extent> &runs);
     /// A new file that gets the freed record of an entry.
     u64 reuse_record(u64 entry, const std::string &name, u64 size = 100);
+    /// From here on, what is new gets freed records, the lowest first.
+    void use_freed_records() { m_uses_freed = true; }
     /// A file or folder with all below it is gone: records and clusters are free.
     void remove(u64 entry);
     ntfs_item &item(u64 entry) { return m_nodes.at(entry).item; }
@@ -146,7 +148,8 @@ public:
     // Change journal
 
     /// From here on, changes are written to `$Extend\$UsnJrnl:$J`.
-    void start_journal(u16 major_version = 2);
+    /// Returns its entry.
+    u64 start_journal(u16 major_version = 2);
 
 private:
     struct node {
@@ -170,6 +173,8 @@ private:
     };
 
     u64 add(ntfs_item item, bool directory);
+    void part_children(u64 entry);
+    void number(ntfs_item &item);
     u64 next_entry();
     std::vector<extent> take_clusters(u64 bytes, u64 fragments);
     void keep(node &of, byte_vector content, const file_shape &shape);
@@ -197,7 +202,8 @@ private:
     volume_form m_form;
     random_source m_random;
     u64 m_now;
-    u64 m_next_entry = 64;
+    u64 m_next_entry = 0;
+    bool m_uses_freed = false;
     u64 m_next_cluster = 0;
     u64 m_end_cluster = 0; ///< beyond it are the builder's own
     u32 m_next_stamp;

@@ -180,9 +180,10 @@ private:
         return found->second;
     }
 
-    // Extension records have the sequence number 1.
+    // Extension records have the sequence number 1. A whole reference stays as it is.
     u64 reference(u64 number) const
     {
+        if (number >> 48U != 0) return number;
         const auto found = m_items.find(number);
         const u64 sequence = found == m_items.end() ? 1 : found->second.item.sequence;
         return number | sequence << 48;

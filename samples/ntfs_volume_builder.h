@@ -39,6 +39,8 @@ struct ntfs_storage {
 /// A file or a directory.
 struct ntfs_item {
     u64 entry = 0;
+    /// An entry; of a deleted item also a reference, if that entry is something else
+    /// now.
     u64 parent = 5;
     std::string name = {};     ///< UTF-8, as all names here; empty: no $FILE_NAME
     byte_vector data = {};     ///< the main stream of a file

@@ -16,7 +16,8 @@ namespace test_support {
 struct sparse_file {
     std::string cid;
     std::string parent = "ffffffff";
-    std::string extra = {}; ///< further lines of the descriptor
+    std::string extra = {};      ///< further lines of the descriptor
+    std::string descriptor = {}; ///< instead of one with odd lines
     u64 capacity = 24;
     u64 grain = 1;
     u32 entries = 4; ///< of a table
@@ -29,9 +30,9 @@ struct sparse_file {
         const u64 first_table = 3 + (tables * 4 + 511) / 512;
         byte_vector out((first_table + tables * table_sectors) * 512);
         put_header(out, out.size() / 512);
-        const std::string text = "# Disk DescriptorFile\nCid=" + cid +
-                                 "\n CID=no\n\nparentCID=" + parent + "\r\n" + extra;
-        put_text(out, 512, text);
+        const std::string odd = "# Disk DescriptorFile\nCid=" + cid +
+                                "\n CID=no\n\nparentCID=" + parent + "\r\n" + extra;
+        put_text(out, 512, descriptor.empty() ? odd : descriptor);
         put_number(out, directory * 512, first_table, 4);
         u64 next = out.size();
         out.resize(next + grains.size() * grain * 512);
@@ -64,5 +65,31 @@ private:
                          {73, 4, 0x0A0D200A}}); // newlines in four ways
     }
 };
+
+/// A disk as a virtual disk file that leaves out grains of zeros.
+inline byte_vector sparse_vmdk(const byte_vector &disk)
+{
+    constexpr u64 grain = 65536;
+    sparse_file file{.cid = "12345678",
+                     .capacity = (disk.size() + 511) / 512,
+                     .grain = grain / 512,
+                     .entries = 512};
+    file.descriptor = "# Disk DescriptorFile\nversion=1\nCID=12345678\n"
+                      "parentCID=ffffffff\ncreateType=\"monolithicSparse\"\nRW " +
+                      std::to_string(file.capacity) + " SPARSE \"medium.vmdk\"\n";
+    byte_vector content;
+    for (u64 at = 0; at < disk.size(); at += grain) {
+        const auto begin = disk.begin() + static_cast<std::ptrdiff_t>(at);
+        byte_vector bytes(begin, begin + static_cast<std::ptrdiff_t>(
+                                             std::min(grain, disk.size() - at)));
+        if (std::count(bytes.begin(), bytes.end(), 0) == std::ssize(bytes)) continue;
+        bytes.resize(grain);
+        append(content, bytes);
+        file.grains.emplace_back(at / grain, 0);
+    }
+    byte_vector out = bytes_of(file.bytes());
+    put_bytes(out, out.size() - content.size(), content);
+    return out;
+}
 
 } // namespace test_support
