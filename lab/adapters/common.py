@@ -27,6 +27,8 @@ from typing import Callable
 BINS = ("$recycle.bin", "recycler", "recycled")
 INDEX_NAME = re.compile(r"\$I.+|INFO2?", re.IGNORECASE)
 ITEM_NAME = re.compile(r"\$[IR].+|INFO2?|D[A-Za-z]\d+(\..*)?", re.IGNORECASE)
+# What Windows names its $I and $R files, for names of which the folder isn't known.
+STRICT_NAME = re.compile(r"\$[IR][A-Z0-9]{6}(\..*)?", re.IGNORECASE)
 MAX_SECONDS = 120 # of one run of a tool
 
 
@@ -186,7 +188,7 @@ def place_in_bin(parts):
     """Of a path's components: (user's folder, name of the item, path below it), or None if it
     isn't in a bin. Orphans have lost their folders, and count by the names' form alone."""
     in_bin = parts[0].casefold() in BINS
-    form = ITEM_NAME if in_bin else re.compile(r"\$[IR][A-Z0-9]{6}(\..*)?", re.IGNORECASE)
+    form = ITEM_NAME if in_bin else STRICT_NAME
     for at, part in enumerate(parts):
         if at > 0 and form.fullmatch(part) and (in_bin or parts[0] == "$OrphanFiles"):
             user = parts[at - 1] if at > 1 else ""
