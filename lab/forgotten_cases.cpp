@@ -19,7 +19,7 @@ void plant(story &volume, u64 at, const byte_vector &bytes)
 // A volume formatted anew. Its $MFT is shorter than the one of before.
 byte_vector formatted_anew(told_case &told, u64 size, u64 seed)
 {
-    story volume = used_volume(told, size, seed);
+    story volume = used_volume(told, size, seed, {.mft_cluster = 100});
     volume_form form = volume.form();
     form.records = 48;
     volume.format(form);
@@ -165,15 +165,19 @@ byte_vector lists_gone(told_case &told, u64 size, u64 seed)
     return volume.image();
 }
 
-// Freed records whose slack holds the end of an older `$I` record.
+// Records whose slack holds the end of an older `$I` record; its whole content, where
+// the old file's name was longer.
 byte_vector record_slack(told_case &told, u64 size, u64 seed)
 {
     story volume(told, roomy(size, {.record_size = 4096}), seed);
     const u64 user = volume.user(ann);
     send_many(volume, {user}, size, [&](u64 number) {
-        return sent_item{.path = u"C:\\" + std::u16string(number + 1, u'n') +
-                                 std::u16string(600, u'x'),
-                         .size = 10};
+        sent_item item = {.path = u"C:\\" + std::u16string(number + 1, u'n') +
+                                  std::u16string(600, u'x'),
+                          .size = 10};
+        const std::string ending = number % 2 == 0 ? "" : '.' + std::string(60, 'e');
+        item.id = volume.new_id(u"") + ending;
+        return item;
     });
     volume.settle();
     volume.empty_bin(user);

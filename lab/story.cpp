@@ -666,6 +666,11 @@ ntfs_volume_builder story::plan() const
         .update_array(m_form.update_array)
         .clusters(m_form.clusters)
         .records(m_form.records);
+    if (m_form.mft_cluster != 0)
+        builder.mft(
+            {.runs = {{m_form.mft_cluster, round_up(m_form.records * m_form.record_size,
+                                                    m_form.cluster_size) /
+                                               m_form.cluster_size}}});
     for (const auto &[entry, each] : m_nodes) {
         if (each.directory)
             builder.directory(each.item);
@@ -853,6 +858,17 @@ void story::describe_pieces(trace &metadata, u64 entry) const
     if (metadata.pieces.size() < 2) metadata.pieces.clear();
 }
 
+// A compressed `$I` file as it is kept.
+void story::describe_packed(told_deletion &told, u64 entry) const
+{
+    if (!m_nodes.at(entry).item.stored.compressed) return;
+    const extent run = m_layout.stream_runs(entry).front();
+    byte_vector packed =
+        cut(m_layout.image, position(run.lcn), run.clusters * m_form.cluster_size);
+    while (packed.back() == 0) packed.pop_back();
+    told.traces.push_back({"packed metadata", "", {std::move(packed)}});
+}
+
 void story::describe(std::size_t number)
 {
     told_deletion &told = deletion(number);
@@ -863,6 +879,7 @@ void story::describe(std::size_t number)
         const u64 entry = told.metadata_entry->entry;
         describe_pieces(told.traces.front(), entry);
         told.traces.push_back(record_trace("metadata record", entry));
+        if (first) describe_packed(told, entry);
         if (first && told.format.front() == '$')
             add_name_traces(told.traces, "metadata name", entry);
     }

@@ -23,8 +23,9 @@ struct volume_form {
     u32 sector_size = 512;
     u32 update_array = 48; ///< 42 before Windows XP
     u64 clusters = 2048;
-    u64 records = 512; ///< all that the $MFT ever has
-    u64 offset = 0;    ///< of the volume on its medium
+    u64 records = 512;   ///< all that the $MFT ever has
+    u64 mft_cluster = 0; ///< where the $MFT begins; 0: where there is room
+    u64 offset = 0;      ///< of the volume on its medium
 };
 
 /// Where the attributes of a file with an attribute list are.
@@ -195,6 +196,7 @@ private:
     void add_name_traces(std::vector<trace> &traces, const char *kind, u64 entry) const;
     void describe_user(told_user &user, u64 entry) const;
     void describe_pieces(trace &metadata, u64 entry) const;
+    void describe_packed(told_deletion &told, u64 entry) const;
     void describe(std::size_t number);
 
     told_case *m_told;
