@@ -18,7 +18,8 @@ def merged(found):
         if member:
             order.append(row_of(user=user, data_name=name, member=member, raw=f"{name}/{member}"))
             continue
-        key = (user, name[2:].casefold() if name.startswith("$") else name.casefold())
+        # A list counts from 1 again after the bin is emptied, so such a name comes again.
+        key = (user, name[2:].casefold()) if name.startswith("$") else (user, name, entry)
         if key not in rows:
             rows[key] = row_of(user=user, raw=f"{user}/{name}")
             order.append(rows[key])

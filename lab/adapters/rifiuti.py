@@ -19,9 +19,10 @@ def unescaped(path):
 
 
 def row_from(line, user, list_name):
-    """A row of the index, the time, for lists whether the item is gone, the size and the path."""
+    """A row of the index, the time, the size and the path; lists of later Windows also have
+    whether the item is gone."""
     cells = line.split("\t")
-    if len(cells) != (5 if list_name else 4):
+    if len(cells) not in (4, 5):
         return {"raw": line} # states nothing, so it counts as invented
     return row_of(metadata_name=list_name or cells[0],
                   number=number(cells[0]) if list_name else None,
@@ -37,7 +38,8 @@ def read_files(path, user=None):
     """Rows of rifiuti2 for one metadata file, or for the $I files of a folder. Its output names
     the folder, which is the user's if it isn't the bin itself."""
     folder = path if os.path.isdir(path) else os.path.dirname(path)
-    user = os.path.basename(folder) if user is None else user
+    if user is None:
+        user = os.path.basename(folder)
     user = "" if user.casefold() in BINS else user
     list_name = os.path.basename(path) if is_list(path) else ""
     program = "rifiuti2" if list_name else "rifiuti-vista"
@@ -46,7 +48,7 @@ def read_files(path, user=None):
         output, errors = run([program, "-n", "-l", CODE_PAGE, path])
     if NEEDS_SINGLE_FILES in errors and path == folder:
         return [row for name in sorted(os.listdir(path)) if name.upper().startswith("$I")
-                for row in read_files(os.path.join(path, name))]
+                for row in read_files(os.path.join(path, name), user)]
     return [row_from(line, user, list_name) for line in lines_of(output) if "\t" in line]
 
 

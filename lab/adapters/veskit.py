@@ -24,14 +24,13 @@ def row_from(line):
         row["user"] = user
     if match := re.search(r'"src":"(.*?)"', source):
         row["metadata_name"] = match[1]
-    if (match := re.search(r'"rec#":"(\d+)"', source)) and 'src":"$' not in source:
+    is_data_alone = not path or path.startswith("<unk path - ")
+    if (match := re.search(r'"rec#":"(\d+)"', source)) and not is_data_alone:
         row["number"] = int(match[1])
     member = add_item(row, source)
-    if not path.startswith("<unk path - "):
+    if not is_data_alone:
         # A file in a deleted folder has the folder's path and the rest.
         row["path"] = path[:-len(member) - 1] if member else path
-    elif row.get("number") == 0:
-        del row["number"] # no record has this number
     return row
 
 
@@ -98,11 +97,12 @@ def pipe(case):
 
 
 def version():
-    return run([PROGRAM, "-quiet", "-file", "-"])[0].decode().partition("ver: ")[2].partition(",")[0]
+    first_line = run([PROGRAM, "-quiet", "-file", "-"])[0].decode()
+    return first_line.partition("ver: ")[2].partition(",")[0]
 
 
 def tool(name, rows, about, blind, pairs=True, extracts=()):
-    programs = {PROGRAM: "this project's program (make)"}
+    programs = {PROGRAM: "veskit (make)"}
     programs |= {program: "sleuthkit" for program in extracts}
     tells = {"deleted", "path", "size", "user", "id"} | ({"pairing"} if pairs else set())
     return Tool(name, rows, programs, version, frozenset(tells), about, blind)
