@@ -1,5 +1,7 @@
 #include "lab/story.h"
 
+#include "samples/security_structures.h"
+
 #include <algorithm>
 #include <array>
 #include <numeric>
@@ -11,7 +13,8 @@ using ntfs_structures::round_up;
 
 namespace {
 
-constexpr u64 root = 5, extend = 11;
+constexpr u64 root = 5, secure = 9, extend = 11;
+constexpr u32 owner_id = 256;
 constexpr u64 ticks_per_second = 10'000'000;
 constexpr u64 first_moment = 133'497'504'000'000'000; // 2024-01-15 00:00 UTC
 constexpr u32 block_size = ntfs_structures::index_block_size;
@@ -88,6 +91,15 @@ std::string extension_of(std::u16string_view path)
     const std::size_t dot = path.find_last_of(u".\\");
     if (dot == std::u16string_view::npos || path[dot] != u'.') return {};
     return utf8(path.substr(dot));
+}
+
+// A path in the code page of Western Europe, as far as it has the letters.
+std::string in_8_bits(std::u16string_view path)
+{
+    std::string text;
+    for (const char16_t unit : path.substr(0, 259))
+        text += unit < 0x100 ? static_cast<char>(unit) : '?';
+    return text;
 }
 
 // Splits at backslashes.
@@ -220,6 +232,7 @@ u64 story::add(ntfs_item item, bool directory)
     if (item.entry == 0) number(item);
     const u64 entry = item.entry;
     node made{std::move(item), directory};
+    made.item.security_id = owner_id;
     made.item.times.created = m_now - m_random.below(90 * 86400 * ticks_per_second);
     made.item.times.modified = made.item.times.created + m_random.below(1'000'000'000);
     made.item.times.accessed = made.item.times.modified;
@@ -463,11 +476,7 @@ std::size_t story::send_to_list(u64 user_folder, sent_item what, u32 drive)
                      std::to_string(number) + extension_of(made.path);
     made.id = made.data_name;
     if (!what.without_data) add_data_item(made, user_folder, what);
-    std::string ansi = utf8(made.path);
-    std::replace_if(
-        ansi.begin(), ansi.end(), [](char c) { return (c & 0x80) != 0; }, '?');
-    ansi.resize(std::min<std::size_t>(ansi.size(), 259));
-    const byte_vector record = info2_record({.ansi_path = ansi,
+    const byte_vector record = info2_record({.ansi_path = in_8_bits(made.path),
                                              .path = made.path,
                                              .number = number,
                                              .drive = drive,
@@ -579,16 +588,22 @@ std::vector<extent> story::metadata_runs(std::size_t number) const
 u64 story::start_journal(u16 major_version)
 {
     m_journal_version = major_version;
-    m_journal = add({.parent = extend, .name = "$UsnJrnl", .attributes = 0x06}, false);
+    m_journal = add({.parent = extend,
+                     .name = "$UsnJrnl",
+                     .without_data = true,
+                     .attributes = 0x06},
+                    false);
     const u64 cluster = m_form.cluster_size;
     node &made = m_nodes.at(*m_journal);
-    made.item.stored.resident = true;
     std::vector<extent> runs = take_clusters(256 * 1024, 1);
     runs.insert(runs.begin(), {hole, 16}); // what is old is given up
     made.streams.push_back({.entry = *m_journal,
                             .name = "$J",
                             .data = byte_vector(16 * cluster),
                             .stored = {.non_resident = true, .runs = std::move(runs)}});
+    byte_vector limits(32);
+    put_layout(limits, {{0, 8, 0x2000000}, {8, 8, 0x800000}, {16, 8, m_now}});
+    made.streams.push_back({.entry = *m_journal, .name = "$Max", .data = limits});
     return *m_journal;
 }
 
@@ -671,6 +686,13 @@ ntfs_volume_builder story::plan() const
             {.runs = {{m_form.mft_cluster, round_up(m_form.records * m_form.record_size,
                                                     m_form.cluster_size) /
                                                m_form.cluster_size}}});
+    const byte_vector owner = sid(5, {32, 544}); // administrators
+    const byte_vector owned =
+        descriptor({owner, owner, {}, acl({ace(0, 3, 0x1F01FF, owner)})});
+    builder.stream({.entry = secure,
+                    .name = "$SDS",
+                    .data = sds_stream(sds_of(owner_id, 0, owned)),
+                    .stored = {.non_resident = true}});
     for (const auto &[entry, each] : m_nodes) {
         if (each.directory)
             builder.directory(each.item);

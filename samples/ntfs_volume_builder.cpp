@@ -414,7 +414,7 @@ private:
     void add_streams()
     {
         for (const auto &[number, state] : m_items)
-            if (!state.system && !state.directory)
+            if (!state.system && !state.directory && !state.item.without_data)
                 add_stream({number, "", state.item.data, state.item.stored});
         for (const ntfs_stream &stream : m_plan.streams) add_stream(stream);
     }

@@ -49,6 +49,7 @@ struct ntfs_item {
     bool in_use = true;        ///< else deleted: record, clusters and name are given up
     bool in_index = true;      ///< named in its parent's index, if it is in use
     bool counted_up = false;   ///< its record has the next sequence number already
+    bool without_data = false; ///< a file that has no unnamed stream
     u16 sequence = 1;
     u8 name_space = ntfs_names::win32;
     u32 attributes = 0x20; ///< FILE_ATTRIBUTE_ bits
@@ -80,6 +81,7 @@ struct ntfs_stale_entry {
     u64 directory = 0;
     u64 entry = 0;
     std::string name = {};
+    bool without_data = false; ///< a file that has no unnamed stream
     u16 sequence = 1;
     u8 name_space = ntfs_names::win32;
     u32 attributes = 0x20; ///< with 0x10000000: a directory
