@@ -9,7 +9,7 @@ FUZZ_SECONDS ?= 60
 
 MAKEFLAGS += --no-print-directory
 .DEFAULT_GOAL := build
-.PHONY: build run test asan bench bench-volumes fuzz lint format install clean
+.PHONY: build run test asan lab bench bench-volumes fuzz lint format install clean
 
 # Builds one preset; its output goes to standard error, so that standard output holds
 # only what the program or the tests print.
@@ -38,6 +38,15 @@ bench:
 	@tools/install_deps build bench >&2
 	$(call build_preset,bench)
 	@bench/run build/bench
+
+# Makes the laboratory's cases, and proves what their bytes still show. A case whose decoys
+# aren't there fails.
+lab:
+	@tools/install_deps build lab >&2
+	$(call build_preset,release,--target veskit make_lab)
+	@rm -rf build/lab
+	@build/release/lab/make_lab build/lab
+	@printf '%s\0' build/lab/*/* | xargs -0 -P $(JOBS) -n 8 lab/prove
 
 # Makes volumes with mkntfs and the ntfs-3g driver first, which takes some minutes.
 bench-volumes:

@@ -14,6 +14,7 @@ namespace lab {
 struct case_maker {
     std::string name; ///< "family/case"
     std::function<byte_vector(told_case &)> make;
+    bool is_first = false; ///< the smallest of its kind
 };
 using case_makers = std::vector<case_maker>;
 
@@ -29,7 +30,8 @@ inline void add_cases(case_makers &all, const std::string &name, case_kind kind,
         for (const u64 seed : seeds)
             all.push_back(
                 {name + '-' + std::to_string(size) + '-' + std::to_string(seed),
-                 [=](told_case &told) { return kind(told, size, seed); }});
+                 [=](told_case &told) { return kind(told, size, seed); },
+                 size == *sizes.begin() && seed == *seeds.begin()});
 }
 
 void add_live_cases(case_makers &all);
