@@ -123,6 +123,12 @@ u64 count_of_blocks(const byte_vector &image)
     return (image.size() + unit - 1) / unit;
 }
 
+// What the volume's disk had when a snapshot was taken.
+const byte_vector &disk_of(const shadow_copy &copy)
+{
+    return copy.on_disk.empty() ? copy.volume : copy.on_disk;
+}
+
 // True for each block that has no cluster in use.
 std::vector<bool> free_blocks(const shadow_copy &copy, u32 cluster_size)
 {
@@ -144,16 +150,23 @@ std::vector<bool> free_blocks(const shadow_copy &copy, u32 cluster_size)
 // What one store has to keep.
 struct store_plan {
     const shadow_copy &copy;
-    const byte_vector &next;   // the image of the next snapshot, or of now
+    const byte_vector &next;   // what the disk had at the next snapshot, or has now
     std::vector<bool> is_area; // blocks of the shadow copies themselves
     std::vector<bool> is_free; // at the snapshot
+    std::vector<bool> wanted;  // by older snapshots
     std::vector<bool> tracked; // a change of these has to be kept
 
-    block_view before(u64 index) const { return block_at(copy.volume, index); }
+    block_view shown(u64 index) const { return block_at(copy.volume, index); }
+    block_view before(u64 index) const { return block_at(disk_of(copy), index); }
     block_view after(u64 index) const { return block_at(next, index); }
     u32 changed(u64 index) const
     {
         return is_area[index] ? 0 : changed_sectors(before(index), after(index));
+    }
+    // The sectors that were written to the snapshot alone.
+    u32 own(u64 index) const
+    {
+        return is_area[index] ? 0 : changed_sectors(shown(index), before(index));
     }
 };
 
@@ -277,23 +290,34 @@ descriptor store_writer::keep_whole(u64 index, const byte_vector &content)
                 content);
 }
 
-// Keeps a block that has changed, if the store is one that has to.
+// Keeps a block that has changed, on the disk or in the snapshot alone, if the store is
+// one that has to. Overlays are the snapshot's own: blocks that older snapshots look
+// for here are kept whole.
 void store_writer::keep_block(u64 index)
 {
     const u32 changed = m_plan.changed(index);
+    const u32 own = m_plan.own(index);
     const bool tracked = m_plan.tracked[index];
-    if (changed == 0 || (!tracked && !m_ways.free_blocks) || m_moves.contains(index))
+    if (m_moves.contains(index) || (!tracked && !m_ways.free_blocks) ||
+        (changed | own) == 0)
         return;
     descriptor_group group;
-    if (m_ways.overlays && tracked && m_dice.below(4) != 0)
+    if (!tracked) {
+        group = {keep_whole(index, whole_block(m_plan.shown(index)))};
+    } else if (own != 0) {
+        add_overlays(group, index, own);
+        if (changed != 0)
+            group.push_back(keep_whole(index, whole_block(m_plan.before(index))));
+    } else if (m_ways.overlays && !m_plan.wanted[index] && m_dice.below(4) != 0) {
         keep_with_overlays(group, index, changed);
-    else
+    } else {
         group = {keep_whole(index, whole_block(m_plan.before(index)))};
+    }
     m_groups.push_back(group);
 }
 
-// The ways in which Windows mixes overlays and whole blocks. What a whole block has in
-// sectors of overlays was written after the snapshot, so a reader must not take it.
+// Overlays without, before and after the whole block. What that has in sectors of
+// overlays isn't the snapshot's, so a reader must not take it.
 void store_writer::keep_with_overlays(descriptor_group &group, u64 index, u32 changed)
 {
     const u64 way = m_dice.below(4);
@@ -303,7 +327,7 @@ void store_writer::keep_with_overlays(descriptor_group &group, u64 index, u32 ch
     if (!with_plain) {
         add_overlays(group, index, sectors);
         if (way == 0) return;
-        // The second write to a sector is no longer of the snapshot's bytes.
+        // Of two overlays with a sector, the first one holds.
         const byte_vector later =
             mixed_block(m_plan.after(index), sectors, filler_block());
         group.push_back(keep(index, descriptor_flag::overlay, sectors, later));
@@ -322,7 +346,7 @@ void store_writer::keep_with_overlays(descriptor_group &group, u64 index, u32 ch
 void store_writer::add_overlays(descriptor_group &group, u64 index, u32 sectors)
 {
     const byte_vector content =
-        mixed_block(m_plan.before(index), sectors, filler_block());
+        mixed_block(m_plan.shown(index), sectors, filler_block());
     descriptor overlay = keep(index, descriptor_flag::overlay, 0, content);
     m_kept[index] = true;
     const u64 steps = 1 + m_dice.below(4);
@@ -343,12 +367,14 @@ void store_writer::add_overlays(descriptor_group &group, u64 index, u32 sectors)
 void store_writer::keep_moved()
 {
     for (u64 i = 0; i < m_kept.size(); ++i)
-        if (m_plan.tracked[i] && m_plan.changed(i) != 0 && !m_moves.contains(i))
+        if (m_plan.tracked[i] && m_plan.changed(i) != 0 && m_plan.own(i) == 0 &&
+            !m_moves.contains(i))
             keep_moved_block(i);
 }
 
-// Keeps a block by saying where its bytes are now. What was at the destination is kept
-// first; sectors that have changed there since are kept as overlays of the destination.
+// Keeps a block by saying where its bytes went. What was at the destination is kept
+// first. If some of the bytes have changed there since, the destination is kept once
+// more: as what it was when the block had come.
 void store_writer::keep_moved_block(u64 index)
 {
     const std::optional<u64> to = find_destination(index);
@@ -356,18 +382,16 @@ void store_writer::keep_moved_block(u64 index)
     descriptor_group group;
     if (m_plan.tracked[*to] || m_ways.free_blocks)
         group.push_back(keep_whole(*to, whole_block(m_plan.before(*to))));
-    m_wanted[index] = false;
-    m_wanted[*to] = true;
     m_moves.insert({index, *to});
     add_forwarders(group, index, *to);
-    const u32 changed = changed_sectors(m_plan.before(index), m_plan.after(*to));
-    if (changed != 0) {
-        const byte_vector content =
-            mixed_block(m_plan.before(index), changed, filler_block());
-        group.push_back(keep(*to, descriptor_flag::overlay, changed, content));
-        ++m_counts.overlays;
-    }
     m_kept[index] = true;
+    m_wanted[index] = false;
+    m_wanted[*to] = true;
+    if (changed_sectors(m_plan.before(index), m_plan.after(*to)) != 0) {
+        group.push_back(keep(*to, 0, 0, whole_block(m_plan.before(index))));
+        m_wanted[*to] = false;
+        ++m_counts.plain;
+    }
     m_groups.push_back(group);
 }
 
@@ -415,8 +439,9 @@ std::optional<u64> store_writer::find_destination(u64 index) const
 
 bool store_writer::can_move_to(u64 origin, u64 index) const
 {
-    return index != origin && m_plan.changed(index) != 0 && !m_moves.contains(index) &&
-           m_plan.after(index).size() == unit && m_plan.before(origin).size() == unit;
+    return index != origin && m_plan.changed(index) != 0 && m_plan.own(index) == 0 &&
+           !m_moves.contains(index) && m_plan.after(index).size() == unit &&
+           m_plan.before(origin).size() == unit;
 }
 
 // Descriptors that aren't used: before and after those of a block, and of a block that
@@ -651,7 +676,7 @@ const byte_vector &next_image(const std::vector<shadow_copy> &copies, std::size_
     for (std::size_t i = of + 1; i < copies.size(); ++i)
         if (copies[of].state != shadow_state::live ||
             copies[i].state == shadow_state::live)
-            return copies[i].volume;
+            return disk_of(copies[i]);
     return now;
 }
 
@@ -675,15 +700,20 @@ snapshot_view view_of(const store_plan &plan, const store_writer &store)
     return view;
 }
 
-// The tracked blocks of a store: those that were in use, and those that an older
-// snapshot still looks for here.
-std::vector<bool> tracked_blocks(const store_plan &plan,
-                                 const std::vector<bool> &still_wanted)
+// A store follows all that was in use, and what an older snapshot looks for here.
+store_plan plan_store(const std::vector<shadow_copy> &copies, std::size_t index,
+                      const byte_vector &now, const std::vector<bool> &is_area,
+                      u32 cluster_size)
 {
-    std::vector<bool> tracked(plan.is_area.size());
-    for (u64 i = 0; i < tracked.size(); ++i)
-        tracked[i] = !plan.is_area[i] && (!plan.is_free[i] || still_wanted[i]);
-    return tracked;
+    store_plan plan{.copy = copies[index],
+                    .next = next_image(copies, index, now),
+                    .is_area = is_area,
+                    .is_free = free_blocks(copies[index], cluster_size),
+                    .wanted = std::vector<bool>(is_area.size()),
+                    .tracked = {}};
+    for (u64 i = 0; i < is_area.size(); ++i)
+        plan.tracked.push_back(!is_area[i] && !plan.is_free[i]);
+    return plan;
 }
 
 } // namespace
@@ -698,22 +728,21 @@ std::vector<snapshot_view> write_shadow_copies(byte_vector &volume, u32 cluster_
     const byte_vector header = volume_header(catalog, ways.seed);
     put_bytes(volume, volume_header_offset, header);
     std::vector<shadow_copy> moments = copies;
-    for (shadow_copy &moment : moments)
+    for (shadow_copy &moment : moments) {
         put_bytes(moment.volume, volume_header_offset, header);
+        if (!moment.on_disk.empty())
+            put_bytes(moment.on_disk, volume_header_offset, header);
+    }
     const byte_vector now = volume;
 
     std::vector<snapshot_view> views;
     byte_vector entries;
     std::vector<bool> wanted(is_area.size());
     for (std::size_t i = 0; i < moments.size(); ++i) {
-        store_plan plan{.copy = moments[i],
-                        .next = next_image(moments, i, now),
-                        .is_area = is_area,
-                        .is_free = free_blocks(moments[i], cluster_size),
-                        .tracked = {}};
         const bool live = moments[i].state == shadow_state::live;
-        plan.tracked =
-            tracked_blocks(plan, live ? wanted : std::vector<bool>(wanted.size()));
+        store_plan plan = plan_store(moments, i, now, is_area, cluster_size);
+        for (u64 k = 0; live && k < wanted.size(); ++k)
+            if (wanted[k]) plan.wanted[k] = plan.tracked[k] = true;
         store_writer store(volume, plan, ways);
         store.write();
         append(entries, catalog_entries(moments[i], store, i));

@@ -39,7 +39,10 @@ enum class shadow_state {
 /// record, name and clusters are the caller's. A deleted snapshot's file is one that
 /// the caller has deleted; its store is written as it was when the snapshot was live.
 struct shadow_copy {
-    byte_vector volume;             ///< the whole volume as it was at the snapshot
+    byte_vector volume; ///< the whole volume as the snapshot shows it
+    /// What the disk had at that moment. It differs where Windows wrote to the snapshot
+    /// alone, as when NTFS replays its log there. Empty: the same as `volume`.
+    byte_vector on_disk = {};
     byte_vector used_clusters = {}; ///< the content of $Bitmap then; empty: all in use
     u64 created = 0;                ///< FILETIME
     u64 sequence = 1;               ///< ascending; the first ones may be missing
