@@ -107,10 +107,19 @@ byte_vector mixed_block(block_view first, u32 sectors, const byte_vector &second
 {
     const byte_vector from = whole_block(first);
     byte_vector block = second;
-    for (u32 i = 0; i < sectors_in_unit; ++i)
-        if ((sectors >> i & 1) != 0)
-            std::copy_n(from.begin() + i * sector, sector, block.begin() + i * sector);
+    for (std::size_t at = 0; at < unit; ++at)
+        if ((sectors >> at / sector & 1) != 0) block[at] = from[at];
     return block;
+}
+
+// The sectors of all pages of 4 KiB that have one of these: a record of the $MFT is
+// kept whole.
+u32 whole_pages(u32 sectors)
+{
+    u32 pages = 0;
+    for (u32 page = 0xFF; page != 0; page <<= 8)
+        if ((sectors & page) != 0) pages |= page;
+    return pages;
 }
 
 byte_vector filler_block()
@@ -305,7 +314,7 @@ void store_writer::keep_block(u64 index)
     if (!tracked) {
         group = {keep_whole(index, whole_block(m_plan.shown(index)))};
     } else if (own != 0) {
-        add_overlays(group, index, own);
+        add_overlays(group, index, whole_pages(own));
         if (changed != 0)
             group.push_back(keep_whole(index, whole_block(m_plan.before(index))));
     } else if (m_ways.overlays && !m_plan.wanted[index] && m_dice.below(4) != 0) {
@@ -322,8 +331,9 @@ void store_writer::keep_with_overlays(descriptor_group &group, u64 index, u32 ch
 {
     const u64 way = m_dice.below(4);
     const bool with_plain = way >= 2;
-    const u32 some = with_plain ? static_cast<u32>(m_dice.next()) : all_sectors;
-    const u32 sectors = (changed & some) != 0 ? changed & some : changed;
+    u32 some = all_sectors;
+    if (with_plain) some = m_dice.below(2) == 0 ? 0x0000FFFF : 0xFF00FF00;
+    const u32 sectors = whole_pages((changed & some) != 0 ? changed & some : changed);
     if (!with_plain) {
         add_overlays(group, index, sectors);
         if (way == 0) return;
@@ -479,6 +489,7 @@ std::vector<descriptor> store_writer::ordered()
     if (m_ways.order == shadow_order::shuffled) m_dice.shuffle(turns);
     std::vector<std::size_t> done(m_groups.size());
     std::vector<descriptor> list;
+    list.reserve(turns.size());
     for (const std::size_t group : turns)
         list.push_back(m_groups[group][done[group]++]);
     return list;
