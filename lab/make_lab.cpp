@@ -36,6 +36,7 @@ lab::case_makers all_makers()
     lab::add_emptied_cases(all);
     lab::add_forgotten_cases(all);
     lab::add_journal_cases(all);
+    lab::add_snapshot_cases(all);
     lab::add_disk_cases(all);
     lab::add_damage_cases(all);
     lab::add_decoy_cases(all);
