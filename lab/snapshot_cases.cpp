@@ -6,7 +6,9 @@
 #include "lab/sha256.h"
 #include "lab/shadow_copies.h"
 
+#include <algorithm>
 #include <array>
+#include <stdexcept>
 
 namespace lab {
 
@@ -32,6 +34,8 @@ public:
     // replays it in the snapshot. The disk gets them right after.
     void take_snapshot_with(const std::function<void()> &logged);
     void delete_snapshot(std::size_t number);
+    // A new file gets some clusters of a deleted snapshot's store.
+    void write_over_store(std::size_t number);
     // A file of 64 KiB that isn't of a bin.
     u64 add_file(const std::string &name);
     // Moves it elsewhere. Another file gets its old place.
@@ -51,6 +55,7 @@ private:
     volume_range m_catalog;
     std::vector<shadow_copy> m_copies;
     std::vector<u64> m_files; // the entries of the stores
+    std::vector<extent> m_written_over;
 };
 
 // Each store has room for all that a volume of this size can change.
@@ -149,6 +154,17 @@ void watched_volume::delete_snapshot(std::size_t number)
         m_seed % 2 == 0 ? shadow_state::cleared : shadow_state::unused;
 }
 
+void watched_volume::write_over_store(std::size_t number)
+{
+    // The first five blocks tell what the others are.
+    const u64 cluster = m_story.form().cluster_size;
+    const extent store = m_story.item(m_files.at(number - 1)).stored.runs.front();
+    const extent run = {store.lcn + 7 * unit / cluster, 8 * unit / cluster};
+    m_story.settle();
+    m_story.file_over("over store " + std::to_string(number), {run});
+    m_written_over.push_back(run);
+}
+
 u64 watched_volume::add_file(const std::string &name)
 {
     const u64 entry = m_story.file(5, name, 4 * unit);
@@ -165,12 +181,33 @@ void watched_volume::move_file(u64 entry)
         "after " + std::to_string(entry) + " " + std::to_string(old[0].lcn), old);
 }
 
+// A case that is about a kind of descriptor has to have some.
+void require_kinds(const std::vector<snapshot_view> &views, const shadow_ways &ways)
+{
+    const auto require = [&](bool wanted, u64 shadow_counts::*kind, const char *name) {
+        const bool found = std::ranges::any_of(
+            views, [&](const snapshot_view &view) { return view.counts.*kind > 0; });
+        if (wanted && !found)
+            throw std::logic_error(std::string("no store has ") + name);
+    };
+    require(true, &shadow_counts::plain, "plain descriptors");
+    require(ways.overlays, &shadow_counts::overlays, "overlays");
+    require(ways.forwarders, &shadow_counts::forwarders, "forwarders");
+    require(ways.unused, &shadow_counts::unused, "unused descriptors");
+    require(ways.free_blocks, &shadow_counts::free, "blocks that were free");
+}
+
 byte_vector watched_volume::medium(const shadow_ways &ways)
 {
     m_story.settle();
     byte_vector image = m_story.image();
     const std::vector<snapshot_view> views = write_shadow_copies(
         image, m_story.form().cluster_size, m_copies, m_catalog, ways);
+    require_kinds(views, ways);
+    for (const extent &run : m_written_over)
+        std::copy_n(m_story.image().begin() + std::ptrdiff_t(m_story.position(run.lcn)),
+                    m_story.position(run.clusters),
+                    image.begin() + std::ptrdiff_t(m_story.position(run.lcn)));
     for (const snapshot_view &view : views) {
         told_snapshot told{.created = view.created,
                            .sequence = view.sequence,
@@ -244,6 +281,11 @@ const shadow_ways with_overlays = {.overlays = true, .unused = true};
 const shadow_ways with_free_blocks = {.free_blocks = true, .free_at_start = false};
 const shadow_ways long_lists = {
     .unused = true, .descriptors_in_block = 5, .order = shadow_order::descending};
+const shadow_ways mixed = {.overlays = true,
+                           .unused = true,
+                           .free_blocks = true,
+                           .descriptors_in_block = 7,
+                           .order = shadow_order::shuffled};
 const shadow_ways of_all_kinds = {.overlays = true,
                                   .forwarders = true,
                                   .unused = true,
@@ -335,6 +377,27 @@ byte_vector lists(told_case &told, u64 size, u64 seed)
     return watched.medium(with_overlays);
 }
 
+// A list of which only the stores have anything: its record and its clusters are
+// another file's.
+byte_vector list_only_in_stores(told_case &told, u64 size, u64 seed)
+{
+    watched_volume watched(told, 2 * size, seed, 2);
+    story &volume = watched.volume();
+    const u64 user = volume.user(ann, "RECYCLER");
+    for (int i = 0; i < 2; ++i) {
+        for (u64 k = 0; k < size / 2; ++k) volume.send_to_list(user, {.size = 4096});
+        watched.take_snapshot();
+    }
+    const u64 list = volume.list_of(user);
+    const std::vector<extent> runs = volume.layout().stream_runs(list);
+    volume.empty_bin(user);
+    volume.remove(list);
+    volume.settle();
+    volume.reuse_record(list, "new.txt");
+    volume.file_over("over the list", runs);
+    return watched.medium(plain);
+}
+
 // The older ones of the snapshots are deleted. Their stores stay in free clusters.
 template <u64 snapshots, std::size_t deleted, const shadow_ways &ways>
 byte_vector snapshots_deleted(told_case &told, u64 size, u64 seed)
@@ -344,6 +407,16 @@ byte_vector snapshots_deleted(told_case &told, u64 size, u64 seed)
     for (std::size_t number = 1; number <= deleted; ++number)
         watched.delete_snapshot(number);
     return watched.medium(ways);
+}
+
+// The file of a deleted snapshot's store lost some of its blocks to another file.
+byte_vector store_overwritten(told_case &told, u64 size, u64 seed)
+{
+    watched_volume watched(told, size, seed, 2);
+    live_through(told, watched, size, 2);
+    watched.delete_snapshot(1);
+    watched.write_over_store(1);
+    return watched.medium(plain);
 }
 
 // One between two others: the older one has to keep for itself what that one had.
@@ -366,14 +439,16 @@ void add_snapshot_cases(case_makers &all)
     add("overlays", kept<with_overlays>);
     add("free-blocks", kept<with_free_blocks>);
     add("long-lists", kept<long_lists>);
-    add("all-kinds", kept<of_all_kinds>);
-    add("clusters-1024", kept<of_all_kinds, 1024>);
-    add("clusters-16384", kept<of_all_kinds, 16384>);
+    add("mixed", kept<mixed>);
+    add("clusters-1024", kept<mixed, 1024>);
+    add("clusters-16384", kept<mixed, 16384>);
     add("moved", moved<of_all_kinds>);
     add("only-in-stores", only_in_stores);
     add("log-replayed", log_replayed);
     add("info2", lists);
+    add("info2-only-in-stores", list_only_in_stores);
     add("store-deleted", snapshots_deleted<2, 1, plain>);
+    add("store-overwritten", store_overwritten);
     add("two-of-four-deleted", snapshots_deleted<4, 2, with_overlays>);
     add("middle-deleted", middle_deleted);
 }
