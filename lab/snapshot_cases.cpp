@@ -25,7 +25,6 @@ public:
                    const volume_form &form = {});
 
     story &volume() { return m_story; }
-    std::size_t snapshots() const { return m_copies.size(); }
     void take_snapshot()
     {
         take_snapshot_with([] {});
@@ -101,7 +100,8 @@ u64 watched_volume::store_file(const std::string &name, const std::vector<extent
     u64 clusters = 0;
     for (const extent &run : runs) clusters += run.clusters;
     file.attributes = 0x06; // hidden, system
-    file.stored = {.non_resident = true, .runs = runs};
+    // Windows writes to these files beneath NTFS, which takes them for empty.
+    file.stored = {.non_resident = true, .runs = runs, .valid_size = 0};
     file.data = byte_vector(clusters * m_story.form().cluster_size);
     return entry;
 }
