@@ -34,6 +34,13 @@ struct recent_volume : linux_story {
         for (u64 i = 0; i < size; ++i) send_new(any());
     }
 
+    // Every n-th deletion of all so far goes.
+    void purge_each(u64 n)
+    {
+        const std::size_t count = sent_count();
+        for (std::size_t i = n - 1; i < count; i += n) purge(i);
+    }
+
     user ann, ben;
 };
 
@@ -77,14 +84,14 @@ template <u32 CLUSTER_SIZE> byte_vector clusters(told_case &told, u64 size, u64 
     linux_story::volume_form form = roomy(size, seed, CLUSTER_SIZE);
     if (CLUSTER_SIZE > 4096) form.size *= 2;
     recent_volume volume(told, form, seed);
-    for (u64 i = 0; i < size; ++i) {
-        const linux_story::deletion sent = volume.send_new(volume.any());
-        if (i % 5 == 4) volume.purge(sent);
-    }
+    volume.send_some(size);
+    volume.purge_each(5);
+    volume.send_some(size / 10);
     return volume.medium();
 }
 
-// Folders with all that is in them: one large and deep, others small.
+// Folders with all that is in them: one large and deep, others small. Of 40, the large
+// one is purged as well.
 byte_vector folders(told_case &told, u64 size, u64 seed)
 {
     recent_volume volume(told, roomy(size, seed), seed);
@@ -99,10 +106,9 @@ byte_vector folders(told_case &told, u64 size, u64 seed)
         const u64 files =
             large ? std::min<u64>(2000, 60 * size) : volume.random().between(0, 12);
         const u64 depth = large ? 30 : volume.random().below(4);
-        const linux_story::deletion sent =
-            volume.send(user, volume.new_folder(path, files, depth));
-        if (i % 9 == 6) volume.purge(sent);
+        volume.send(user, volume.new_folder(path, files, depth));
     }
+    volume.purge_each(7);
     return volume.medium();
 }
 
@@ -122,12 +128,9 @@ byte_vector emptied(told_case &told, u64 size, u64 seed)
 byte_vector restored(told_case &told, u64 size, u64 seed)
 {
     recent_volume volume(told, roomy(size, seed), seed);
-    for (u64 i = 0; i < size; ++i) {
-        const linux_story::user user = volume.any();
-        const linux_story::deletion sent = volume.send_new(user);
-        if (i % 2 == 0) volume.restore(sent);
-        if (i % 8 == 2) volume.send(user, volume.data_of(sent));
-    }
+    volume.send_some(size);
+    for (u64 i = 0; i < size; i += 2) volume.restore(i);
+    for (u64 i = 0; i < size; i += 8) volume.send(volume.ben, volume.data_of(i));
     return volume.medium();
 }
 
@@ -171,9 +174,9 @@ byte_vector streams(told_case &told, u64 size, u64 seed)
                               u"Zone.Identifier");
         if (i % 3 == 1)
             volume.volume().write(file.number, 0, byte_vector(9000, 'p'), u"preview");
-        const linux_story::deletion sent = volume.send(user, file);
-        if (i % 7 == 6) volume.purge(sent);
+        volume.send(user, file);
     }
+    volume.purge_each(7);
     return volume.medium();
 }
 
@@ -196,7 +199,7 @@ byte_vector packed(told_case &told, u64 size, u64 seed)
 // Fragments, hard links, and so many of them that attributes leave their record.
 byte_vector shapes(told_case &told, u64 size, u64 seed)
 {
-    // The library gives no short names to files with several names.
+    // The library adds no short name to a file with several names.
     recent_volume volume(told, roomy(size, 1, 1024), seed);
     for (u64 i = 0; i < size; i += 2) {
         const linux_story::user user = volume.any();
@@ -226,11 +229,9 @@ byte_vector crowded(told_case &told, u64 size, u64 seed)
     for (u64 i = 0; i < 10 * size; ++i)
         files.push_back(volume.new_file(
             u"C:\\archive\\number " + as_units(std::to_string(i)) + u".eml", i % 400));
-    std::vector<linux_story::deletion> sent;
     for (u64 i = 0; i < size; ++i)
-        sent.push_back(
-            volume.send(volume.ann, files[10 * i + volume.random().below(10)]));
-    for (u64 i = 0; i < size; i += 2) volume.purge(sent[i]);
+        volume.send(volume.ann, files[10 * i + volume.random().below(10)]);
+    volume.purge_each(2);
     return volume.medium();
 }
 

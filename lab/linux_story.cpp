@@ -530,16 +530,17 @@ void linux_story::locate_records(const bin &of)
 void linux_story::fill_and_clear()
 {
     later();
-    std::vector<item> fillers;
-    // Small ones take the free MFT records, the last one all free clusters.
-    for (int i = 0; i < 64; ++i)
-        fillers.push_back(new_file(
-            u"C:\\fill\\" + as_units(std::to_string(m_next_name++)) + u".tmp", 200));
-    const item &last = fillers.back();
-    const byte_vector content = stamped(m_next_stamp++, u64{1} << 16);
-    const byte_vector cluster(m_form.cluster_size, 0xF1);
-    u64 size = u64{1} << 16;
-    while (m_volume.write_if_room(last.number, size, content)) size += content.size();
+    std::vector<item> fillers(64);
+    // Small ones take the free MFT records, then the last one takes all clusters.
+    for (item &filler : fillers)
+        filler = new_file(
+            u"C:\\fill\\" + as_units(std::to_string(m_next_name++)) + u".tmp", 200);
+    u64 size = 0;
+    for (const u64 step : {u64{1} << 16, u64{m_form.cluster_size}}) {
+        const byte_vector content(step, 0xF1);
+        while (m_volume.write_if_room(fillers.back().number, size, content))
+            size += step;
+    }
     tell("the volume is full");
     for (const item &filler : fillers) remove(filler);
     tell("what filled it is deleted");

@@ -34,7 +34,7 @@ public:
         bool short_names = false;
     };
 
-    /// A file or folder, as long as the story knows where it is.
+    /// A file or folder that isn't deleted, and what is in it.
     struct item {
         std::u16string path = {};
         linux_volume::place at = {};
@@ -55,17 +55,17 @@ public:
     random_source &random() { return m_random; }
     linux_volume &volume() { return m_volume; }
 
-    /// A user with an empty bin.
+    /// Makes the empty bin of a user. The account name is part of the paths.
     user add_user(const std::u16string &name, bin_format format);
 
-    /// The folder of a path, made with all above it as needed.
+    /// The folder of a path. What is missing of the path is made.
     entry_number folder(const std::u16string &path);
     /// A path that no file has yet, in the user's documents.
     std::u16string new_path(user owner);
 
     /// A file with stamped content.
     item new_file(const std::u16string &path, u64 size);
-    /// Files whose content is written in turns, some clusters each.
+    /// `count` files of `size` bytes, written in turns of some clusters each.
     std::vector<item> new_fragmented(user owner, std::size_t count, u64 size);
     /// A file that begins with stamped content and goes on as a hole up to `size`.
     item new_sparse(const std::u16string &path, u64 stamped_size, u64 size);
@@ -74,19 +74,23 @@ public:
     /// A folder with `count` files in it and in the `depth` folders below it.
     item new_folder(const std::u16string &path, std::size_t count, std::size_t depth);
 
-    deletion send(user owner, item what);
-    deletion send_new(user owner);
-    /// Mostly some clusters, now and then so little that it fits into the MFT record.
+    /// Mostly some clusters, sometimes so few bytes that the MFT record holds them.
     u64 new_size();
 
-    /// One item is deleted from the bin, or all of a user's.
+    /// Sends an item to the bin of a user, or a new file of any size.
+    deletion send(user owner, item what);
+    deletion send_new(user owner);
+    std::size_t sent_count() const { return m_sent.size(); }
+
+    /// Deletes one item from the bin, or all of a user's.
     void purge(deletion number);
     void empty_bin(user owner);
+    /// Moves an item back to where it was.
     void restore(deletion number);
-    /// What was restored; it can be sent again.
+    /// The data item where it is now: a restored one can be sent again.
     const item &data_of(deletion number) const { return m_sent.at(number).data; }
 
-    /// New files take what is free until the volume is full, then they are deleted.
+    /// Fills free MFT records and all free clusters with new files, and deletes these.
     void fill_and_clear();
 
     /// Closes the volume and returns it. Nothing can happen afterwards.

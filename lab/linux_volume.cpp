@@ -2,14 +2,15 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <ctime>
 #include <fcntl.h>
 #include <filesystem>
-#include <fstream>
 #include <memory>
 #include <spawn.h>
+#include <sstream>
 #include <stdexcept>
 #include <sys/stat.h>
 #include <sys/syscall.h>
@@ -29,18 +30,18 @@ extern "C" {
 
 namespace {
 
-/// Windows counts from 1601, 11644473600 seconds before 1970.
+// Windows counts from 1601, 11644473600 seconds before 1970.
 constexpr u64 ticks_per_second = 10000000;
 constexpr u64 ticks_before_1970 = 11644473600 * ticks_per_second;
 
-/// The time of the open volume in ticks from 1970, or 0 if none is open.
+// The time of the open volume in ticks from 1970, or 0 if none is open.
 u64 volume_clock = 0;
 
 } // namespace
 
-/// Takes the place of the C library's function in this program, so that libntfs-3g
-/// stores the time of the story. Without an open volume, and for other clocks, the
-/// kernel is asked as usual.
+// Takes the place of the C library's function in this program, so that libntfs-3g
+// stores the time of the story. Without an open volume, and for other clocks, the
+// kernel answers as usual.
 extern "C" int clock_gettime(clockid_t clock, timespec *out_time) noexcept
 {
     if (volume_clock == 0 || clock != CLOCK_REALTIME)
@@ -78,7 +79,7 @@ void check(bool done, const char *what)
     if (!done) fail(what);
 }
 
-/// As the library and $FILE_NAME hold it.
+// As the library and $FILE_NAME hold it.
 MFT_REF file_reference(const entry_number &file)
 {
     return file.entry | u64{file.sequence} << 48;
@@ -101,7 +102,7 @@ open_inode open(ntfs_volume *volume, entry_number file)
     return inode;
 }
 
-/// The library only reads the name, but asks for one that it may write to.
+// The library only reads the name, but asks for one that it may write to.
 open_attribute open_stream(ntfs_inode *inode, ntfs_name &name)
 {
     open_attribute stream(ntfs_attr_open(
@@ -120,7 +121,7 @@ entry_number make(ntfs_volume *volume, const linux_volume::place &at, mode_t typ
     return {inode->mft_no, le16_to_cpu(inode->mrec->sequence_number)};
 }
 
-/// False if the volume is full.
+// False if the volume is full.
 bool write_stream(ntfs_volume *volume, entry_number file, u64 position,
                   const byte_vector &bytes, std::u16string_view stream_name)
 {
@@ -160,10 +161,10 @@ std::string make_empty_medium(u64 size)
 byte_vector read_file(const std::string &path)
 {
     byte_vector bytes(std::filesystem::file_size(path));
-    std::ifstream in(path, std::ios::binary);
-    in.exceptions(std::ios::failbit | std::ios::badbit);
-    in.read(reinterpret_cast<char *>(bytes.data()),
-            static_cast<std::streamsize>(bytes.size()));
+    const std::unique_ptr<std::FILE, int (*)(std::FILE *)> file(
+        std::fopen(path.c_str(), "rb"), &std::fclose);
+    if (!file || std::fread(bytes.data(), 1, bytes.size(), file.get()) != bytes.size())
+        throw std::runtime_error("can't read " + path);
     return bytes;
 }
 
@@ -171,28 +172,16 @@ void run_mkntfs(const std::string &medium, u32 cluster_size)
 {
     // The geometry is stated since mkntfs can't ask a file for it, and -T fixes the
     // times and the serial number.
-    std::vector<std::string> words{LAB_MKNTFS,
-                                   "-q",
-                                   "-F",
-                                   "-f",
-                                   "-T",
-                                   "-p",
-                                   "0",
-                                   "-s",
-                                   "512",
-                                   "-H",
-                                   "16",
-                                   "-S",
-                                   "63",
-                                   "-L",
-                                   "LAB",
-                                   "-c",
-                                   std::to_string(cluster_size),
-                                   medium};
-    std::vector<char *> arguments;
-    for (std::string &word : words) arguments.push_back(word.data());
-    arguments.push_back(nullptr);
-    // It says of each file that it isn't a block device.
+    std::istringstream options("-q -F -f -T -p 0 -s 512 -H 16 -S 63 -L LAB -c " +
+                               std::to_string(cluster_size));
+    std::vector<std::string> words{LAB_MKNTFS};
+    for (std::string word; options >> word;) words.push_back(word);
+    words.push_back(medium);
+    std::vector<char *> arguments(words.size() + 1, nullptr);
+    std::transform(words.begin(), words.end(), arguments.begin(),
+                   [](std::string &word) { return word.data(); });
+    // Standard error is dropped: mkntfs warns of each file that it isn't a block
+    // device.
     posix_spawn_file_actions_t actions{};
     posix_spawn_file_actions_init(&actions);
     posix_spawn_file_actions_addopen(&actions, STDERR_FILENO, "/dev/null", O_WRONLY, 0);
@@ -288,7 +277,7 @@ void linux_volume::set_short_name(entry_number file, const place &at,
 {
     open_inode inode = open(m_volume, file);
     open_inode folder = open(m_volume, at.folder);
-    // The call closes both.
+    // The call closes both, even if it fails.
     check(ntfs_set_ntfs_dos_name(inode.release(), folder.release(), name.data(),
                                  name.size(), 0) == 0,
           "set a short name");
@@ -314,7 +303,7 @@ void linux_volume::remove(entry_number file, const place &at)
     open_inode inode = open(m_volume, file);
     open_inode folder = open(m_volume, at.folder);
     const ntfs_name name = as_ntfs(at.name);
-    // The call closes both, whatever becomes of it.
+    // The call closes both, even if it fails.
     check(ntfs_delete(m_volume, nullptr, inode.release(), folder.release(), name.data(),
                       length_of(name)) == 0,
           "remove a name");

@@ -34,10 +34,10 @@ public:
     static constexpr entry_number root{.entry = 5, .sequence = 5};
 
     /// Flags for `set_attributes`, as in $STANDARD_INFORMATION.
-    static constexpr u32 hidden = 2, system = 4, archive = 0x20, compressed = 0x800;
+    static constexpr u32 hidden = 2, system = 4, compressed = 0x800;
 
-    /// Formats a volume of `size` bytes, in a temporary file. Clusters have
-    /// `cluster_size` bytes.
+    /// Formats a volume of `size` bytes, in a temporary file, with clusters of
+    /// `cluster_size` bytes. `filetime` is the first moment, as for `set_clock`.
     linux_volume(u64 size, u32 cluster_size, u64 filetime);
     ~linux_volume();
     linux_volume(const linux_volume &) = delete;
@@ -50,6 +50,7 @@ public:
     /// What the library takes for now, in ticks of 100 ns from 1601.
     void set_clock(u64 filetime);
 
+    /// Both return the MFT entry of what they make.
     entry_number make_folder(const place &at);
     entry_number make_file(const place &at, const byte_vector &content = {});
 
@@ -60,15 +61,20 @@ public:
                std::u16string_view stream = {});
     /// The same for the unnamed stream, and false once the volume is full.
     bool write_if_room(entry_number file, u64 position, const byte_vector &bytes);
+    /// Cuts the unnamed stream to `size` bytes, and frees clusters after them.
     void truncate(entry_number file, u64 size);
 
-    /// Files that are made in a `compressed` folder afterwards are compressed.
+    /// Sets the flags above, and only these. Files that are made in a `compressed`
+    /// folder afterwards are compressed.
     void set_attributes(entry_number file, u32 flags);
-    /// Gives a file a name of the 8.3 form beside its long one.
+    /// Adds a name of the 8.3 form to a file that has only the name at `at`. If they
+    /// differ only in case, one name serves as both.
     void set_short_name(entry_number file, const place &at, const std::string &name);
     void add_link(entry_number file, const place &at);
+    /// As the driver does it: adds the new name, then removes the old one.
     void rename(entry_number file, const place &from, const place &to);
-    /// Takes one name from a file; a file without a name is gone.
+    /// Removes a name and its short form. With the last name the file is deleted; a
+    /// folder has to be empty then.
     void remove(entry_number file, const place &at);
 
     /// Whether the unnamed stream is in the file's MFT record.
