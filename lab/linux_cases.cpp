@@ -118,8 +118,7 @@ byte_vector emptied(told_case &told, u64 size, u64 seed)
     recent_volume volume(told, roomy(size, seed), seed);
     volume.send_some(size);
     volume.empty_bin(volume.ann);
-    for (u64 i = 0; i < size / 4; ++i)
-        volume.new_file(volume.new_path(volume.ben), volume.new_size());
+    for (u64 i = 0; i < size / 4; ++i) volume.new_document(volume.ben);
     for (u64 i = 0; i < size / 4; ++i) volume.send_new(volume.ann);
     return volume.medium();
 }
@@ -167,8 +166,7 @@ byte_vector streams(told_case &told, u64 size, u64 seed)
     recent_volume volume(told, roomy(size, seed), seed);
     for (u64 i = 0; i < size; ++i) {
         const linux_story::user user = volume.any();
-        const std::u16string path = volume.new_path(user);
-        const linux_story::item file = volume.new_file(path, volume.new_size());
+        const linux_story::item file = volume.new_document(user);
         volume.volume().write(file.number, 0,
                               test_support::bytes_of("[ZoneTransfer]\r\nZoneId=3\r\n"),
                               u"Zone.Identifier");
@@ -185,13 +183,14 @@ byte_vector packed(told_case &told, u64 size, u64 seed)
 {
     recent_volume volume(told, roomy(size, seed, seed % 2 == 0 ? 1024 : 4096), seed);
     for (u64 i = 0; i < size; ++i) {
+        const linux_story::user user = volume.any();
         const std::u16string name = as_units(std::to_string(i));
         const u64 file_size = volume.random().between(5000, 100000);
-        volume.send(volume.any(),
-                    i % 2 == 0
-                        ? volume.new_compressed(u"C:\\packed\\log " + name, file_size)
-                        : volume.new_sparse(u"C:\\disks\\disk " + name + u".img",
-                                            file_size, file_size * 30));
+        const linux_story::item file =
+            i % 2 == 0 ? volume.new_compressed(u"C:\\packed\\log " + name, file_size)
+                       : volume.new_sparse(u"C:\\disks\\disk " + name + u".img",
+                                           file_size, file_size * 30);
+        volume.send(user, file);
     }
     return volume.medium();
 }

@@ -241,6 +241,12 @@ linux_story::item linux_story::new_file(const std::u16string &path, u64 size)
     return made;
 }
 
+linux_story::item linux_story::new_document(user owner)
+{
+    const std::u16string path = new_path(owner);
+    return new_file(path, new_size());
+}
+
 std::vector<linux_story::item> linux_story::new_fragmented(user owner,
                                                            std::size_t count, u64 size)
 {
@@ -366,8 +372,7 @@ linux_story::deletion linux_story::send(user owner, item what)
 
 linux_story::deletion linux_story::send_new(user owner)
 {
-    const std::u16string path = new_path(owner);
-    return send(owner, new_file(path, new_size()));
+    return send(owner, new_document(owner));
 }
 
 void linux_story::write_metadata_file(sent_item &sent, told_deletion &out_told)

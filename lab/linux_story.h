@@ -65,6 +65,8 @@ public:
 
     /// A file with stamped content.
     item new_file(const std::u16string &path, u64 size);
+    /// The same among the user's documents.
+    item new_document(user owner);
     /// `count` files of `size` bytes, written in turns of some clusters each.
     std::vector<item> new_fragmented(user owner, std::size_t count, u64 size);
     /// A file that begins with stamped content and goes on as a hole up to `size`.
@@ -77,7 +79,7 @@ public:
     /// Mostly some clusters, sometimes so few bytes that the MFT record holds them.
     u64 new_size();
 
-    /// Sends an item to the bin of a user, or a new file of any size.
+    /// Sends an item to the bin of a user, or a new document.
     deletion send(user owner, item what);
     deletion send_new(user owner);
     std::size_t sent_count() const { return m_sent.size(); }
