@@ -10,7 +10,7 @@ PAGE = 4096
 CHUNK = 1 << 20
 STAMP = b"LAB\x01"
 RECORD_SIZES = (1024, 2048, 4096)
-MAX_BLOCK_SIZE = 1 << 16
+BLOCK_SIZES = (512, 1024, 2048, 4096, 8192, 16384, 32768, 65536)
 
 
 def u16(data, at):
@@ -125,13 +125,12 @@ def frames(medium, signature, record_size):
         at = run.find(signature)
         while at >= 0:
             if (start + at) % SECTOR == 0:
-                stated = u32(run, at + 28)
                 if signature == b"FILE":
-                    size = stated if stated in RECORD_SIZES else record_size
-                else:
-                    size = stated + 24
-                    if size % SECTOR or not 0 < size <= MAX_BLOCK_SIZE:
-                        size = 4096
+                    size = u32(run, at + 28)
+                    size = size if size in RECORD_SIZES else record_size
+                else: # a head of 24 bytes, and all that there is room for
+                    size = 24 + u32(run, at + 32)
+                    size = size if size in BLOCK_SIZES else 4096
                 yield start + at, undone(medium.read(start + at, size))
             at = run.find(signature, at + 4)
 

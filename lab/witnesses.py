@@ -122,16 +122,15 @@ class NtfsTools:
 
 
 def observe(path):
-    """(MFT entry, content) of a file of a mounted volume. Folders have no content, and what
-    can't be read has none."""
-    entry = os.lstat(path).st_ino
-    if os.path.isdir(path):
-        return entry, None
+    """(MFT entry, content) of a file of a mounted volume; folders have no content. A file
+    that can't be read has no entry."""
     try:
+        if os.path.isdir(path):
+            return os.stat(path).st_ino, None
         with open(path, "rb") as file:
-            return entry, file.read()
+            return os.stat(path).st_ino, file.read()
     except OSError:
-        return entry, b""
+        return None, None
 
 
 @contextlib.contextmanager
