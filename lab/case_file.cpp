@@ -147,7 +147,7 @@ json_text json(const told_snapshot &snapshot)
     return json_object()
         .field("created", iso_time(snapshot.created))
         .field("sequence", snapshot.sequence)
-        .field("sha256", snapshot.sha256)
+        .field("crc32", snapshot.crc32)
         .each("unknown", snapshot.unknown)
         .done();
 }

@@ -80,7 +80,7 @@ struct told_user {
 struct told_snapshot {
     u64 created = 0; ///< FILETIME
     u64 sequence = 0;
-    std::string sha256 = {}; ///< of the volume as it was, with `unknown` zeroed
+    u32 crc32 = 0; ///< of the volume as it was, with `unknown` zeroed
     std::vector<std::pair<u64, u64>> unknown = {}; ///< offsets and lengths
 };
 

@@ -40,6 +40,9 @@ lab::case_makers all_makers()
     lab::add_disk_cases(all);
     lab::add_damage_cases(all);
     lab::add_decoy_cases(all);
+#ifdef LAB_MKNTFS // libntfs-3g and mkntfs are installed
+    lab::add_linux_cases(all);
+#endif
     return all;
 }
 

@@ -1,5 +1,7 @@
 #include "lab/partition_tables.h"
 
+#include "samples/crc32.h"
+
 namespace lab {
 
 using namespace test_support;
@@ -22,17 +24,6 @@ void put_entry(byte_vector &disk, u64 table, std::size_t number, const partition
                 {12, 4, what.sectors}},
                table * sector + 446 + 16 * number);
     put_number(disk, table * sector + 510, 0xAA55, 2);
-}
-
-u32 crc32(const byte_vector &bytes)
-{
-    u32 crc = ~u32{0};
-    for (const u8 byte : bytes) {
-        crc ^= byte;
-        for (int bit = 0; bit < 8; ++bit)
-            crc = crc >> 1U ^ ((crc & 1U) != 0 ? 0xEDB88320U : 0U);
-    }
-    return ~crc;
 }
 
 byte_vector gpt_entries(const std::vector<partition> &partitions)

@@ -4,13 +4,13 @@ what it would have said is left out."""
 import collections
 import contextlib
 import datetime
-import hashlib
 import os
 import re
 import shutil
 import subprocess
 import sys
 import tempfile
+import zlib
 
 BINS = ("$recycle.bin", "recycler", "recycled")
 FLS_LINE = re.compile(r"^\S+ (\* )?(\d+)[-\d]*(\(realloc\))?:\t([^\n]*)$")
@@ -173,7 +173,7 @@ def snapshot_problems(medium, volume):
             path = os.path.join(root, f"vss{number}")
             if not os.path.exists(path):
                 yield f"vshadowmount doesn't show snapshot {number}"
-            elif masked_hash(path, snapshot["unknown"]) != snapshot["sha256"]:
+            elif masked_sum(path, snapshot["unknown"]) != snapshot["crc32"]:
                 yield f"vshadowmount shows other bytes of snapshot {number}"
 
 
@@ -184,13 +184,13 @@ def shadow_time(text):
     return time.strftime("%Y-%m-%dT%H:%M:%S.") + digits[:7] + "Z"
 
 
-def masked_hash(path, unknown):
-    """SHA-256 of a file with zeros in the ranges that nobody can know."""
+def masked_sum(path, unknown):
+    """CRC-32 of a file with zeros in the ranges that nobody can know."""
     with open(path, "rb") as file:
         content = bytearray(file.read())
     for offset, length in unknown:
         content[offset:offset + length] = bytes(length)
-    return hashlib.sha256(content).hexdigest()
+    return zlib.crc32(content)
 
 
 def partition_problems(medium, volumes):
