@@ -75,6 +75,11 @@ class SleuthKit:
             user, rest = in_bin(path)
             self.live[user, comparable(rest)].add(entry)
 
+    def in_use(self, entry):
+        """Whether the record of an entry is. fls lists names in blocks that an index has given
+        up as if they were not deleted."""
+        return b"Not Allocated" not in (run("istat", *self.where, str(entry)) or b"")
+
     def content(self, entry):
         """The unnamed $DATA of an entry; None if icat doesn't give it."""
         if entry not in self.contents:
