@@ -81,7 +81,7 @@ class SleuthKit:
         return b"Not Allocated" not in (run("istat", *self.where, str(entry)) or b"")
 
     def content(self, entry):
-        """The unnamed $DATA of an entry; None if icat doesn't give it."""
+        """The unnamed $DATA of an entry; None if icat fails."""
         if entry not in self.contents:
             self.contents[entry] = run("icat", *self.where, str(entry))
         return self.contents[entry]
@@ -163,18 +163,18 @@ def mounted(tool, *arguments):
 
 def snapshot_problems(medium, volume):
     """vshadowinfo and vshadowmount against the snapshots of the story."""
-    told = volume.get("snapshots", [])
-    if not told:
+    expected = volume.get("snapshots", [])
+    if not expected:
         return
     offset = ["-o", str(volume["offset"]), medium]
     text = run("vshadowinfo", *offset)
     if text is not None:
         found = re.findall(r"Creation time\s*:\s*(.*?) UTC", text.decode())
-        wanted = [snapshot["created"] for snapshot in told]
+        wanted = [snapshot["created"] for snapshot in expected]
         if [shadow_time(time) for time in found] != wanted:
             yield f"vshadowinfo has snapshots of {found}, the story of {wanted}"
     with mounted("vshadowmount", *offset) as root:
-        for number, snapshot in enumerate(told if root else [], 1):
+        for number, snapshot in enumerate(expected if root else [], 1):
             path = os.path.join(root, f"vss{number}")
             if not os.path.exists(path):
                 yield f"vshadowmount doesn't show snapshot {number}"
@@ -200,8 +200,8 @@ def masked_sum(path, unknown):
 
 def partition_problems(medium, volumes):
     """mmls against the places of the volumes."""
-    told = {volume["offset"] for volume in volumes if volume.get("known", True)}
-    if not told - {0}:
+    expected = {volume["offset"] for volume in volumes if volume.get("known", True)}
+    if not expected - {0}:
         return
     starts, unit = set(), 512
     for unit in (512, 4096):
@@ -209,7 +209,7 @@ def partition_problems(medium, volumes):
         starts |= {int(start) * unit
                    for start in re.findall(rb"^\d+:\s+\S+\s+(\d+)\s", text or b"", re.M)}
     if "mmls" not in MISSING:
-        for offset in sorted(told - starts):
+        for offset in sorted(expected - starts):
             yield f"mmls shows no partition at byte {offset}"
 
 
