@@ -9,6 +9,8 @@
 
 namespace lab {
 
+using test_support::cut;
+
 namespace {
 
 // JSON
@@ -224,6 +226,7 @@ json_text json(const numbered<told_decoy> &row)
 template <class T> std::vector<numbered<T>> numbers(const std::vector<T> &values)
 {
     std::vector<numbered<T>> rows;
+    rows.reserve(values.size());
     for (const T &value : values) rows.push_back({&value, rows.size() + 1});
     return rows;
 }
@@ -256,14 +259,11 @@ void write_sparse(const std::filesystem::path &path, const byte_vector &bytes)
     constexpr std::size_t step = 4096;
     std::ofstream out = open_for_writing(path);
     for (std::size_t at = 0; at < bytes.size(); at += step) {
-        const std::size_t count = std::min(step, bytes.size() - at);
-        const auto begin = bytes.begin() + static_cast<std::ptrdiff_t>(at);
-        if (std::all_of(begin, begin + static_cast<std::ptrdiff_t>(count),
-                        [](u8 byte) { return byte == 0; }))
-            continue;
+        const std::string page =
+            test_support::text(cut(bytes, at, std::min(step, bytes.size() - at)));
+        if (page.find_first_not_of('\0') == std::string::npos) continue;
         out.seekp(static_cast<std::streamoff>(at));
-        out.write(reinterpret_cast<const char *>(&*begin),
-                  static_cast<std::streamsize>(count));
+        out << page;
     }
     out.close();
     std::filesystem::resize_file(path, bytes.size());

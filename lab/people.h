@@ -49,6 +49,7 @@ inline story used_volume(told_case &told, u64 size, u64 seed, volume_form form =
     form = roomy(size, form);
     story volume(told, form, seed);
     std::vector<u64> users;
+    users.reserve(sids.size());
     for (const std::string &sid : sids) users.push_back(volume.user(sid));
     send_many(volume, users, size, [&](u64) { return any_item(volume); });
     volume.settle();

@@ -16,6 +16,8 @@ namespace {
 constexpr u64 root = 5, secure = 9, extend = 11;
 constexpr u32 owner_id = 256;
 constexpr u64 ticks_per_second = 10'000'000;
+constexpr u64 ticks_per_day = 86400 * ticks_per_second;
+constexpr u64 journal_size = 262144;
 constexpr u64 first_moment = 133'497'504'000'000'000; // 2024-01-15 00:00 UTC
 constexpr u32 block_size = ntfs_structures::index_block_size;
 constexpr u32 bin_attributes = 0x06; // hidden, system
@@ -25,12 +27,6 @@ u64 get_number(const byte_vector &bytes, std::size_t at, std::size_t width)
     u64 value = 0;
     for (std::size_t i = width; i > 0; --i) value = value << 8U | bytes.at(at + i - 1);
     return value;
-}
-
-byte_vector cut(const byte_vector &bytes, u64 at, u64 count)
-{
-    const auto begin = bytes.begin() + static_cast<std::ptrdiff_t>(at);
-    return {begin, begin + static_cast<std::ptrdiff_t>(count)};
 }
 
 // Puts back what the update sequence of a record or a block took away. Returns the
@@ -132,7 +128,7 @@ story::story(told_case &told, const volume_form &form, u64 seed)
       m_volume(told.volumes.size()),
       m_form(form),
       m_random(seed),
-      m_now(first_moment + seed % 400 * 86400 * ticks_per_second),
+      m_now(first_moment + seed % 400 * ticks_per_day),
       m_next_stamp(static_cast<u32>(1 + 100'000 * told.volumes.size()))
 {
     told.volumes.emplace_back();
@@ -144,7 +140,7 @@ story::story(told_case &told, const volume_form &form, u64 seed)
 
 u64 story::later()
 {
-    m_now += m_random.between(ticks_per_second, 6 * 3600 * ticks_per_second);
+    m_now += m_random.between(ticks_per_second, ticks_per_day / 4);
     return m_now;
 }
 
@@ -233,7 +229,7 @@ u64 story::add(ntfs_item item, bool directory)
     const u64 entry = item.entry;
     node made{std::move(item), directory};
     made.item.security_id = owner_id;
-    made.item.times.created = m_now - m_random.below(90 * 86400 * ticks_per_second);
+    made.item.times.created = m_now - m_random.below(90 * ticks_per_day);
     made.item.times.modified = made.item.times.created + m_random.below(1'000'000'000);
     made.item.times.accessed = made.item.times.modified;
     made.item.times.mft_changed = m_now;
@@ -257,7 +253,7 @@ void story::keep(node &of, byte_vector content, const file_shape &shape)
     auto &stored = of.item.stored;
     if (shape.compressed) {
         stored.compressed = true;
-        stored.runs = take_clusters(content.size() + 16 * m_form.cluster_size, 1);
+        stored.runs = take_clusters(content.size() + u64{16} * m_form.cluster_size, 1);
     } else if (!fits || shape.fragments > 1 || shape.hole_clusters > 0) {
         stored.non_resident = true;
         stored.runs = take_clusters(content.size(), shape.fragments);
@@ -595,7 +591,7 @@ u64 story::start_journal(u16 major_version)
                     false);
     const u64 cluster = m_form.cluster_size;
     node &made = m_nodes.at(*m_journal);
-    std::vector<extent> runs = take_clusters(256 * 1024, 1);
+    std::vector<extent> runs = take_clusters(journal_size, 1);
     runs.insert(runs.begin(), {hole, 16}); // what is old is given up
     made.streams.push_back({.entry = *m_journal,
                             .name = "$J",

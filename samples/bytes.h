@@ -80,6 +80,13 @@ inline byte_vector joined(const std::vector<byte_vector> &parts)
     return all;
 }
 
+/// The `count` bytes at `at`, which are there.
+inline byte_vector cut(const byte_vector &bytes, u64 at, u64 count)
+{
+    const auto begin = bytes.begin() + static_cast<std::ptrdiff_t>(at);
+    return {begin, begin + static_cast<std::ptrdiff_t>(count)};
+}
+
 inline std::string text(const byte_vector &bytes)
 {
     return {bytes.begin(), bytes.end()};
