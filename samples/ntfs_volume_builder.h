@@ -81,7 +81,6 @@ struct ntfs_stale_entry {
     u64 directory = 0;
     u64 entry = 0;
     std::string name = {};
-    bool without_data = false; ///< a file that has no unnamed stream
     u16 sequence = 1;
     u8 name_space = ntfs_names::win32;
     u32 attributes = 0x20; ///< with 0x10000000: a directory
