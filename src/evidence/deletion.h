@@ -1,0 +1,77 @@
+#pragma once
+
+#include "evidence/sighting.h"
+
+#include <string>
+#include <vector>
+
+/// What was deleted, each once, however often it was seen.
+namespace hv {
+
+/// What became of an item that was sent to the bin.
+enum class deletion_state {
+    in_bin,        ///< metadata and data item are in the bin
+    emptied,       ///< purged from the bin
+    restored,      ///< the same entry and sequence lives outside of the bin
+    metadata_only, ///< in the bin, but its data item isn't
+    data_only,     ///< in the bin, but its metadata isn't
+    journal_only   ///< only the change journal remembers it
+};
+
+/// One file or folder that was sent to the bin. Facts come from the sightings; what no
+/// sighting states stays empty.
+struct deletion {
+    std::string id; ///< stable: follows from what identifies the deletion
+    u32 volume = 0;
+    std::u16string user; ///< name of the user's folder; empty if not known
+    std::u16string metadata_name;
+    std::u16string data_name;
+    std::optional<metadata_format> format;
+    std::optional<u64> deleted; ///< FILETIME, as the metadata states it
+    std::optional<std::u16string> path;
+    bool path_is_whole = true;
+    std::optional<u64> stated_size; ///< by the metadata
+    std::optional<u64> found_size;  ///< of the data item
+    std::optional<entry_id> metadata_entry;
+    std::optional<entry_id> data_entry;
+    /// Without metadata: when the record of the data item was last changed. A lead, not
+    /// the time of the deletion.
+    std::optional<u64> record_changed;
+    std::optional<u64> logged; ///< when the journal saw it enter the bin
+    bool is_directory = false;
+    deletion_state state = deletion_state::in_bin;
+    data_state content = data_state::none;
+    record_times times; ///< of the data item
+    std::vector<byte_range> data;
+    std::vector<std::u16string> members;
+    std::u16string outside_path;
+    std::vector<std::string> conflicts; ///< what sightings disagree about, in words
+    std::vector<sighting> sightings;
+};
+
+/// A volume, or a stretch of the medium outside of all volumes.
+struct examined_region {
+    u64 offset = 0;
+    u64 size = 0;
+    bool is_volume = false;
+    std::string found_by; ///< "MBR", "GPT", "copy of the GPT", "boot sector", ...
+    std::string label;
+    u64 serial = 0;
+    u32 cluster_size = 0;
+    u32 record_size = 0;
+    u32 sector_size = 0;
+    bool boot_from_copy = false;
+    bool mft_from_mirror = false;
+    std::vector<u64> snapshots; ///< FILETIMEs of creation; number n is element n - 1
+    std::string trouble;        ///< why (part of) it can't be read; empty: nothing
+};
+
+/// What an examination found.
+struct examination {
+    std::vector<examined_region> regions;
+    std::vector<deletion> deletions;
+    u64 unreadable_bytes = 0;
+    std::vector<std::string> troubles; ///< sources that couldn't be read, in words
+};
+
+} // namespace hv
