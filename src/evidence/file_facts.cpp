@@ -1,0 +1,165 @@
+#include "evidence/file_facts.h"
+
+#include "ntfs/hv_file_record.h"
+
+#include <algorithm>
+
+namespace hv {
+
+namespace {
+
+constexpr u32 step = 512; // of update sequences, whatever the sector size
+constexpr u16 array_of_old_systems = 42;
+constexpr u32 max_record = 65536;
+
+entry_id entry_of(u64 reference)
+{
+    return {reference_entry(reference), reference_sequence(reference)};
+}
+
+bool has_sound_header(byte_view raw, const parse_rules &rules)
+{
+    using namespace file_record;
+    fixed_view<header_size> header;
+    if (!raw.fixed(0, header) || header.get<signature_field>() != signature)
+        return false;
+    const u16 array = header.get<fixup_offset>();
+    const bool old = rules.records_of_old_systems && array == array_of_old_systems;
+    return (array == required_fixup_offset || old) &&
+           header.get<fixup_count>() == 1 + raw.size() / step &&
+           header.get<first_attribute>() >= array &&
+           header.get<first_attribute>() < raw.size();
+}
+
+void read_times(record_times &times, byte_view content)
+{
+    using namespace standard_information;
+    times = {content.read_padded<u64>(created), content.read_padded<u64>(modified),
+             content.read_padded<u64>(mft_changed), content.read_padded<u64>(accessed)};
+}
+
+bool read_name(file_name_fact &out, byte_view content, u64 place)
+{
+    if (content.size() < hv::file_name::name) return false;
+    const u64 units = content.read_padded<u8>(hv::file_name::name_length);
+    byte_view text;
+    if (!content.sub(hv::file_name::name, 2 * units, text)) return false;
+    out.parent = entry_of(content.read_padded<u64>(hv::file_name::parent));
+    out.name = units_of(text);
+    out.name_space = content.read_padded<u8>(hv::file_name::name_space);
+    out.place = place;
+    out.length = hv::file_name::name + text.size();
+    return true;
+}
+
+stream_fact read_stream(attribute_ref attribute, u64 place)
+{
+    stream_fact made;
+    const byte_view bytes = attribute.bytes();
+    made.type = attribute.type();
+    made.name =
+        units_of(bytes.clip(bytes.read_padded<u16>(attribute::name_offset),
+                            u64{2} * bytes.read_padded<u8>(attribute::name_length)));
+    made.is_resident = !attribute.non_resident();
+    if (made.is_resident) {
+        const byte_view content = attribute.content();
+        made.place = place + bytes.read_padded<u16>(attribute::content_offset);
+        made.length = content.size();
+        made.content.assign(content.bytes().begin(), content.bytes().end());
+        return made;
+    }
+    made.first_vcn = bytes.read_padded<u64>(attribute::first_vcn);
+    made.length = attribute.real_size();
+    made.valid = attribute.valid_size();
+    made.is_compressed = (attribute.flags() & 1U) != 0;
+    const u16 shift = bytes.read_padded<u16>(attribute::compression_unit);
+    made.unit_clusters = shift > 0 && shift < 16 ? 1U << shift : 16;
+    decode_flat_runs(bytes, made.runs);
+    return made;
+}
+
+} // namespace
+
+std::u16string units_of(byte_view text)
+{
+    std::u16string units(text.size() / 2, u'\0');
+    for (std::size_t i = 0; i < units.size(); ++i)
+        units[i] = static_cast<char16_t>(text.read_padded<u16>(2 * i));
+    return units;
+}
+
+bool read_record(record_bytes &out, byte_view raw, const parse_rules &rules)
+{
+    if (raw.size() % step != 0 || raw.size() > max_record ||
+        !has_sound_header(raw, rules))
+        return false;
+    out.bytes.assign(raw.bytes().begin(), raw.bytes().end());
+    out.sound = raw.size();
+    const u16 array = raw.read_padded<u16>(file_record::fixup_offset.offset);
+    const u16 check = raw.read_padded<u16>(array);
+    for (std::size_t i = 1; i * step <= raw.size(); ++i) {
+        const std::size_t tail = i * step - 2;
+        if (raw.read_padded<u16>(tail) != check) {
+            out.sound = std::min(out.sound, (i - 1) * step);
+            continue;
+        }
+        out.bytes[tail] = raw.read_padded<u8>(array + 2 * i);
+        out.bytes[tail + 1] = raw.read_padded<u8>(array + 2 * i + 1);
+    }
+    out.used = std::min<std::size_t>(
+        raw.size(), raw.read_padded<u32>(file_record::bytes_in_use.offset));
+    return true;
+}
+
+const file_name_fact *file_facts::name() const
+{
+    const auto shown = std::ranges::find_if(names, [](const file_name_fact &each) {
+        return each.name_space != hv::file_name::dos_name_space;
+    });
+    return shown != names.end() ? &*shown : names.empty() ? nullptr : &names.front();
+}
+
+const stream_fact *file_facts::stream(attribute_type type,
+                                      std::u16string_view name) const
+{
+    const auto found = std::ranges::find_if(streams, [&](const stream_fact &each) {
+        return is_type(each.type, type) && each.name == name;
+    });
+    return found == streams.end() ? nullptr : &*found;
+}
+
+file_facts read_facts(const record_bytes &record, std::optional<u64> entry)
+{
+    using namespace file_record;
+    const byte_view bytes = record.view();
+    file_facts facts;
+    facts.knows_entry =
+        bytes.read_padded<u16>(fixup_offset.offset) >= required_fixup_offset;
+    facts.id = {facts.knows_entry ? bytes.read_padded<u32>(file_record::entry.offset)
+                                  : entry.value_or(0),
+                bytes.read_padded<u16>(sequence.offset)};
+    if (entry) facts.id.entry = *entry;
+    const u16 flags = bytes.read_padded<u16>(file_record::flags.offset);
+    facts.in_use = (flags & flag_in_use) != 0;
+    facts.is_directory = (flags & flag_directory) != 0;
+    const u64 base = bytes.read_padded<u64>(base_reference.offset);
+    if (base != 0) facts.base = entry_of(base);
+    for_each_attribute(bytes.clip(0, record.used), [&](attribute_ref attribute) {
+        const auto place =
+            static_cast<u64>(attribute.bytes().bytes().data() - bytes.bytes().data());
+        const u64 content_place =
+            place + attribute.bytes().read_padded<u16>(attribute::content_offset);
+        file_name_fact name;
+        if (attribute.is(attribute_type::standard_information))
+            read_times(facts.times, attribute.content());
+        else if (attribute.is(attribute_type::file_name)) {
+            if (read_name(name, attribute.content(), content_place))
+                facts.names.push_back(std::move(name));
+        } else
+            facts.streams.push_back(read_stream(attribute, place));
+        return true;
+    });
+    return facts;
+}
+
+} // namespace hv
