@@ -1,0 +1,90 @@
+#pragma once
+
+#include "disk/hv_byte_source.h"
+#include "evidence/file_facts.h"
+#include "ntfs/ntfs.h"
+
+#include <functional>
+#include <memory>
+
+/// A volume as it is now, or as a snapshot saw it: its records, and the bytes of its
+/// files with their places on the medium.
+namespace hv {
+
+/// Bytes of a file, as far as they could be read.
+struct file_content {
+    std::vector<u8> bytes;
+    std::vector<byte_range> ranges; ///< on the medium, in their order; no holes
+    bool is_plain = true;           ///< each byte is on the medium as it is here
+};
+
+class volume_view {
+public:
+    /// The volume begins `offset` bytes into `source`. `number` is 0 for the volume as
+    /// it is now, else that of the snapshot.
+    volume_view(byte_source_ptr source, u64 offset, u32 number);
+
+    /// False if it isn't a volume that can be read; nothing else works then.
+    bool open();
+    u32 number() const { return m_number; }
+    const CNtfs &volume() const { return *m_volume; }
+    u64 entry_count() const { return m_entry_count; }
+    u32 record_size() const { return m_volume->get_mft_record_size(); }
+    u32 cluster_size() const { return m_volume->get_cluster_size(); }
+
+    /// Calls `visit` with each record of the $MFT as it is on the medium, in order.
+    /// Stretches without a byte on the medium are left out.
+    void
+    for_each_record(const std::function<void(u64 entry, byte_view raw)> &visit) const;
+    /// Reads the record of an entry, and the facts of all its extension records as
+    /// well. False if there is none.
+    bool read_file(file_facts &out, record_bytes &record, u64 entry) const;
+
+    /// Where a part of an entry's record is on the medium.
+    std::vector<byte_range> places_in_record(u64 entry, u64 at, u64 length) const;
+    /// Where the clusters of runs are on the medium. Not more than `limit` bytes.
+    std::vector<byte_range> places(const std::vector<flat_run> &runs, u64 limit) const;
+
+    /// Reads the unnamed $DATA of a file, or another stream; not more than `limit`
+    /// bytes. `entry` is the file's. False if there is no such stream.
+    bool read_stream(file_content &out, const file_facts &facts, u64 limit,
+                     attribute_type type = attribute_type::data,
+                     std::u16string_view name = {}) const;
+
+    /// Whether $Bitmap says that a cluster is in use; true if it can't be read.
+    bool is_in_use(u64 cluster) const;
+    u64 cluster_count() const { return m_cluster_count; }
+
+    /// Bytes of the source, at a place relative to the volume; zeros for what can't be
+    /// read.
+    std::vector<u8> read_at(u64 position, u64 length) const;
+    /// Where bytes at a place relative to the volume are on the medium.
+    std::vector<byte_range> places_at(u64 position, u64 length) const;
+
+private:
+    struct stream_pieces {
+        std::vector<flat_run> runs;
+        const stream_fact *first = nullptr;
+    };
+    bool raw_record(std::vector<u8> &out, u64 entry) const;
+    void follow_list(file_facts &facts, const record_bytes &record, u64 entry) const;
+    stream_pieces pieces_of(const file_facts &facts, attribute_type type,
+                            std::u16string_view name) const;
+    void read_runs(file_content &out, const std::vector<flat_run> &runs,
+                   u64 limit) const;
+    void expand(file_content &out, const stream_pieces &pieces, u64 limit) const;
+    void load_bitmap();
+
+    byte_source_ptr m_source;
+    u64 m_offset;
+    u32 m_number;
+    std::unique_ptr<CNtfs> m_volume;
+    u64 m_entry_count = 0;
+    u64 m_cluster_count = 0;
+    std::vector<u8> m_bitmap;
+};
+
+/// Appends a range, and joins it with the last one if it follows that.
+void append_range(std::vector<byte_range> &ranges, const byte_range &range);
+
+} // namespace hv

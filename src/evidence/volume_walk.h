@@ -1,0 +1,108 @@
+#pragma once
+
+#include "evidence/bin_items.h"
+#include "evidence/region_evidence.h"
+#include "evidence/volume_view.h"
+#include "formats/journal.h"
+
+#include <map>
+#include <set>
+#include <vector>
+
+/// Collects what a volume's own structures show of its bins, as one view has them: the
+/// records of the $MFT, in use or freed, the indexes of the bins' folders with their
+/// slack, the slack of records, the change journal.
+namespace hv {
+
+class volume_walk {
+public:
+    /// Both outlive the walk.
+    volume_walk(const volume_view &view, region_evidence &evidence);
+
+    /// Reads the whole $MFT once, and then what it leads to.
+    void collect();
+
+    /// A record that no view leads to, with the bytes that it is made of at `position`
+    /// on the medium.
+    void take_carved_record(const record_bytes &record, u64 position,
+                            evidence_source source);
+    /// A line of a journal at these places of the medium.
+    void take_journal_record(const journal_record &record,
+                             const std::vector<byte_range> &places,
+                             evidence_source source);
+    /// Where the live file with this entry and sequence number is, as a path from the
+    /// root, if its folder is known and no bin.
+    std::optional<std::u16string> path_outside(const entry_id &file) const;
+
+    /// Folders of the volume that hold the stores of shadow copies: their files' runs.
+    const std::vector<flat_run> &store_runs() const { return m_store_runs; }
+
+private:
+    // What is kept of each record: 16 bytes.
+    struct row {
+        u64 parent = 0; ///< reference
+        u16 sequence = 0;
+        bool exists = false;
+        bool in_use = false;
+        bool is_directory = false;
+    };
+    // Where a name that was seen belongs.
+    struct belonging {
+        bool is_in_bin = false;
+        bool is_known = false; ///< its folder is
+        std::u16string user;
+    };
+    // A file with its record, while it is looked at.
+    struct looked_at {
+        const file_facts &facts;
+        const record_bytes *record = nullptr;
+        const file_name_fact &name;
+        belonging where;
+        u64 position = ~u64{0}; ///< of a carved record on the medium
+        evidence_source source;
+    };
+
+    void scan_records();
+    void scan_record(u64 entry, byte_view raw);
+    void note_name(u64 entry, const file_facts &facts, const file_name_fact &name);
+    void search_record_slack(u64 entry, const record_bytes &record);
+    void find_folders();
+    void look_at_items();
+    void look_at(const file_facts &facts, const record_bytes *record, u64 position,
+                 evidence_source source);
+    void take_metadata(const looked_at &file);
+    void take_list(const looked_at &file);
+    void take_data_item(const looked_at &file);
+    sighting start_sighting(sighting_kind kind, const looked_at &file) const;
+    std::vector<byte_range> name_ranges(const looked_at &file) const;
+    void clip_to_sound(deleted_file &metadata, const looked_at &file) const;
+    void judge_content(sighting &item, const stream_fact &data) const;
+    std::vector<std::u16string> members_of(u64 folder) const;
+    void read_indexes();
+    void read_index(const entry_id &folder, const std::u16string &user);
+    void search_names(byte_view block, const entry_id &folder,
+                      const std::u16string &user,
+                      const std::function<std::vector<byte_range>(u64, u64)> &places,
+                      u64 used);
+    void read_journal();
+    void take_journal_page(u64 position);
+    void find_restored();
+    void find_stores();
+
+    bool matches(const entry_id &id) const;
+    entry_id id_of(u64 entry) const;
+    belonging belonging_of(const entry_id &parent) const;
+    evidence_source own_source() const;
+
+    const volume_view &m_view;
+    region_evidence &m_evidence;
+    std::vector<row> m_rows;
+    std::set<u64> m_items;                      ///< entries with a name of a bin's item
+    std::map<u64, std::u16string> m_bin_names;  ///< entries that are named like a bin
+    std::map<u64, std::vector<u64>> m_children; ///< of folders that were deleted
+    std::optional<u64> m_journal;
+    std::set<u64> m_svi; ///< folders named "System Volume Information"
+    std::vector<flat_run> m_store_runs;
+};
+
+} // namespace hv
