@@ -1,0 +1,334 @@
+#include "evidence/bin_items.h"
+#include "evidence/examine.h"
+
+#include <algorithm>
+#include <map>
+#include <tuple>
+
+namespace hv {
+
+namespace {
+
+// Two moments that are one event for Windows: it writes the time into the metadata, and
+// the file system another when the record changes.
+constexpr u64 one_event = 20'000'000; // ticks of 100 ns
+
+u64 apart(u64 a, u64 b)
+{
+    return a > b ? a - b : b - a;
+}
+
+// What sightings of metadata have in common if they are of one deletion.
+using statement = std::tuple<u64, std::u16string, u64, u32>;
+
+statement statement_of(const sighting &seen)
+{
+    const deleted_file &file = *seen.metadata;
+    const bool listed = file.format != metadata_format::dollar_i_1 &&
+                        file.format != metadata_format::dollar_i_2;
+    return {file.deleted, file.path, file.size, listed ? file.number + 1 : 0};
+}
+
+// A deletion on its way, and what its sightings are called.
+struct group {
+    std::vector<const sighting *> seen;
+    std::u16string item; ///< empty: not known
+    std::u16string user;
+    std::optional<entry_id> parent;
+    const sighting *metadata = nullptr;
+    std::optional<entry_id> data_entry;
+
+    void add(const sighting &more)
+    {
+        seen.push_back(&more);
+        if (item.empty() && !more.name.empty()) item = item_of_name(more.name);
+        if (user.empty()) user = more.user;
+        if (!parent) parent = more.parent;
+        if (metadata == nullptr && more.metadata) metadata = &more;
+    }
+};
+
+bool is_list(const sighting &seen)
+{
+    return seen.metadata && seen.metadata->format != metadata_format::dollar_i_1 &&
+           seen.metadata->format != metadata_format::dollar_i_2;
+}
+
+// Sightings in an order of their own, so that the order in which they came can't count.
+bool comes_before(const sighting &a, const sighting &b)
+{
+    const auto key = [](const sighting &seen) {
+        return std::tuple(seen.volume, seen.kind, seen.name, seen.ranges, seen.views,
+                          seen.source, seen.entry, seen.parent, seen.in_use,
+                          seen.reason, seen.logged);
+    };
+    return key(a) < key(b);
+}
+
+// Joins the sightings of one region.
+class assembly {
+public:
+    explicit assembly(const std::vector<sighting> &sightings) : m_sightings(sightings)
+    {
+    }
+
+    std::vector<group> groups()
+    {
+        join_metadata();
+        join_torn_metadata();
+        index_groups();
+        for (const sighting &seen : m_sightings)
+            if (!seen.metadata) m_named[item_of_name(seen.name)].push_back(&seen);
+        for (auto &[item, seen] : m_named) join_named(item, seen);
+        return std::move(m_groups);
+    }
+
+private:
+    void join_metadata()
+    {
+        std::map<statement, std::size_t> known;
+        for (const sighting &seen : m_sightings) {
+            if (!seen.metadata || !seen.metadata->path_is_whole) continue;
+            const auto [place, fresh] =
+                known.try_emplace(statement_of(seen), m_groups.size());
+            if (fresh) m_groups.emplace_back();
+            m_groups[place->second].add(seen);
+        }
+    }
+
+    // Metadata that is cut off in its path is of the deletion that states the same time
+    // and size, and a path that begins so.
+    void join_torn_metadata()
+    {
+        for (const sighting &seen : m_sightings) {
+            if (!seen.metadata || seen.metadata->path_is_whole) continue;
+            const deleted_file &torn = *seen.metadata;
+            const auto whole = std::ranges::find_if(m_groups, [&](const group &other) {
+                const deleted_file &file = *other.metadata->metadata;
+                return file.deleted == torn.deleted && file.size == torn.size &&
+                       file.path.starts_with(torn.path);
+            });
+            if (whole == m_groups.end()) m_groups.emplace_back();
+            (whole == m_groups.end() ? m_groups.back() : *whole).add(seen);
+        }
+    }
+
+    void index_groups()
+    {
+        for (std::size_t i = 0; i < m_groups.size(); ++i)
+            if (!m_groups[i].item.empty()) m_by_item[m_groups[i].item].push_back(i);
+    }
+
+    static bool agree(const group &of, const sighting &seen)
+    {
+        if (!of.user.empty() && !seen.user.empty()) return of.user == seen.user;
+        return !of.parent || !seen.parent || *of.parent == *seen.parent ||
+               of.user.empty() != seen.user.empty();
+    }
+
+    // Names of items are random, so a `$R` or a `$I` belongs to the metadata of the
+    // same name in the same folder. A list gives its numbers out again: of several
+    // records, that one counts whose time the record of the data item has.
+    std::size_t owner_of(const std::u16string &item, const sighting &seen)
+    {
+        std::vector<std::size_t> fitting;
+        for (const std::size_t number : m_by_item[item])
+            if (agree(m_groups[number], seen)) fitting.push_back(number);
+        if (fitting.size() == 1 && !is_list(*m_groups[fitting[0]].metadata))
+            return fitting[0];
+        std::size_t best = m_groups.size();
+        for (const std::size_t number : fitting) {
+            const group &candidate = m_groups[number];
+            if (candidate.data_entry && seen.entry &&
+                *candidate.data_entry == *seen.entry)
+                return number;
+            if (candidate.metadata == nullptr || seen.times.record_changed == 0)
+                continue;
+            const u64 distance =
+                apart(candidate.metadata->metadata->deleted, seen.times.record_changed);
+            if (distance <= one_event) best = number;
+        }
+        if (best != m_groups.size()) return best;
+        return fitting.size() == 1 ? fitting[0] : m_groups.size();
+    }
+
+    void join_named(const std::u16string &item, std::vector<const sighting *> &seen)
+    {
+        // Records say more than names: they come first.
+        std::ranges::stable_sort(seen, {}, [](const sighting *each) {
+            return std::pair(each->kind != sighting_kind::data_item, !each->in_use);
+        });
+        for (const sighting *each : seen) {
+            std::size_t owner = owner_of(item, *each);
+            if (owner == m_groups.size()) {
+                m_groups.emplace_back();
+                m_by_item[item].push_back(owner);
+            }
+            group &of = m_groups[owner];
+            of.add(*each);
+            const bool is_data = kind_of_name(each->name) == bin_name_kind::data ||
+                                 kind_of_name(each->name) == bin_name_kind::listed_data;
+            if (is_data && each->entry && !of.data_entry) of.data_entry = each->entry;
+        }
+    }
+
+    const std::vector<sighting> &m_sightings;
+    std::vector<group> m_groups;
+    std::map<std::u16string, std::vector<std::size_t>> m_by_item;
+    std::map<std::u16string, std::vector<const sighting *>> m_named;
+};
+
+// ---- What a group says
+
+bool is_data_name(const sighting &seen)
+{
+    const bin_name_kind kind = kind_of_name(seen.name);
+    return kind == bin_name_kind::data || kind == bin_name_kind::listed_data;
+}
+
+void take_metadata(deletion &made, const group &from)
+{
+    const deleted_file &file = *from.metadata->metadata;
+    made.format = file.format;
+    made.deleted = file.deleted;
+    made.stated_size = file.size;
+    if (!file.path.empty()) made.path = file.path;
+    made.path_is_whole = file.path_is_whole;
+}
+
+// Facts of the data item: the record that is in use now before others.
+void take_data_item(deletion &made, const group &from)
+{
+    const sighting *best = nullptr;
+    for (const sighting *seen : from.seen) {
+        if (seen->kind != sighting_kind::data_item) continue;
+        const auto rank = [](const sighting &each) {
+            return std::tuple(each.in_use && each.views.contains(0),
+                              each.views.contains(0), !each.views.empty());
+        };
+        if (best == nullptr || rank(*seen) > rank(*best)) best = seen;
+    }
+    if (best == nullptr) return;
+    made.data_entry = best->entry;
+    made.data_name = best->name;
+    made.is_directory = best->is_directory;
+    made.times = best->times;
+    made.data = best->data;
+    made.members = best->members;
+    made.content = best->is_directory ? data_state::none : best->content;
+    if (!best->is_directory) made.found_size = best->data_size;
+    if (!from.metadata) made.record_changed = best->times.record_changed;
+}
+
+void take_names(deletion &made, const group &from)
+{
+    for (const sighting *seen : from.seen) {
+        const bin_name_kind kind = kind_of_name(seen->name);
+        if (is_list(*seen)) {
+            made.metadata_name = u"INFO2";
+            if (made.data_name.empty()) made.data_name = seen->name;
+            if (!made.metadata_entry) made.metadata_entry = seen->entry;
+        } else if (kind == bin_name_kind::metadata) {
+            made.metadata_name = seen->name;
+            if (!made.metadata_entry && seen->kind == sighting_kind::metadata)
+                made.metadata_entry = seen->entry;
+        } else if (is_data_name(*seen)) {
+            if (made.data_name.empty()) made.data_name = seen->name;
+            if (!made.data_entry) made.data_entry = seen->entry;
+        }
+        if (seen->kind == sighting_kind::restored_item) {
+            made.outside_path = seen->outside_path;
+            made.content = data_state::whole;
+        }
+        constexpr u32 enters = 0x2000; // USN_REASON_RENAME_NEW_NAME
+        if (seen->kind == sighting_kind::journal_line && is_data_name(*seen) &&
+            (seen->reason & enters) != 0 &&
+            (!made.logged || seen->logged < *made.logged))
+            made.logged = seen->logged;
+    }
+}
+
+deletion_state state_of(const group &from)
+{
+    bool metadata_lives = false, data_lives = false, only_journal = true;
+    for (const sighting *seen : from.seen) {
+        if (seen->kind == sighting_kind::restored_item) return deletion_state::restored;
+        only_journal = only_journal && seen->kind == sighting_kind::journal_line;
+        if (!seen->in_use || !seen->views.contains(0)) continue;
+        metadata_lives =
+            metadata_lives || (seen->kind == sighting_kind::metadata &&
+                               !(seen->metadata && seen->metadata->is_struck));
+        data_lives = data_lives || seen->kind == sighting_kind::data_item;
+    }
+    if (only_journal) return deletion_state::journal_only;
+    if (metadata_lives && data_lives) return deletion_state::in_bin;
+    if (metadata_lives) return deletion_state::metadata_only;
+    return data_lives ? deletion_state::data_only : deletion_state::emptied;
+}
+
+void add_conflicts(deletion &made, const group &from)
+{
+    for (const sighting *seen : from.seen) {
+        if (!seen->metadata || from.metadata == seen) continue;
+        if (seen->metadata->size != from.metadata->metadata->size)
+            made.conflicts.emplace_back("metadata of this time states another size");
+    }
+    if (made.found_size && made.stated_size && *made.found_size != *made.stated_size &&
+        !made.is_directory && from.metadata && !is_list(*from.metadata))
+        made.conflicts.emplace_back(
+            "the data item has another size than the metadata states");
+    std::ranges::sort(made.conflicts);
+    const auto end = std::unique(made.conflicts.begin(), made.conflicts.end());
+    made.conflicts.erase(end, made.conflicts.end());
+}
+
+// Twelve digits that follow from what identifies the deletion (FNV-1a).
+std::string id_of(const deletion &made)
+{
+    u64 sum = 0xCBF29CE484222325;
+    const auto add = [&](u64 value, int bytes) {
+        for (int i = 0; i < bytes; ++i)
+            sum = (sum ^ (value >> (8 * i) & 0xFFU)) * 0x100000001B3;
+    };
+    const auto add_text = [&](const std::u16string &text) {
+        for (const char16_t unit : text) add(unit, 2);
+        add(0xFFFF, 2);
+    };
+    add(made.volume, 4);
+    add_text(made.user);
+    add_text(made.data_name.empty() ? made.metadata_name : made.data_name);
+    add(made.deleted.value_or(0), 8);
+    add_text(made.path.value_or(u""));
+    if (!made.deleted && made.data_entry)
+        add(made.data_entry->entry | u64{made.data_entry->sequence} << 48U, 8);
+    static constexpr std::string_view digits = "0123456789abcdef";
+    std::string text;
+    for (int i = 0; i < 12; ++i) text += digits[sum >> (4 * i) & 0xFU];
+    return text;
+}
+
+deletion tell(const group &from)
+{
+    deletion made;
+    made.volume = from.seen.front()->volume;
+    made.user = from.user;
+    if (from.metadata != nullptr) take_metadata(made, from);
+    take_data_item(made, from);
+    take_names(made, from);
+    if (from.metadata != nullptr) add_conflicts(made, from);
+    made.state = state_of(from);
+    for (const sighting *seen : from.seen) made.sightings.push_back(*seen);
+    std::ranges::sort(made.sightings, comes_before);
+    made.id = id_of(made);
+    return made;
+}
+
+} // namespace
+
+void assemble(std::vector<deletion> &out, std::vector<sighting> sightings)
+{
+    std::ranges::sort(sightings, comes_before);
+    for (const group &from : assembly(sightings).groups()) out.push_back(tell(from));
+}
+
+} // namespace hv
