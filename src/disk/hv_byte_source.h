@@ -2,13 +2,15 @@
 
 #include "base/hv_types.h"
 
+#include <cstddef>
 #include <memory>
 #include <span>
 
 namespace hv {
 
 /// Bytes with a size, wherever they come from: a file, a device, a virtual disk, a
-/// volume as a snapshot saw it. Reading changes nothing that a caller can see.
+/// volume as a snapshot saw it. Nothing is ever written. Reads may change what a source
+/// caches and counts, so one thread uses it at a time. Offsets and sizes are in bytes.
 class byte_source {
 public:
     byte_source() = default;
@@ -16,23 +18,26 @@ public:
     byte_source(const byte_source &) = delete;
     byte_source &operator=(const byte_source &) = delete;
 
-    /// In bytes.
     virtual u64 size() const = 0;
+    /// How many bytes there are on the medium: fewer than `size` for a sparse file or a
+    /// compressed image. What hostile structures may cost is bounded by this.
+    virtual u64 stored_size() const { return size(); }
     /// Reads up to `out.size()` bytes at `offset`, and returns how many were delivered:
-    /// fewer at the end. Bytes before the end that can't be read are zeros, and are
-    /// counted by `unreadable`.
+    /// fewer at the end, 0 from there on. Bytes before the end that can't be read are
+    /// zeros, and are counted by `unreadable`.
     virtual std::size_t read(u64 offset, std::span<u8> out) const = 0;
 
     /// Where bytes of this source are on the medium.
     struct place {
         u64 position = 0;      ///< byte on the medium
-        u64 length = 0;        ///< how many bytes from there on are one stretch
-        bool is_stored = true; ///< false: on no medium; they read as zeros
+        u64 length = 0;        ///< how many bytes of the source follow each other there
+        bool is_stored = true; ///< false: on no medium, and `position` means nothing
     };
-    /// The place of the byte at `offset`, which is before the end. For a source that is
-    /// the medium itself, the offset.
+    /// The place of the byte at `offset`, which is before the end. Its length is at
+    /// least 1 and ends with the source; the byte after it may well follow on the
+    /// medium, too. For a source that is the medium itself, the place is the offset.
     virtual place locate(u64 offset) const { return {offset, size() - offset, true}; }
-    /// How many bytes couldn't be read so far.
+    /// How many different bytes of the medium couldn't be read so far.
     virtual u64 unreadable() const { return 0; }
 };
 

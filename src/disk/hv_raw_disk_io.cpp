@@ -9,6 +9,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <new>
+#include <utility>
 
 namespace hv {
 
@@ -66,6 +67,16 @@ RAW_DISK_IO::RAW_DISK_IO(const std::vector<std::string> &paths)
     m_open = true;
 }
 
+RAW_DISK_IO::RAW_DISK_IO(byte_source_ptr source) : m_source(std::move(source))
+{
+    if (m_source == nullptr) return;
+    m_type = disk_access::file;
+    m_size = m_source->size();
+    m_bytes_per_sector = sector_size;
+    m_failure = open_failure::none;
+    m_open = true;
+}
+
 RAW_DISK_IO::~RAW_DISK_IO()
 {
     // A chain's descriptor belongs to one of its files, which closes it.
@@ -93,6 +104,7 @@ u64 RAW_DISK_IO::get_size() const
 
 u64 RAW_DISK_IO::get_stored_size() const
 {
+    if (m_source != nullptr) return m_source->stored_size();
     if (m_vmdk == nullptr) return stored_bytes(m_fd, get_size());
     u64 bytes = 0;
     for (const vmdk_file *file : m_vmdk->files()) bytes += file->get_stored_size();
@@ -104,6 +116,12 @@ u64 RAW_DISK_IO::first_volume_offset() const
     return m_vmdk == nullptr ? 0 : m_vmdk->first_volume_offset();
 }
 
+byte_source::place RAW_DISK_IO::locate(u64 offset) const
+{
+    if (m_source != nullptr) return m_source->locate(offset);
+    return {.position = offset, .length = get_size() - offset, .is_stored = true};
+}
+
 void RAW_DISK_IO::set_volume_offset(u64 offset)
 {
     constexpr u32 kept_bits = 0x0FFFFFFF;
@@ -112,16 +130,19 @@ void RAW_DISK_IO::set_volume_offset(u64 offset)
 }
 
 // The one place where bytes are read, for all kinds of targets. Returns how many were
-// read, or -1 for an error before the first one. A chain delivers them all.
+// read, or -1 for an error before the first one. A chain delivers them all, a source
+// those before its end.
 i64 RAW_DISK_IO::fetch(u8 *buffer, u64 length, u64 offset) const
 {
+    if (m_source != nullptr)
+        return static_cast<i64>(m_source->read(offset, {buffer, length}));
     if (m_vmdk == nullptr) return read_fully(m_fd, buffer, length, offset);
     return m_vmdk->read(buffer, offset, length) ? static_cast<i64>(length) : -1;
 }
 
 bool RAW_DISK_IO::read(u8 *buffer, u32 &length, u64 offset, bool mapped) const
 {
-    if (buffer == nullptr || m_fd < 0 || length == 0) return false;
+    if (buffer == nullptr || !can_read() || length == 0) return false;
     if (mapped && m_use_runs) {
         // A truncated medium may be smaller than a file that it holds parts of: its
         // size says nothing about positions in the file.
@@ -142,7 +163,7 @@ bool RAW_DISK_IO::read_unbounded(u8 *buffer, u32 &length, u64 offset,
                                  bool ignore_size) const
 {
     if (!ignore_size) return read_checked(buffer, length, offset);
-    if (buffer == nullptr || m_fd < 0 || length == 0) return false;
+    if (buffer == nullptr || !can_read() || length == 0) return false;
     if (m_type == disk_access::drive) return read_sectors(buffer, length, offset);
     const i64 count = fetch(buffer, length, offset);
     if (count < 0) return false;
@@ -152,7 +173,7 @@ bool RAW_DISK_IO::read_unbounded(u8 *buffer, u32 &length, u64 offset,
 
 bool RAW_DISK_IO::read_exact(u8 *buffer, u64 length, u64 offset) const
 {
-    if (buffer == nullptr || m_fd < 0 || length == 0) return false;
+    if (buffer == nullptr || !can_read() || length == 0) return false;
     if (m_type == disk_access::drive && (offset | length) % m_bytes_per_sector != 0)
         return false;
     const i64 count = fetch(buffer, length, offset);
@@ -213,7 +234,7 @@ bool RAW_DISK_IO::read_mapped(const run_index &runs, u32 cluster_size, u64 offse
     const bool leave_out = (status & mapped_status::leave_out_sparse) != 0;
     if (leave_out) status &= ~mapped_status::filled_sparse;
     if (buffer == nullptr || length == 0 || !runs.has_runs() || cluster_size == 0 ||
-        m_fd < 0)
+        !can_read())
         return false;
     try {
         const cluster_plan plan =

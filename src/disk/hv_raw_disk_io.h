@@ -2,6 +2,7 @@
 
 #include "base/hv_open_failure.h"
 #include "base/hv_types.h"
+#include "disk/hv_byte_source.h"
 #include "disk/hv_run_index.h"
 
 #include <memory>
@@ -41,6 +42,10 @@ public:
     /// and make up a chain; the size is that of the base's disk. What can't be read of
     /// the chain is zeros.
     explicit RAW_DISK_IO(const std::vector<std::string> &paths);
+    /// Over any bytes, such as a snapshot of a volume: all reads come from `source`,
+    /// which may be null; `is_open` is false then. What the source can't read is zeros,
+    /// and no read fails for it.
+    explicit RAW_DISK_IO(byte_source_ptr source);
     virtual ~RAW_DISK_IO();
     RAW_DISK_IO(const RAW_DISK_IO &) = delete;
     RAW_DISK_IO &operator=(const RAW_DISK_IO &) = delete;
@@ -53,12 +58,16 @@ public:
     /// The size of the target when it was opened, in bytes; 0 if it isn't open.
     u64 get_size() const;
     /// The bytes that the target takes up: fewer than its size for a sparse file or a
-    /// chain. What hostile structures may cost is bounded by this.
+    /// chain; for a source, what that says. What hostile structures may cost is bounded
+    /// by this.
     u64 get_stored_size() const;
     u32 bytes_per_sector() const { return m_bytes_per_sector; }
     /// Where the first partition of a chain begins; 0 if its first sector lists none,
     /// and for other targets.
     u64 first_volume_offset() const;
+    /// Where the byte at `offset`, which is before the end, is on the medium: the same
+    /// offset, unless all reads come from a source, which may know another place.
+    byte_source::place locate(u64 offset) const;
     /// Keeps where the volume begins that was opened, but only the low 28 bits of each
     /// half. No read depends on it.
     void set_volume_offset(u64 offset);
@@ -126,11 +135,13 @@ public:
 
 private:
     bool open_target(const std::string &path);
+    bool can_read() const { return m_fd >= 0 || m_source != nullptr; }
     i64 fetch(u8 *buffer, u64 length, u64 offset) const;
     bool read_clipped(u8 *buffer, u32 &length, u64 offset) const;
     bool read_sectors(u8 *buffer, u32 &length, u64 offset) const;
 
     std::unique_ptr<vmdk_disk> m_vmdk; ///< only if the target is a chain
+    byte_source_ptr m_source;          ///< only if all reads come from one
     int m_fd = -1;                     ///< of a chain, the base's
     u32 m_volume_offset_hi = 0;
     u32 m_volume_offset_lo = 0;

@@ -1,0 +1,40 @@
+#include "disk/hv_bad_sectors.h"
+
+#include <algorithm>
+#include <iterator>
+
+namespace hv {
+
+void bad_sectors::read(u64 offset, std::span<u8> out, const read_some &from)
+{
+    constexpr u64 sector = 512;
+    while (!out.empty()) {
+        const i64 count = from(offset, out);
+        u64 done = std::min<u64>(out.size(), static_cast<u64>(std::max<i64>(count, 0)));
+        if (count <= 0) {
+            done = count == 0 ? out.size()
+                              : std::min<u64>(out.size(), sector - offset % sector);
+            std::ranges::fill(out.first(done), u8{0});
+            add(offset, offset + done);
+        }
+        offset += done;
+        out = out.subspan(done);
+    }
+}
+
+// Joins a stretch to those that it overlaps or touches, so that none is counted twice.
+void bad_sectors::add(u64 begin, u64 end)
+{
+    auto next = m_stretches.upper_bound(begin);
+    if (next != m_stretches.begin() && std::prev(next)->second >= begin) --next;
+    while (next != m_stretches.end() && next->first <= end) {
+        begin = std::min(begin, next->first);
+        end = std::max(end, next->second);
+        m_bytes -= next->second - next->first;
+        next = m_stretches.erase(next);
+    }
+    m_stretches.emplace(begin, end);
+    m_bytes += end - begin;
+}
+
+} // namespace hv

@@ -1,0 +1,41 @@
+#include "disk/hv_file_source.h"
+
+#include "base/hv_open_file.h"
+
+#include <algorithm>
+
+namespace hv {
+
+file_source::file_source(const std::string &path)
+    : m_descriptor(open_source_file(path.c_str()))
+{
+    if (m_descriptor < 0) {
+        m_failure = explain_failed_open(path.c_str());
+        return;
+    }
+    const off_t end = lseek(m_descriptor, 0, SEEK_END);
+    if (end < 0) m_failure = open_failure::unreadable;
+    if (end > 0) m_size = static_cast<u64>(end);
+}
+
+file_source::~file_source()
+{
+    if (m_descriptor >= 0) ::close(m_descriptor);
+}
+
+u64 file_source::stored_size() const
+{
+    return stored_bytes(m_descriptor, m_size);
+}
+
+std::size_t file_source::read(u64 offset, std::span<u8> out) const
+{
+    if (offset >= m_size) return 0;
+    out = out.first(std::min<u64>(out.size(), m_size - offset));
+    m_bad.read(offset, out, [this](u64 position, std::span<u8> part) {
+        return read_fully(m_descriptor, part.data(), part.size(), position);
+    });
+    return out.size();
+}
+
+} // namespace hv

@@ -1,0 +1,78 @@
+#include "disk/hv_patched_source.h"
+
+#include <algorithm>
+#include <utility>
+
+namespace hv {
+
+bool patched_source::holds(u64 offset, u64 length) const
+{
+    return offset <= size() && length <= size() - offset;
+}
+
+bool patched_source::replace(u64 offset, u64 length, u64 from)
+{
+    if (!holds(offset, length) || !holds(from, length)) return false;
+    m_patches.push_back(
+        {.offset = offset, .length = length, .from = from, .bytes = {}});
+    return true;
+}
+
+bool patched_source::replace(u64 offset, std::vector<u8> bytes)
+{
+    if (!holds(offset, bytes.size())) return false;
+    m_patches.push_back({.offset = offset,
+                         .length = bytes.size(),
+                         .from = 0,
+                         .bytes = std::move(bytes)});
+    return true;
+}
+
+// The latest patch over a byte, up to where it or a patch over it changes that.
+patched_source::stretch patched_source::stretch_at(u64 offset) const
+{
+    stretch found{.origin = nullptr, .length = size() - offset};
+    for (const patch &candidate : m_patches) {
+        if (candidate.offset > offset)
+            found.length = std::min(found.length, candidate.offset - offset);
+        else if (offset - candidate.offset < candidate.length)
+            found = {.origin = &candidate,
+                     .length = candidate.length - (offset - candidate.offset)};
+    }
+    return found;
+}
+
+std::size_t patched_source::read(u64 offset, std::span<u8> out) const
+{
+    if (offset >= size()) return 0;
+    out = out.first(std::min<u64>(out.size(), size() - offset));
+    for (std::size_t done = 0; done < out.size();) {
+        const u64 position = offset + done;
+        const auto [origin, length] = stretch_at(position);
+        const std::span<u8> part =
+            out.subspan(done, std::min<u64>(length, out.size() - done));
+        if (origin == nullptr)
+            m_base->read(position, part);
+        else if (origin->bytes.empty())
+            m_base->read(origin->from + (position - origin->offset), part);
+        else
+            std::copy_n(origin->bytes.begin() +
+                            static_cast<std::ptrdiff_t>(position - origin->offset),
+                        part.size(), part.begin());
+        done += part.size();
+    }
+    return out.size();
+}
+
+byte_source::place patched_source::locate(u64 offset) const
+{
+    const auto [origin, length] = stretch_at(offset);
+    if (origin != nullptr && !origin->bytes.empty())
+        return {.position = 0, .length = length, .is_stored = false};
+    place found = m_base->locate(
+        origin == nullptr ? offset : origin->from + (offset - origin->offset));
+    found.length = std::min(found.length, length);
+    return found;
+}
+
+} // namespace hv
