@@ -56,14 +56,27 @@ void restore_tails_of(std::span<u8> block, u32 sector_size)
 
 } // namespace
 
-bool passes_record_test(byte_view record)
+bool passes_record_test(byte_view record, const parse_rules &rules)
 {
     using namespace file_record;
     fixed_view<header_size> header;
-    return record.fixed(0, header) && header.get<signature_field>() == signature &&
-           header.get<fixup_offset>() == required_fixup_offset &&
+    if (!record.fixed(0, header)) return false;
+    const u16 array = header.get<fixup_offset>();
+    return header.get<signature_field>() == signature &&
+           (array == required_fixup_offset ||
+            (rules.records_of_old_systems && array == old_fixup_offset)) &&
            header.get<fixup_count>() <= max_fixups &&
            header.get<first_attribute>() <= max_first_attribute;
+}
+
+std::optional<u32> stored_entry_number(byte_view record)
+{
+    using namespace file_record;
+    u32 number = 0;
+    if (record.read_padded<u16>(fixup_offset.offset) == old_fixup_offset ||
+        !record.read(entry.offset, number))
+        return std::nullopt;
+    return number;
 }
 
 u32 fixup_step(u16 count, std::size_t block_size, u32 sector_size)
@@ -87,16 +100,18 @@ void restore_sector_tails(std::span<u8> block, std::size_t array_offset, u16 cou
     }
 }
 
-bool apply_fixup(std::span<u8> block, u32 sector_size)
+bool apply_fixup(std::span<u8> block, u32 sector_size, const parse_rules &rules)
 {
     const byte_view view{block};
-    if (!passes_record_test(view) && !has_signature(view, index_block::signature))
+    if (!passes_record_test(view, rules) &&
+        !has_signature(view, index_block::signature))
         return false;
     restore_tails_of(block, sector_size);
     return true;
 }
 
-block_type apply_fixup_typed(std::span<u8> block, u32 sector_size)
+block_type apply_fixup_typed(std::span<u8> block, u32 sector_size,
+                             const parse_rules &rules)
 {
     const byte_view view{block};
     const u16 count = fixup_count_of(view);
@@ -108,7 +123,7 @@ block_type apply_fixup_typed(std::span<u8> block, u32 sector_size)
         return block_type::unknown;
     if (has_signature(view, file_record::bad_signature))
         return count <= max_fixups_of_bad ? block_type::bad : block_type::unknown;
-    if (!apply_fixup(block, sector_size)) return block_type::unknown;
+    if (!apply_fixup(block, sector_size, rules)) return block_type::unknown;
     return has_signature(view, index_block::signature) ? block_type::index
                                                        : block_type::file;
 }

@@ -1,8 +1,10 @@
 #pragma once
 
 #include "base/hv_byte_view.h"
+#include "base/hv_parse_rules.h"
 #include "ntfs/hv_ntfs_layout.h"
 
+#include <optional>
 #include <span>
 #include <string>
 #include <string_view>
@@ -18,8 +20,12 @@ enum class block_type : u32 { unknown = 0, file = 1, index = 2, bad = 3 };
 
 /// The test that a record has to pass before anything else of it is read: its
 /// signature, the place and size of its update sequence array, and where its attributes
-/// begin.
-bool passes_record_test(byte_view record);
+/// begin. With `records_of_old_systems` the array may be at 42 as well as at 48.
+bool passes_record_test(byte_view record,
+                        const parse_rules &rules = parse_rules::fixed());
+/// The entry number that a record holds of itself. None for a record of an old system,
+/// which has its update sequence array in that place, and for one that is too short.
+std::optional<u32> stored_entry_number(byte_view record);
 /// True if the first four bytes of a block are `signature`, as a little-endian number.
 inline bool has_signature(byte_view block, u32 signature)
 {
@@ -40,10 +46,12 @@ u32 fixup_step(u16 count, std::size_t block_size, u32 sector_size);
 
 /// Applies the update sequence of a "FILE" record that passes the record test, or of
 /// any "INDX" block. False for anything else.
-bool apply_fixup(std::span<u8> block, u32 sector_size);
+bool apply_fixup(std::span<u8> block, u32 sector_size,
+                 const parse_rules &rules = parse_rules::fixed());
 /// The same, and returns what the block is; a "BAAD" block stays as it is. Blocks of
 /// fewer than 1024 bytes, or shorter than their array says, are unknown.
-block_type apply_fixup_typed(std::span<u8> block, u32 sector_size);
+block_type apply_fixup_typed(std::span<u8> block, u32 sector_size,
+                             const parse_rules &rules = parse_rules::fixed());
 
 /// One attribute of a record: its header and its content or run list, cut to its own
 /// length. Fields that the attribute is too short for read as zero.

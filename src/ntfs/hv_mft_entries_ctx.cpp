@@ -217,7 +217,7 @@ bool mft_entries_ctx::read_entry(std::vector<u8> &out_record, bool &out_bad,
         out_bad = true;
         return true;
     }
-    return apply_fixup(out_record, m_volume.get_bytes_per_sector());
+    return apply_fixup(out_record, m_volume.get_bytes_per_sector(), m_volume.rules());
 }
 
 bool mft_entries_ctx::analyze_entry(mft_entry &out_result, u64 entry) const

@@ -37,15 +37,16 @@ inline constexpr le_field<u16> flags               {22}; ///< 1 in use, 2 direct
 inline constexpr le_field<u32> bytes_in_use        {24};
 inline constexpr le_field<u32> bytes_allocated     {28};
 inline constexpr le_field<u64> base_reference      {32};
-inline constexpr le_field<u32> entry               {44};
+inline constexpr le_field<u32> entry               {44}; ///< not in records of old systems
 inline constexpr std::size_t   header_size = 48;
 
 inline constexpr u16 flag_in_use = 1;
 inline constexpr u16 flag_directory = 2;
 
 // The record test. A record with its update sequence at another offset than 48 is
-// refused, and with it what old systems wrote at 42.
+// refused. Systems before Windows XP wrote it at 42; such records pass on request.
 inline constexpr u16 required_fixup_offset = 48;
+inline constexpr u16 old_fixup_offset = 42;
 inline constexpr u16 max_fixups = 9;
 inline constexpr u16 max_first_attribute = 72;
 } // namespace file_record

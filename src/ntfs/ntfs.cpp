@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <bit>
 #include <cassert>
+#include <utility>
 
 namespace hv {
 
@@ -154,6 +155,13 @@ CNtfs::CNtfs(const std::vector<std::string> &paths, u64 offset)
     m_disk->set_volume_offset(m_volume_offset);
 }
 
+CNtfs::CNtfs(byte_source_ptr source, u64 offset, const parse_rules &rules)
+    : m_disk(std::make_unique<RAW_DISK_IO>(std::move(source))),
+      m_rules(rules),
+      m_volume_offset(offset)
+{
+}
+
 CNtfs::~CNtfs() = default;
 
 const NTFS_BOOT &CNtfs::get_boot_sector() const
@@ -227,9 +235,9 @@ bool CNtfs::read_first_entry()
         u32 length = m_mft_record_size;
         if (!read_bytes(m_mft_file_pos, m_first_entry.data(), length)) return false;
         m_first_entry.resize(length);
-        if (!apply_fixup(m_first_entry, get_bytes_per_sector())) return false;
+        if (!apply_fixup(m_first_entry, get_bytes_per_sector(), m_rules)) return false;
         const byte_view record{m_first_entry};
-        if (!passes_record_test(record)) return false;
+        if (!passes_record_test(record, m_rules)) return false;
         const u32 count = record.read_padded<u16>(file_record::fixup_count.offset);
         if (count * 512 <= m_mft_record_size + 512) break;
         m_mft_record_size = count * 512 - 512;
@@ -351,7 +359,8 @@ bool CNtfs::read_record(u64 entry, std::vector<u8> &record) const
 
 bool CNtfs::read_filerecord(u64 entry, std::vector<u8> &record) const
 {
-    return read_record(entry, record) && apply_fixup(record, get_bytes_per_sector());
+    return read_record(entry, record) &&
+           apply_fixup(record, get_bytes_per_sector(), m_rules);
 }
 
 bool CNtfs::read_record_checked(u64 entry, std::vector<u8> &record,
@@ -359,7 +368,7 @@ bool CNtfs::read_record_checked(u64 entry, std::vector<u8> &record,
 {
     type = block_type::unknown;
     if (!read_record(entry, record)) return false;
-    type = apply_fixup_typed(record, get_bytes_per_sector());
+    type = apply_fixup_typed(record, get_bytes_per_sector(), m_rules);
     return type != block_type::unknown;
 }
 
@@ -484,6 +493,12 @@ std::unique_ptr<CNtfs> open_volume(std::string_view path, u64 offset)
     else if (is_drive_letter(path))
         kind = volume_kind::letter_path;
     return validated(std::make_unique<CNtfs>(path, offset, kind));
+}
+
+std::unique_ptr<CNtfs> open_volume(byte_source_ptr source, u64 offset,
+                                   const parse_rules &rules)
+{
+    return validated(std::make_unique<CNtfs>(std::move(source), offset, rules));
 }
 
 std::unique_ptr<CNtfs> open_device_volume(std::string_view path, u64 offset)

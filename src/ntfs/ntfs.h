@@ -1,6 +1,8 @@
 #pragma once
 
 #include "base/hv_byte_view.h"
+#include "base/hv_parse_rules.h"
+#include "disk/hv_byte_source.h"
 #include "disk/hv_raw_disk_io.h"
 #include "ntfs/hv_directory_cache.h"
 #include "ntfs/hv_file_record.h"
@@ -52,6 +54,10 @@ public:
     /// Over a chain of virtual disk files. An offset of 0 means the first partition, or
     /// the start of the disk if there is none.
     CNtfs(const std::vector<std::string> &paths, u64 offset);
+    /// Over any bytes, such as a snapshot of a volume. Null makes an object that never
+    /// validates. `rules` say which records are read; the other constructors take
+    /// `parse_rules::fixed()`.
+    CNtfs(byte_source_ptr source, u64 offset, const parse_rules &rules);
     ~CNtfs();
     CNtfs(const CNtfs &) = delete;
     CNtfs &operator=(const CNtfs &) = delete;
@@ -59,6 +65,8 @@ public:
     /// Reads the boot sector and entry 0 of the $MFT. False if either can't be read or
     /// isn't one; a later call tries again. Once it has succeeded, it costs nothing.
     bool validate_volume();
+    /// What is read of this volume; fixed when it was opened.
+    const parse_rules &rules() const { return m_rules; }
     bool is_validated() const { return m_disk != nullptr && m_Validated; }
 
     /// The boot sector. Asking for this or for the next four before a successful
@@ -152,6 +160,7 @@ private:
 
     NTFS_BOOT m_boot;
     std::unique_ptr<RAW_DISK_IO> m_disk;
+    parse_rules m_rules;
     bool m_Validated = false;
     std::vector<u8> m_first_entry;
     INODE_STATS m_mft_stats;
@@ -173,6 +182,9 @@ private:
 /// isn't one. The path may be a drive letter with its colon, a device path that begins
 /// with two backslashes, or any other.
 std::unique_ptr<CNtfs> open_volume(std::string_view path, u64 offset);
+/// The same for any bytes; `source` may be null.
+std::unique_ptr<CNtfs> open_volume(byte_source_ptr source, u64 offset,
+                                   const parse_rules &rules);
 /// The same for a path that begins with "\\.\"; any other is refused. Kept for callers
 /// of the library.
 std::unique_ptr<CNtfs> open_device_volume(std::string_view path, u64 offset);

@@ -134,7 +134,7 @@ std::size_t security_map::size()
 bool security_map::read_record(std::vector<u8> &out_record, u64 entry) const
 {
     return m_volume.is_validated() && m_volume.read_filerecord(entry, out_record) &&
-           passes_record_test(byte_view{out_record});
+           passes_record_test(byte_view{out_record}, m_volume.rules());
 }
 
 bool security_map::owner_of_id(std::string &out_owner, u32 id)

@@ -1,6 +1,7 @@
 #include "ntfs/hv_volume_refusal.h"
 
 #include "samples/bins.h"
+#include "support/memory_source.h"
 #include "support/temp_dir.h"
 
 #include <gtest/gtest.h>
@@ -55,6 +56,36 @@ TEST(Volume, BelievesTheFirstRecordMoreThanTheBootSector)
     const auto volume = open_volume(dir.write_file("image", text(image)), 0);
     ASSERT_NE(volume, nullptr);
     EXPECT_EQ(volume->get_mft_record_size(), 4096u);
+}
+
+// Systems before Windows XP wrote the update sequence array at 42, over what is now the
+// number of the record.
+TEST(Volume, ReadsRecordsOfOldSystemsOnRequest)
+{
+    ntfs_volume built =
+        ntfs_volume_builder().file({.entry = 64, .name = "old"}).build_volume();
+    const auto as_new =
+        open_volume(std::make_shared<memory_source>(built.image), 0, {});
+    for (const u64 entry : {0, 64}) {
+        const std::span<u8> record =
+            std::span(built.image).subspan(built.record_position(entry), 1024);
+        EXPECT_EQ(stored_entry_number(byte_view{record}), entry);
+        std::ranges::copy(record.subspan(48, 6), record.begin() + 42);
+        record[4] = 42;
+        EXPECT_EQ(stored_entry_number(byte_view{record}), std::nullopt);
+    }
+    const auto medium = std::make_shared<memory_source>(built.image);
+    EXPECT_EQ(open_volume(medium, 0, parse_rules::fixed()), nullptr);
+    EXPECT_EQ(open_volume(nullptr, 0, parse_rules::complete()), nullptr);
+    const auto volume = open_volume(medium, 0, parse_rules::complete());
+    ASSERT_NE(volume, nullptr);
+    ASSERT_NE(as_new, nullptr);
+    std::vector<u8> record, expected;
+    EXPECT_TRUE(volume->read_filerecord(64, record));
+    EXPECT_TRUE(as_new->read_filerecord(64, expected));
+    // From the first attribute on, with the ends of the sectors put back.
+    EXPECT_EQ(std::vector(record.begin() + 56, record.end()),
+              std::vector(expected.begin() + 56, expected.end()));
 }
 
 TEST(Volume, CountsBitsFromTheLeastSignificant)
