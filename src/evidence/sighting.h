@@ -1,6 +1,7 @@
 #pragma once
 
 #include "base/hv_types.h"
+#include "formats/deleted_file.h"
 
 #include <optional>
 #include <set>
@@ -38,29 +39,6 @@ enum class evidence_source {
     file_slack,
     journal,
     raw ///< outside of all volumes
-};
-
-/// How the data of a metadata file is kept.
-enum class metadata_format {
-    dollar_i_1,
-    dollar_i_2,
-    info2_800,
-    info2_280,
-    info_800,
-    info_280
-};
-
-/// What a `$I` file, or a record of a list, states.
-struct deleted_file {
-    metadata_format format = metadata_format::dollar_i_2;
-    u64 size = 0;    ///< bytes, as stated
-    u64 deleted = 0; ///< FILETIME
-    std::u16string path;
-    bool path_is_whole = true; ///< false: the metadata is cut off in its path
-    u32 number = 0;            ///< of the record in its list
-    u32 drive = 0;             ///< of the record: 0 is A, 26 a network path
-    bool is_struck = false;    ///< the list marks the record as purged or restored
-    u64 length = 0;            ///< bytes that state all this
 };
 
 /// Times of a record, FILETIMEs; 0 for none.

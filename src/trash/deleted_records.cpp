@@ -16,7 +16,8 @@ namespace {
 constexpr u64 max_path_bytes = 516;
 
 // A shorter rest of a record can't hold a path worth reporting.
-constexpr std::size_t min_torn_size = 289;
+constexpr std::size_t min_torn_size =
+    info2::cursor_to_record + list_record::wide_path + 5;
 
 enum dollar_i_version : u32 { version_1 = 1, version_2 = 2 };
 
@@ -46,48 +47,52 @@ trash_entry read_dollar_i(byte_view file, const metadata_source &source)
 }
 
 // The 8-bit path is taken byte for byte: its code page isn't known.
-std::string read_ansi_path(byte_view from_cursor)
+std::string read_ansi_path(byte_view record)
 {
     const auto bytes =
-        from_cursor.clip(info2_record::ansi_path, info2_record::ansi_path_size).bytes();
+        record.clip(list_record::ansi_path, list_record::ansi_path_size).bytes();
     return {bytes.begin(), std::find(bytes.begin(), bytes.end(), u8{0})};
 }
 
-trash_entry read_info2_record(byte_view from_cursor, u64 path_limit,
+trash_entry read_info2_record(byte_view record, u64 path_limit,
                               const metadata_source &source, entry_origin origin)
 {
     trash_entry entry;
     entry.deleted_path =
-        read_wide_path(from_cursor.from(info2_record::wide_path), path_limit);
-    if (entry.deleted_path.empty()) entry.deleted_path = read_ansi_path(from_cursor);
+        read_wide_path(record.from(list_record::wide_path), path_limit);
+    if (entry.deleted_path.empty()) entry.deleted_path = read_ansi_path(record);
     entry.version = 0;
-    entry.record_number = from_cursor.read_padded<u32>(info2_record::record_number);
-    entry.drive_number = from_cursor.read_padded<u32>(info2_record::drive_number);
-    entry.deleted_time = from_cursor.read_padded<u64>(info2_record::deleted_time);
-    entry.file_size = from_cursor.read_padded<u32>(info2_record::file_size);
+    entry.record_number = record.read_padded<u32>(list_record::number.offset);
+    entry.drive_number = record.read_padded<u32>(list_record::drive.offset);
+    entry.deleted_time = record.read_padded<u64>(list_record::deleted_time.offset);
+    entry.file_size = record.read_padded<u32>(list_record::file_size.offset);
     entry.carved = origin == entry_origin::carved;
     fill_from_source(entry, source);
     return entry;
 }
 
 // Letter, zero, colon, zero. The path of a file on a network doesn't begin like this.
-bool begins_with_drive(byte_view from_cursor)
+bool begins_with_drive(byte_view record)
 {
-    const auto unit = [from_cursor](std::size_t at) {
-        return from_cursor.read_padded<u16>(info2_record::wide_path + at);
-    };
-    return (unit(0) | 0x20) >= 'a' && (unit(0) | 0x20) <= 'z' && unit(2) == ':';
+    const u32 letter = record.read_padded<u16>(list_record::wide_path) | 0x20u;
+    return letter >= 'a' && letter <= 'z' &&
+           record.read_padded<u16>(list_record::wide_path + 2) == ':';
 }
 
-bool has_plausible_fields(byte_view from_cursor)
+bool has_plausible_fields(byte_view record)
 {
-    if (from_cursor.read_padded<u8>(info2_record::ansi_path) == 0 &&
-        from_cursor.read_padded<u16>(info2_record::wide_path) == 0)
+    if (record.read_padded<u8>(list_record::ansi_path) == 0 &&
+        record.read_padded<u16>(list_record::wide_path) == 0)
         return false;
     // Without this, zeroed regions would pass; drive A hardly ever had a bin.
-    if (from_cursor.read_padded<u32>(info2_record::drive_number) == 0) return false;
+    if (record.read_padded<u32>(list_record::drive.offset) == 0) return false;
     return is_plausible_filetime(
-        from_cursor.read_padded<u64>(info2_record::deleted_time));
+        record.read_padded<u64>(list_record::deleted_time.offset));
+}
+
+bool is_convincing(byte_view record)
+{
+    return has_plausible_fields(record) && begins_with_drive(record);
 }
 
 } // namespace
@@ -112,15 +117,15 @@ bool check_i2(byte_view file)
 
 bool looks_like_info2(byte_view from_cursor)
 {
-    return from_cursor.size() >= info2::record_size &&
-           has_plausible_fields(from_cursor) && begins_with_drive(from_cursor);
+    return from_cursor.size() >= list_record::size &&
+           is_convincing(from_cursor.from(info2::cursor_to_record));
 }
 
 bool has_info2_header(byte_view file)
 {
     u32 record_size = 0;
-    return file.read(info2::record_size_field, record_size) &&
-           record_size == info2::record_size;
+    return file.read(list_header::record_size.offset, record_size) &&
+           record_size == list_record::size;
 }
 
 bool parse_i1(std::vector<trash_entry> &parsed, byte_view file,
@@ -152,19 +157,19 @@ bool parse_info2(std::vector<trash_entry> &parsed, byte_view file,
     if (file.size() < info2::min_size || !has_info2_header(file)) return false;
     bool found = false;
     byte_view rest = file.from(info2::first_cursor);
-    for (; rest.size() >= info2::record_size; rest = rest.from(info2::record_size)) {
+    for (; rest.size() >= list_record::size; rest = rest.from(list_record::size)) {
         if (!looks_like_info2(rest)) continue;
-        parsed.push_back(read_info2_record(rest, max_path_bytes, source, origin));
+        const byte_view record = rest.from(info2::cursor_to_record);
+        parsed.push_back(read_info2_record(record, max_path_bytes, source, origin));
         found = true;
     }
     // What is left is shorter than a record. It is believed only after a good record.
     if (!found) return false;
-    if (rest.size() < min_torn_size || !has_plausible_fields(rest) ||
-        !begins_with_drive(rest))
-        return true;
+    const byte_view record = rest.from(info2::cursor_to_record);
+    if (rest.size() < min_torn_size || !is_convincing(record)) return true;
     const u64 limit =
-        std::min<u64>(max_path_bytes, rest.size() - info2_record::wide_path);
-    parsed.push_back(read_info2_record(rest, limit, source, origin));
+        std::min<u64>(max_path_bytes, record.size() - list_record::wide_path);
+    parsed.push_back(read_info2_record(record, limit, source, origin));
     return true;
 }
 

@@ -2,6 +2,7 @@
 
 #include "base/hv_byte_view.h"
 #include "base/hv_types.h"
+#include "formats/deleted_file_layout.h"
 #include "records/trash_entry.h"
 
 #include <string_view>
@@ -12,42 +13,13 @@
 /// that fails costs only itself.
 namespace hv {
 
-// clang-format off
-
-/// `$I` file: one deleted file. Version 1 is 544 bytes long, version 2 ends with its path.
-namespace dollar_i {
-inline constexpr le_field<u32> version      { 0}; ///< 1 or 2; the upper half isn't read
-inline constexpr le_field<u64> file_size    { 8}; ///< bytes
-inline constexpr le_field<u64> deleted_time {16}; ///< FILETIME
-inline constexpr std::size_t   path_1       = 24; ///< version 1: UTF-16LE, 520 bytes
-inline constexpr le_field<u32> path_units   {24}; ///< version 2: with the ending zero
-inline constexpr std::size_t   path_2       = 28; ///< version 2: UTF-16LE
-inline constexpr std::size_t   size_1       = 544;
-inline constexpr std::size_t   min_size_2 = 30;
-inline constexpr u32           max_units   = 2048;
-} // namespace dollar_i
-
-/// `INFO2` file: a header and an array of records, for a whole bin.
+/// The only lists that this reader takes: records of 800 bytes. It counts offsets from
+/// a cursor four bytes before a record, since a list may lack its last four bytes.
 namespace info2 {
-inline constexpr std::size_t record_size_field = 12; ///< u32, must be `record_size`
-inline constexpr std::size_t first_cursor      = 16; ///< four bytes before record one
-inline constexpr std::size_t min_size        = 816;
-inline constexpr std::size_t record_size       = 800;
+inline constexpr std::size_t cursor_to_record = 4;
+inline constexpr std::size_t first_cursor = list_header::size - cursor_to_record;
+inline constexpr std::size_t min_size = first_cursor + list_record::size;
 } // namespace info2
-
-/// `INFO2` record. Offsets count from a cursor, which is four bytes before the record:
-/// the first cursor is at offset 16 of the file, and it steps by 800.
-namespace info2_record {
-inline constexpr std::size_t ansi_path         = 4;   ///< 8-bit code page, 260 bytes
-inline constexpr std::size_t ansi_path_size    = 260;
-inline constexpr std::size_t record_number     = 264; ///< u32
-inline constexpr std::size_t drive_number      = 268; ///< u32; 0 is A, 2 is C
-inline constexpr std::size_t deleted_time      = 272; ///< FILETIME
-inline constexpr std::size_t file_size         = 280; ///< u32, bytes
-inline constexpr std::size_t wide_path         = 284; ///< UTF-16LE, 520 bytes
-} // namespace info2_record
-
-// clang-format on
 
 /// What a parser takes over from the metadata file's own record.
 struct metadata_source {

@@ -1,0 +1,311 @@
+#include "evidence/carve.h"
+
+#include "ntfs/hv_file_record.h"
+
+#include <algorithm>
+#include <array>
+#include <bit>
+#include <cstring>
+
+namespace hv {
+
+namespace {
+
+constexpr u64 sector = 512;
+// A structure that begins here ends within this many bytes: the largest are index
+// blocks, and contents of `$I` files with the longest paths that Windows knows.
+constexpr u64 max_structure = 129 * sector;
+// Small enough for the fastest cache: all searches of a piece read the same bytes.
+constexpr u64 piece_size = 64 * sector;
+
+constexpr u64 min_block = 512;
+constexpr u64 max_block = 65536;
+constexpr u16 old_fixup_offset = 42;
+constexpr u16 min_index_fixup_offset = 40;
+
+constexpr std::size_t words_of_sector = sector / sizeof(u32);
+
+// The update sequence of a block, as its header states it.
+struct block_form {
+    u64 size = 0; // bytes of the block
+    u16 fixup_offset = 0;
+    u16 fixup_count = 0;
+    u32 step = 0; // bytes from one tail to the next
+};
+
+bool is_block_size(u64 size)
+{
+    return size >= min_block && size <= max_block && std::has_single_bit(size);
+}
+
+bool has_array_of(const block_form &form)
+{
+    return form.fixup_count > 1 && form.step >= sector && form.step <= form.size &&
+           (form.fixup_count - 1) * u64{form.step} == form.size;
+}
+
+bool read_record_form(block_form &form, byte_view bytes)
+{
+    fixed_view<file_record::header_size> header;
+    if (!bytes.fixed(0, header)) return false;
+    form.size = header.get<file_record::bytes_allocated>();
+    form.fixup_offset = header.get<file_record::fixup_offset>();
+    form.fixup_count = header.get<file_record::fixup_count>();
+    if (!is_block_size(form.size) || form.fixup_count < 2) return false;
+    form.step = static_cast<u32>(form.size / (form.fixup_count - 1u));
+    const u64 first = header.get<file_record::first_attribute>();
+    return has_array_of(form) &&
+           (form.fixup_offset == file_record::required_fixup_offset ||
+            form.fixup_offset == old_fixup_offset) &&
+           first >= form.fixup_offset + u64{2} * form.fixup_count && first < form.size;
+}
+
+bool read_index_form(block_form &form, byte_view bytes)
+{
+    form.fixup_offset = bytes.read_padded<u16>(index_block::fixup_offset);
+    form.fixup_count = bytes.read_padded<u16>(index_block::fixup_count);
+    if (form.fixup_count < 2) return false;
+    form.step = sector;
+    form.size = (form.fixup_count - 1u) * sector;
+    const u64 used =
+        bytes.read_padded<u32>(index_block::header + index_header::bytes_in_use);
+    return is_block_size(form.size) && has_array_of(form) &&
+           form.fixup_offset >= min_index_fixup_offset &&
+           form.fixup_offset + u64{2} * form.fixup_count <= sector &&
+           index_block::header + used <= form.size;
+}
+
+// True if all tails have the check value.
+bool tails_match(byte_view block, const block_form &form)
+{
+    const u16 check = block.read_padded<u16>(form.fixup_offset);
+    for (u64 end = form.step; end <= block.size(); end += form.step)
+        if (block.read_padded<u16>(end - sizeof(u16)) != check) return false;
+    return true;
+}
+
+// Copies a block, as much of it as there is, and undoes its update sequence.
+carved_block restored(std::vector<u8> &copy, byte_view bytes, u64 position,
+                      const block_form &form)
+{
+    const byte_view block = bytes.clip(0, form.size);
+    copy.assign(block.bytes().begin(), block.bytes().end());
+    const bool is_torn = block.size() < form.size || !tails_match(block, form);
+    restore_sector_tails(copy, form.fixup_offset, form.fixup_count, form.step);
+    return {.position = position, .bytes = byte_view{copy}, .is_torn = is_torn};
+}
+
+// Whether any eighth byte of a sector is followed by the version of a line of a
+// journal. It is asked of all bytes of a medium, so it has no branches.
+bool may_hold_journal(const u8 *bytes)
+{
+    std::array<u32, words_of_sector> words;
+    std::memcpy(words.data(), bytes, sector);
+    constexpr bool is_little = std::endian::native == std::endian::little;
+    constexpr u32 version_2 = is_little ? 2 : 0x0200'0000;
+    constexpr u32 version_3 = is_little ? 3 : 0x0300'0000;
+    u32 found = 0;
+    for (std::size_t i = 1; i < words.size(); i += 2)
+        found |= static_cast<u32>(words[i] == version_2) |
+                 static_cast<u32>(words[i] == version_3);
+    return found != 0;
+}
+
+// The places where a record of a list may begin, by the backslash in its 8-bit path:
+// that of "C:\", which is the third byte, and the first or, if the record is struck,
+// the second of a server's path.
+template <class Visit> void for_each_list_start(byte_view bytes, u64 slash, Visit visit)
+{
+    if (slash >= 2 && bytes.read_padded<u8>(slash - 1) == ':') visit(slash - 2);
+    if (bytes.read_padded<u8>(slash + 1) == '\\') visit(slash);
+    if (slash >= 1 && bytes.read_padded<u8>(slash - 1) == 0) visit(slash - 1);
+}
+
+} // namespace
+
+void carver::carve(byte_view bytes, u64 position)
+{
+    if (!m_kept.empty() && m_kept_position + m_kept.size() != position) finish();
+    if (m_kept.empty()) m_kept_position = position;
+    if (!m_kept.empty()) {
+        const u64 end = m_kept.size();
+        keep(bytes.clip(0, 2 * max_structure));
+        if (bytes.size() <= 2 * max_structure) {
+            // Short stretches are gathered, so that their bytes move seldom.
+            if (m_kept.size() < 4 * max_structure) return;
+            const u64 done = m_kept.size() - max_structure;
+            const u64 whole = done / sector * sector;
+            search({byte_view{m_kept}, m_kept_position}, whole);
+            m_kept.erase(m_kept.begin(),
+                         m_kept.begin() + static_cast<std::ptrdiff_t>(whole));
+            m_kept_position += whole;
+            return;
+        }
+        search({byte_view{m_kept}, m_kept_position}, end);
+        m_kept.clear();
+    }
+    const u64 done = bytes.size() < max_structure ? 0 : bytes.size() - max_structure;
+    const u64 whole = done / sector * sector;
+    search({bytes, position}, whole);
+    m_kept_position = position + whole;
+    keep(bytes.from(whole));
+}
+
+void carver::finish()
+{
+    search({byte_view{m_kept}, m_kept_position}, m_kept.size());
+    m_kept.clear();
+    m_expected.clear();
+    m_records.clear();
+    m_list_from = 0;
+    m_journal_from = 0;
+}
+
+void carver::keep(byte_view bytes)
+{
+    m_kept.insert(m_kept.end(), bytes.bytes().begin(), bytes.bytes().end());
+}
+
+// Reports what begins before `end`; it may end after it.
+void carver::search(const stretch &in, u64 end)
+{
+    for (u64 begin = 0; begin < end; begin += piece_size) {
+        const u64 piece_end = std::min(begin + piece_size, end);
+        search_sectors(in, begin, piece_end);
+        search_lists(in, begin, piece_end);
+        const u64 searched = in.position + piece_end;
+        std::erase_if(m_records,
+                      [searched](const auto &one) { return one.second <= searched; });
+    }
+}
+
+bool carver::is_in_record(u64 position) const
+{
+    return std::ranges::any_of(m_records, [position](const auto &record) {
+        return position >= record.first && position < record.second;
+    });
+}
+
+void carver::search_sectors(const stretch &in, u64 begin, u64 end)
+{
+    for (u64 at = begin; at < end; at += sector) {
+        byte_view bytes;
+        if (!in.bytes.sub(at, sector, bytes)) bytes = {};
+        const bool may_be_journal =
+            bytes.empty() || may_hold_journal(bytes.bytes().data());
+        const u64 head = in.bytes.read_padded<u64>(at);
+        const u32 list_size =
+            in.bytes.read_padded<u32>(at + list_header::record_size.offset);
+        const bool may_be_list =
+            list_size == list_record::size || list_size == list_record::short_size;
+        // Most sectors have nothing of all this.
+        if (head == 0 && !may_be_journal && !may_be_list) continue;
+        if (!m_records.empty() && is_in_record(in.position + at)) continue;
+        search_sector(in, at);
+        if (may_be_journal) search_journal(in, at);
+    }
+}
+
+void carver::search_sector(const stretch &in, u64 at)
+{
+    const byte_view bytes = in.bytes.from(at);
+    const u64 version = bytes.read_padded<u64>(0);
+    if (has_signature(bytes, file_record::signature) ||
+        has_signature(bytes, file_record::bad_signature)) {
+        take_record(in, at);
+    } else if (has_signature(bytes, index_block::signature)) {
+        take_index_block(in, at);
+    } else if (version == 1 || version == 2) {
+        deleted_file file;
+        if (recognize_dollar_i(file, bytes))
+            m_sink.found_metadata(in.position + at, file);
+    }
+    metadata_format list{};
+    if (recognize_list_header(list, bytes))
+        m_expected.emplace(in.position + at + list_header::size, list);
+}
+
+void carver::take_record(const stretch &in, u64 at)
+{
+    const byte_view bytes = in.bytes.from(at);
+    block_form form;
+    if (!read_record_form(form, bytes)) return;
+    carved_block record = restored(m_block, bytes, in.position + at, form);
+    // The system marks a record like this when it finds it torn.
+    if (has_signature(bytes, file_record::bad_signature)) record.is_torn = true;
+    if (!record.is_torn)
+        m_records.emplace_back(record.position, record.position + form.size);
+    m_sink.found_record(record);
+}
+
+void carver::take_index_block(const stretch &in, u64 at)
+{
+    const byte_view bytes = in.bytes.from(at);
+    block_form form;
+    if (!read_index_form(form, bytes)) return;
+    m_sink.found_index_block(restored(m_block, bytes, in.position + at, form));
+}
+
+void carver::search_journal(const stretch &in, u64 at)
+{
+    const u64 end = std::min<u64>(at + sector, in.bytes.size());
+    while (at < end) {
+        const u64 position = in.position + at;
+        journal_record record;
+        const u16 version =
+            in.bytes.read_padded<u16>(at + journal_head::version.offset);
+        const bool found =
+            position >= m_journal_from && (version == 2 || version == 3) &&
+            recognize_journal_record(record, in.bytes.from(at), position);
+        if (found) {
+            m_sink.found_journal_record(position, record);
+            m_journal_from = position + record.length;
+        }
+        at += found ? record.length : journal_step;
+    }
+}
+
+void carver::take_list_record(const stretch &in, u64 at,
+                              std::optional<metadata_format> list)
+{
+    const u64 position = in.position + at;
+    deleted_file file;
+    if (position < m_list_from || !may_be_list_record(in.bytes, at) ||
+        is_in_record(position) || !recognize_list_record(file, in.bytes.from(at), list))
+        return;
+    m_sink.found_metadata(position, file);
+    m_list_from = position + file.length;
+    m_expected.insert_or_assign(position + list_record_size(file.format), file.format);
+}
+
+// The records that should begin before `end`, by a head or by a record before them.
+void carver::search_expected(const stretch &in, u64 end)
+{
+    while (!m_expected.empty() && m_expected.begin()->first < in.position + end) {
+        const auto [position, list] = *m_expected.begin();
+        m_expected.erase(m_expected.begin());
+        if (position >= in.position) take_list_record(in, position - in.position, list);
+    }
+}
+
+void carver::search_lists(const stretch &in, u64 begin, u64 end)
+{
+    // The backslash of a record's path is up to two bytes after its beginning.
+    const u64 last = std::min<u64>(end + 2, in.bytes.size());
+    const u8 *const data = in.bytes.bytes().data();
+    for (u64 at = begin; at < last;) {
+        const void *found = std::memchr(data + at, '\\', last - at);
+        if (found == nullptr) break;
+        at = static_cast<u64>(static_cast<const u8 *>(found) - data);
+        for_each_list_start(in.bytes, at, [&](u64 start) {
+            if (start < begin || start >= end || !may_be_list_record(in.bytes, start))
+                return;
+            search_expected(in, start + 1);
+            take_list_record(in, start, {});
+        });
+        ++at;
+    }
+    search_expected(in, end);
+}
+
+} // namespace hv
