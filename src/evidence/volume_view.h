@@ -27,6 +27,9 @@ public:
     /// False if it isn't a volume that can be read; nothing else works then.
     bool open();
     u32 number() const { return m_number; }
+    u64 offset() const { return m_offset; }
+    /// Whether the volume says which clusters are in use.
+    bool has_bitmap() const { return !m_bitmap.empty(); }
     const CNtfs &volume() const { return *m_volume; }
     u64 entry_count() const { return m_entry_count; }
     u32 record_size() const { return m_volume->get_mft_record_size(); }

@@ -115,8 +115,32 @@ void volume_walk::scan_record(u64 entry, byte_view raw)
         of.in_use = facts.in_use;
         of.is_directory = facts.is_directory;
     }
+    if (facts.in_use) note_slack(facts);
     // A name may be in a record that extends the file's own.
     for (const file_name_fact &name : facts.names) note_name(owner, facts, name);
+}
+
+// The end of a file's last cluster may hold what was there before.
+void volume_walk::note_slack(const file_facts &facts)
+{
+    constexpr u64 sector = 512;
+    const u64 cluster = m_view.cluster_size();
+    for (const stream_fact &stream : facts.streams) {
+        if (stream.is_resident || stream.is_compressed || stream.runs.empty() ||
+            stream.first_vcn != 0 || !is_type(stream.type, attribute_type::data))
+            continue;
+        const u64 used = (stream.length + sector - 1) / sector * sector;
+        u64 begin = 0;
+        for (const flat_run &run : stream.runs) {
+            const u64 bytes = run.clusters * cluster;
+            const bool is_stored = run.delta != 0 || run.lcn != 0;
+            if (is_stored && begin + bytes > used) {
+                const u64 skip = used > begin ? used - begin : 0;
+                m_file_slack.push_back({run.lcn * cluster + skip, bytes - skip});
+            }
+            begin += bytes;
+        }
+    }
 }
 
 void volume_walk::note_name(u64 entry, const file_facts &facts,
@@ -608,6 +632,69 @@ void volume_walk::find_stores()
             if (is_type(stream.type, attribute_type::data) && stream.name.empty())
                 m_store_runs.insert(m_store_runs.end(), stream.runs.begin(),
                                     stream.runs.end());
+    }
+}
+
+// Every name of a block whose folder may be gone: entries whose lengths agree.
+void volume_walk::take_carved_index(byte_view block, u64 position,
+                                    evidence_source source)
+{
+    using namespace index_entry_layout;
+    for (u64 at = index_block::header; at + hv::index_entry_layout::name < block.size();
+         at += 8) {
+        const u64 units = block.read_padded<u8>(at + name_length);
+        byte_view text;
+        if (block.read_padded<u16>(at + content_length) !=
+                hv::file_name::name + 2 * units ||
+            !block.sub(at + hv::index_entry_layout::name, 2 * units, text))
+            continue;
+        sighting seen;
+        seen.kind = sighting_kind::index_name;
+        seen.source = source;
+        seen.name = units_of(text);
+        seen.entry = entry_of(block.read_padded<u64>(at));
+        seen.parent = entry_of(block.read_padded<u64>(at + content));
+        const belonging where = belonging_of(*seen.parent);
+        const bin_name_kind kind = kind_of_name(seen.name);
+        if (kind == bin_name_kind::other || kind == bin_name_kind::list ||
+            (!where.is_in_bin && (where.is_known || !is_made_by_windows(seen.name))))
+            continue;
+        seen.user = where.user;
+        seen.is_in_bin = where.is_in_bin;
+        seen.ranges = {{position + at + content, hv::file_name::name + 2 * units}};
+        m_evidence.add(std::move(seen));
+    }
+}
+
+void volume_walk::take_record_of_no_volume(region_evidence &evidence,
+                                           const standalone_record &alone)
+{
+    const file_facts facts = read_facts(alone.record, std::nullopt);
+    for (const file_name_fact &name : facts.names) {
+        const bin_name_kind kind = kind_of_name(name.name);
+        if (!is_made_by_windows(name.name)) continue;
+        sighting seen;
+        seen.kind = kind == bin_name_kind::metadata ? sighting_kind::metadata
+                                                    : sighting_kind::data_item;
+        seen.source = alone.source;
+        seen.is_torn = alone.record.is_torn();
+        if (facts.knows_entry)
+            seen.entry = entry_id{facts.id.entry, sequence_of_file(facts)};
+        seen.name = name.name;
+        seen.parent = name.parent;
+        seen.times = facts.times;
+        seen.ranges = {{alone.position + name.place, name.length}};
+        const stream_fact *data = facts.stream(attribute_type::data);
+        deleted_file metadata;
+        if (kind == bin_name_kind::metadata && data != nullptr && data->is_resident &&
+            parse_dollar_i(metadata, byte_view{data->content}, rules)) {
+            seen.ranges = {{alone.position + data->place, metadata.length}};
+            seen.metadata = std::move(metadata);
+        }
+        if (kind == bin_name_kind::data && data != nullptr)
+            seen.data_size = data->length;
+        evidence.add(std::move(seen));
+        return;
     }
 }
 

@@ -26,6 +26,20 @@ public:
     /// on the medium.
     void take_carved_record(const record_bytes &record, u64 position,
                             evidence_source source);
+    /// An index block that no view leads to.
+    void take_carved_index(byte_view block, u64 position, evidence_source source);
+
+    /// The same for a record that lies outside of all volumes: only what is in the
+    /// record itself counts.
+    struct standalone_record {
+        const record_bytes &record;
+        u64 position = 0;
+        evidence_source source = evidence_source::raw;
+    };
+    static void take_record_of_no_volume(region_evidence &evidence,
+                                         const standalone_record &alone);
+    /// Finds items that live outside of the bins now, among all that was seen so far.
+    void find_restored();
     /// A line of a journal at these places of the medium.
     void take_journal_record(const journal_record &record,
                              const std::vector<byte_range> &places,
@@ -34,8 +48,11 @@ public:
     /// root, if its folder is known and no bin.
     std::optional<std::u16string> path_outside(const entry_id &file) const;
 
-    /// Folders of the volume that hold the stores of shadow copies: their files' runs.
+    /// The runs of the stores of shadow copies.
     const std::vector<flat_run> &store_runs() const { return m_store_runs; }
+    /// What lies after the ends of files in their last clusters, in bytes on the
+    /// volume.
+    const std::vector<byte_range> &file_slack() const { return m_file_slack; }
 
 private:
     // What is kept of each record: 16 bytes.
@@ -86,7 +103,7 @@ private:
                       u64 used);
     void read_journal();
     void take_journal_page(u64 position);
-    void find_restored();
+    void note_slack(const file_facts &facts);
     void find_stores();
 
     bool matches(const entry_id &id) const;
@@ -103,6 +120,7 @@ private:
     std::optional<u64> m_journal;
     std::set<u64> m_svi; ///< folders named "System Volume Information"
     std::vector<flat_run> m_store_runs;
+    std::vector<byte_range> m_file_slack;
 };
 
 } // namespace hv

@@ -1,0 +1,134 @@
+#include "evidence/carve_volume.h"
+
+#include "base/hv_checked_math.h"
+#include "evidence/carve.h"
+#include "evidence/slack.h"
+
+#include <algorithm>
+
+namespace hv {
+
+namespace {
+
+constexpr u64 batch_bytes = u64{4} << 20;
+
+record_bytes record_of(const carved_block &block)
+{
+    record_bytes record;
+    record.bytes.assign(block.bytes.bytes().begin(), block.bytes.bytes().end());
+    record.sound = block.is_torn ? std::min<std::size_t>(510, record.bytes.size())
+                                 : record.bytes.size();
+    record.used = std::min<std::size_t>(
+        record.bytes.size(),
+        block.bytes.read_padded<u32>(file_record::bytes_in_use.offset));
+    return record;
+}
+
+// Reports metadata in the slack of a carved record, at places on the medium.
+class slack_of_record : public carve_sink {
+public:
+    slack_of_record(carve_sink &sink, u64 position) : m_sink(sink), m_position(position)
+    {
+    }
+    void found_metadata(u64 at, const deleted_file &file) override
+    {
+        m_sink.found_metadata(m_position + at, file);
+    }
+
+private:
+    carve_sink &m_sink;
+    u64 m_position;
+};
+
+} // namespace
+
+void carve_keeper::found_record(const carved_block &record)
+{
+    const record_bytes bytes = record_of(record);
+    slack_of_record slack(*this, record.position);
+    search_record_slack(record.bytes, slack);
+    if (m_walk != nullptr) {
+        m_walk->take_carved_record(bytes, record.position, m_source);
+        return;
+    }
+    const volume_walk::standalone_record alone = {bytes, record.position, m_source};
+    volume_walk::take_record_of_no_volume(m_evidence, alone);
+}
+
+void carve_keeper::found_index_block(const carved_block &block)
+{
+    if (m_walk != nullptr)
+        m_walk->take_carved_index(block.bytes, block.position, m_source);
+}
+
+void carve_keeper::found_metadata(u64 at, const deleted_file &file)
+{
+    sighting seen;
+    seen.kind = sighting_kind::metadata;
+    seen.source = m_source;
+    seen.ranges = {{at, file.length}};
+    if (file.format != metadata_format::dollar_i_1 &&
+        file.format != metadata_format::dollar_i_2)
+        seen.name = listed_data_name(file.drive, file.number, file.path);
+    seen.metadata = file;
+    m_evidence.add(std::move(seen));
+}
+
+void carve_keeper::found_journal_record(u64 at, const journal_record &record)
+{
+    if (m_walk != nullptr)
+        m_walk->take_journal_record(record, {{at, record.length}}, m_source);
+}
+
+std::vector<carve_stretch> stretches_to_carve(const volume_view &view,
+                                              const volume_walk &walk)
+{
+    std::vector<carve_stretch> stretches;
+    const u64 cluster = view.cluster_size();
+    const u64 base = view.offset();
+    for (u64 i = 0; i < view.cluster_count(); ++i) {
+        if (view.is_in_use(i)) continue;
+        const u64 position = base + i * cluster;
+        if (!stretches.empty() &&
+            stretches.back().position + stretches.back().length == position)
+            stretches.back().length += cluster;
+        else
+            stretches.push_back({position, cluster, evidence_source::free_cluster});
+    }
+    for (const flat_run &run : walk.store_runs())
+        if (run.delta != 0 || run.lcn != 0)
+            stretches.push_back({base + run.lcn * cluster, run.clusters * cluster,
+                                 evidence_source::shadow_store});
+    for (const byte_range &slack : walk.file_slack())
+        stretches.push_back(
+            {base + slack.offset, slack.length, evidence_source::file_slack});
+    std::ranges::sort(stretches, {}, &carve_stretch::position);
+    return stretches;
+}
+
+void carve_stretches(carve_keeper &keeper, const byte_source &source,
+                     const std::vector<carve_stretch> &stretches,
+                     const std::function<void(u64)> &progress)
+{
+    carver search(keeper);
+    std::vector<u8> batch;
+    u64 done = 0;
+    for (const carve_stretch &stretch : stretches) {
+        search.finish();
+        keeper.set_source(stretch.source);
+        const u64 end =
+            std::min(source.size(), saturating_sum(stretch.position, stretch.length));
+        for (u64 at = stretch.position; at < end;) {
+            batch.resize(std::min(batch_bytes, end - at));
+            const std::size_t count = source.read(at, batch);
+            if (count == 0) break;
+            search.carve(byte_view(batch.data(), count), at);
+            at += count;
+            done += count;
+            if (progress) progress(done);
+        }
+    }
+    search.finish();
+}
+
+} // namespace hv

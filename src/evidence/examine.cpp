@@ -1,0 +1,134 @@
+#include "evidence/examine.h"
+
+#include "disk/hv_patched_source.h"
+#include "evidence/carve_volume.h"
+#include "evidence/find_volumes.h"
+
+#include <algorithm>
+
+namespace hv {
+
+namespace {
+
+// One examination on its way.
+class examiner {
+public:
+    examiner(examination &out, byte_source_ptr medium, const examine_options &options)
+        : m_out(out),
+          m_medium(std::move(medium)),
+          m_options(options)
+    {
+    }
+
+    void run()
+    {
+        const medium_layout layout =
+            find_volumes(*m_medium, m_options.carve ? volume_search::every_sector
+                                                    : volume_search::lost_tables);
+        for (const found_volume &volume : layout.volumes)
+            if (!m_options.offset || *m_options.offset == volume.offset)
+                examine_volume(volume);
+        if (m_options.carve && !m_options.offset)
+            for (const byte_range &gap : layout.gaps) examine_gap(gap);
+        m_out.unreadable_bytes = m_medium->unreadable();
+    }
+
+private:
+    u32 add_region(examined_region region)
+    {
+        m_out.regions.push_back(std::move(region));
+        return static_cast<u32>(m_out.regions.size() - 1);
+    }
+
+    static examined_region describe(const found_volume &volume)
+    {
+        return {.offset = volume.offset,
+                .size = volume.size,
+                .is_volume = true,
+                .found_by = found_by_text(volume.how),
+                .serial = volume.geometry.serial,
+                .cluster_size = volume.geometry.cluster_size,
+                .record_size = volume.geometry.record_size,
+                .sector_size = volume.geometry.sector_size,
+                .boot_from_copy = volume.boot_from_copy,
+                .mft_from_mirror = volume.mft == mft_state::from_mirror,
+                .trouble = volume.trouble};
+    }
+
+    byte_source_ptr patched(const found_volume &volume) const
+    {
+        if (volume.patches.empty()) return m_medium;
+        auto source = std::make_shared<patched_source>(m_medium);
+        for (const source_patch &patch : volume.patches) {
+            if (patch.bytes.empty())
+                source->replace(patch.offset, patch.length, patch.from);
+            else
+                source->replace(patch.offset, patch.bytes);
+        }
+        return source;
+    }
+
+    void examine_volume(const found_volume &volume)
+    {
+        region_evidence evidence(add_region(describe(volume)));
+        const byte_source_ptr source = patched(volume);
+        volume_view live(source, volume.offset, 0);
+        if (!live.open()) {
+            m_out.regions.back().trouble = "the $MFT can't be read";
+            if (m_options.carve) carve_raw(evidence, {volume.offset, volume.size});
+            finish(evidence);
+            return;
+        }
+        volume_walk walk(live, evidence);
+        walk.collect();
+        if (m_options.carve) {
+            carve_keeper keeper(evidence, &walk);
+            const auto stretches = stretches_to_carve(live, walk);
+            u64 all = 0;
+            for (const carve_stretch &stretch : stretches) all += stretch.length;
+            carve_stretches(keeper, *source, stretches, [&](u64 done) {
+                if (m_options.progress) m_options.progress(done, all);
+            });
+            walk.find_restored();
+        }
+        finish(evidence);
+    }
+
+    void examine_gap(const byte_range &gap)
+    {
+        region_evidence evidence(
+            add_region({.offset = gap.offset, .size = gap.length}));
+        carve_raw(evidence, gap);
+        finish(evidence);
+    }
+
+    void carve_raw(region_evidence &evidence, const byte_range &range)
+    {
+        carve_keeper keeper(evidence, nullptr);
+        carve_stretches(keeper, *m_medium,
+                        {{range.offset, range.length, evidence_source::raw}},
+                        [&](u64 done) {
+                            if (m_options.progress)
+                                m_options.progress(done, range.length);
+                        });
+    }
+
+    void finish(region_evidence &evidence)
+    {
+        assemble(m_out.deletions, evidence.take());
+    }
+
+    examination &m_out;
+    byte_source_ptr m_medium;
+    const examine_options &m_options;
+};
+
+} // namespace
+
+void examine(examination &out, const byte_source_ptr &medium,
+             const examine_options &options)
+{
+    examiner(out, medium, options).run();
+}
+
+} // namespace hv
