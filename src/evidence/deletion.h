@@ -54,16 +54,16 @@ struct examined_region {
     u64 offset = 0;
     u64 size = 0;
     bool is_volume = false;
-    std::string found_by; ///< "MBR", "GPT", "copy of the GPT", "boot sector", ...
-    std::string label;
+    std::string found_by = {}; ///< "MBR", "GPT", "copy of the GPT", "boot sector", ...
+    std::string label = {};
     u64 serial = 0;
     u32 cluster_size = 0;
     u32 record_size = 0;
     u32 sector_size = 0;
     bool boot_from_copy = false;
     bool mft_from_mirror = false;
-    std::vector<u64> snapshots; ///< FILETIMEs of creation; number n is element n - 1
-    std::string trouble;        ///< why (part of) it can't be read; empty: nothing
+    std::vector<u64> snapshots = {}; ///< FILETIMEs of creation; number n is element n - 1
+    std::string trouble = {};        ///< why (part of) it can't be read; empty: nothing
 };
 
 /// What an examination found.
