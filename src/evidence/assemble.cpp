@@ -134,8 +134,11 @@ private:
         std::vector<std::size_t> fitting;
         for (const std::size_t number : m_by_item[item])
             if (agree(m_groups[number], seen)) fitting.push_back(number);
-        if (fitting.size() == 1 && !is_list(*m_groups[fitting[0]].metadata))
-            return fitting[0];
+        const auto is_of_list = [&](std::size_t number) {
+            return m_groups[number].metadata != nullptr &&
+                   is_list(*m_groups[number].metadata);
+        };
+        if (fitting.size() == 1 && !is_of_list(fitting[0])) return fitting[0];
         std::size_t best = m_groups.size();
         for (const std::size_t number : fitting) {
             const group &candidate = m_groups[number];
