@@ -237,6 +237,14 @@ u64 story::add(ntfs_item item, bool directory)
     return entry;
 }
 
+// What Windows itself makes for a bin is as old as the moment.
+u64 story::add_new(ntfs_item made, bool directory)
+{
+    const u64 entry = add(std::move(made), directory);
+    item(entry).times = {m_now, m_now, m_now, m_now};
+    return entry;
+}
+
 u64 story::folder(u64 parent, const std::string &name)
 {
     return add({.parent = parent, .name = name}, true);
@@ -343,14 +351,14 @@ u64 story::bin(const std::string &name)
 {
     const auto known = m_bins.find(name);
     if (known != m_bins.end()) return known->second;
-    return m_bins[name] =
-               add({.parent = root, .name = name, .attributes = bin_attributes}, true);
+    return m_bins[name] = add_new(
+               {.parent = root, .name = name, .attributes = bin_attributes}, true);
 }
 
 u64 story::user(const std::string &sid, const std::string &bin_name)
 {
-    const u64 entry =
-        add({.parent = bin(bin_name), .name = sid, .attributes = bin_attributes}, true);
+    const u64 entry = add_new(
+        {.parent = bin(bin_name), .name = sid, .attributes = bin_attributes}, true);
     m_users[entry] = m_told->users.size();
     m_told->users.push_back({.volume = m_volume, .sid = sid});
     file_with(entry, "desktop.ini", bytes_of("[.ShellClassInfo]\r\n"));
@@ -436,7 +444,7 @@ std::size_t story::send(u64 user_folder, sent_item what)
         if (what.metadata_size != 0) content.resize(what.metadata_size);
         made.traces.push_back({"metadata", "", {content}});
         const u64 entry =
-            add({.parent = user_folder, .name = made.metadata_name}, false);
+            add_new({.parent = user_folder, .name = made.metadata_name}, false);
         keep(m_nodes.at(entry), std::move(content), what.metadata_shape);
         made.metadata_entry = {entry, item(entry).sequence};
         for (const u32 reason : {0x100U, 0x102U, 0x80000102U}) journal({entry, reason});
@@ -450,7 +458,7 @@ std::size_t story::send(u64 user_folder, sent_item what)
 
 void story::set_list(u64 user_folder, const list_form &form)
 {
-    const u64 entry = add({.parent = user_folder, .name = form.name}, false);
+    const u64 entry = add_new({.parent = user_folder, .name = form.name}, false);
     ntfs_item &list = item(entry);
     list.data = info2_header(form.version, form.record_size);
     const u64 each = form.fragments > 1 ? 1 : 16 * form.record_size;

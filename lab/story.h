@@ -174,6 +174,7 @@ private:
     };
 
     u64 add(ntfs_item item, bool directory);
+    u64 add_new(ntfs_item made, bool directory);
     void part_children(u64 entry);
     void number(ntfs_item &item);
     u64 next_entry();

@@ -11,7 +11,8 @@ namespace {
 
 // Two moments that are one event for Windows: it writes the time into the metadata, and
 // the file system another when the record changes.
-constexpr u64 one_event = 20'000'000; // ticks of 100 ns
+constexpr u64 one_event = 20'000'000;  // ticks of 100 ns
+constexpr std::size_t item_digits = 6; // of a random name, before its extension
 
 u64 apart(u64 a, u64 b)
 {
@@ -37,6 +38,7 @@ struct group {
     std::optional<entry_id> parent;
     const sighting *metadata = nullptr;
     std::optional<entry_id> data_entry;
+    bool is_joined_by_time = false;
 
     void add(const sighting &more)
     {
@@ -80,6 +82,7 @@ public:
         for (const sighting &seen : m_sightings)
             if (!seen.metadata) m_named[item_of_name(seen.name)].push_back(&seen);
         for (auto &[item, seen] : m_named) join_named(item, seen);
+        join_bare_metadata();
         return std::move(m_groups);
     }
 
@@ -175,6 +178,53 @@ private:
         }
     }
 
+    // Metadata that lost its name belongs to the only item that came into the bin at
+    // its time, with its extension and size.
+    void join_bare_metadata()
+    {
+        for (group &bare : m_groups) {
+            if (bare.metadata == nullptr || !bare.item.empty()) continue;
+            group *only = nullptr;
+            bool is_unique = true;
+            for (group &named : m_groups) {
+                if (named.metadata != nullptr || !fits(named, *bare.metadata->metadata))
+                    continue;
+                is_unique = only == nullptr;
+                only = &named;
+            }
+            if (only == nullptr || !is_unique) continue;
+            bare.is_joined_by_time = true;
+            bare.data_entry = only->data_entry;
+            for (const sighting *seen : only->seen) bare.add(*seen);
+            only->seen.clear();
+        }
+        std::erase_if(m_groups, [](const group &of) { return of.seen.empty(); });
+    }
+
+    // Whether an item came into the bin when the metadata says.
+    static bool fits(const group &named, const deleted_file &file)
+    {
+        const std::u16string extension = named.item.size() > item_digits
+                                             ? named.item.substr(item_digits)
+                                             : std::u16string();
+        if (named.item.size() < item_digits || !file.path.ends_with(extension))
+            return false;
+        bool is_then = false;
+        for (const sighting *seen : named.seen) {
+            const bool is_data = seen->kind == sighting_kind::data_item;
+            if (is_data && !seen->is_directory && seen->data_size != file.size)
+                return false;
+            const bool is_metadata =
+                kind_of_name(seen->name) == bin_name_kind::metadata;
+            const u64 moment = is_data       ? seen->times.record_changed
+                               : is_metadata ? seen->times.created
+                                             : 0;
+            is_then =
+                is_then || (moment != 0 && apart(moment, file.deleted) <= one_event);
+        }
+        return is_then;
+    }
+
     const std::vector<sighting> &m_sightings;
     std::vector<group> m_groups;
     std::map<std::u16string, std::vector<std::size_t>> m_by_item;
@@ -187,6 +237,13 @@ bool is_data_name(const sighting &seen)
 {
     const bin_name_kind kind = kind_of_name(seen.name);
     return kind == bin_name_kind::data || kind == bin_name_kind::listed_data;
+}
+
+std::u16string list_name(metadata_format format)
+{
+    const bool is_old =
+        format == metadata_format::info_280 || format == metadata_format::info_800;
+    return is_old ? u"INFO" : u"INFO2";
 }
 
 void take_metadata(deletion &made, const group &from)
@@ -228,7 +285,7 @@ void take_names(deletion &made, const group &from)
     for (const sighting *seen : from.seen) {
         const bin_name_kind kind = kind_of_name(seen->name);
         if (is_list(*seen)) {
-            made.metadata_name = u"INFO2";
+            made.metadata_name = list_name(seen->metadata->format);
             if (made.data_name.empty()) made.data_name = seen->name;
             if (!made.metadata_entry) made.metadata_entry = seen->entry;
         } else if (kind == bin_name_kind::metadata) {
@@ -280,6 +337,10 @@ void add_conflicts(deletion &made, const group &from)
         !made.is_directory && from.metadata && !is_list(*from.metadata))
         made.conflicts.emplace_back(
             "the data item has another size than the metadata states");
+    if (from.is_joined_by_time)
+        made.conflicts.emplace_back(
+            "the metadata has no name any more: its item is the only "
+            "one that came into the bin at its time");
     std::ranges::sort(made.conflicts);
     const auto end = std::unique(made.conflicts.begin(), made.conflicts.end());
     made.conflicts.erase(end, made.conflicts.end());

@@ -62,8 +62,9 @@ struct examined_region {
     u32 sector_size = 0;
     bool boot_from_copy = false;
     bool mft_from_mirror = false;
-    std::vector<u64> snapshots = {}; ///< FILETIMEs of creation; number n is element n - 1
-    std::string trouble = {};        ///< why (part of) it can't be read; empty: nothing
+    std::vector<u64> snapshots =
+        {};                   ///< FILETIMEs of creation; number n is element n - 1
+    std::string trouble = {}; ///< why (part of) it can't be read; empty: nothing
 };
 
 /// What an examination found.

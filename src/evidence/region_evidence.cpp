@@ -1,5 +1,9 @@
 #include "evidence/region_evidence.h"
 
+#include "base/hv_checked_math.h"
+
+#include <algorithm>
+
 namespace hv {
 
 void region_evidence::add(sighting seen)
@@ -20,15 +24,39 @@ void region_evidence::add(sighting seen)
     m_sightings.push_back(std::move(seen));
 }
 
-void region_evidence::add_user(const entry_id &folder, const std::u16string &name)
+void region_evidence::add_user(const entry_id &folder, const std::u16string &name,
+                               u64 created)
 {
-    m_users.emplace(folder, name);
+    const auto [begin, end] = m_users.equal_range(folder);
+    const bool is_known = std::any_of(begin, end, [&](const auto &known) {
+        return known.second.name == name && known.second.created == created;
+    });
+    if (!is_known) m_users.emplace(folder, user_folder{created, name});
 }
 
-const std::u16string *region_evidence::user(const entry_id &folder) const
+const std::u16string *region_evidence::user(const entry_id &folder, u64 moment) const
 {
-    const auto found = m_users.find(folder);
-    return found == m_users.end() ? nullptr : &found->second;
+    // Two clocks may have told the times of one event.
+    constexpr u64 leeway = 20'000'000;
+    const auto [begin, end] = m_users.equal_range(folder);
+    const user_folder *best = nullptr;
+    for (auto known = begin; known != end; ++known)
+        if (known->second.created <= saturating_sum(moment, leeway) &&
+            (best == nullptr || known->second.created > best->created))
+            best = &known->second;
+    return best == nullptr ? nullptr : &best->name;
+}
+
+void region_evidence::resolve_users()
+{
+    for (sighting &seen : m_sightings) {
+        if (!seen.user.empty() || !seen.parent) continue;
+        const u64 moment = seen.logged != 0 ? seen.logged : seen.times.record_changed;
+        const std::u16string *name = user(*seen.parent, moment);
+        if (name == nullptr) continue;
+        seen.user = *name;
+        seen.is_in_bin = true;
+    }
 }
 
 } // namespace hv

@@ -26,11 +26,21 @@ public:
     // Folders, from all views
 
     void add_bin(const entry_id &folder) { m_bins.insert(folder); }
-    void add_user(const entry_id &folder, const std::u16string &name);
+    /// `created` is the FILETIME of the folder's creation: after a volume was
+    /// formatted, another folder may have the same entry and sequence number.
+    void add_user(const entry_id &folder, const std::u16string &name, u64 created);
     bool is_bin(const entry_id &folder) const { return m_bins.contains(folder); }
-    /// The name of a user's folder; null if it isn't one.
-    const std::u16string *user(const entry_id &folder) const;
-    const std::map<entry_id, std::u16string> &users() const { return m_users; }
+    /// The name of the user's folder that this was at a moment, a FILETIME: the
+    /// youngest that is no younger. Null if there was none.
+    const std::u16string *user(const entry_id &folder, u64 moment) const;
+    /// Gives the sightings whose folder wasn't known yet their user.
+    void resolve_users();
+    /// A user's folder, and when it was created.
+    struct user_folder {
+        u64 created = 0;
+        std::u16string name;
+    };
+    const std::multimap<entry_id, user_folder> &users() const { return m_users; }
     const std::set<entry_id> &bins() const { return m_bins; }
 
 private:
@@ -38,7 +48,7 @@ private:
     std::vector<sighting> m_sightings;
     std::multimap<u64, std::size_t> m_places; ///< first byte -> sighting
     std::set<entry_id> m_bins;
-    std::map<entry_id, std::u16string> m_users;
+    std::multimap<entry_id, user_folder> m_users;
 };
 
 } // namespace hv

@@ -48,6 +48,15 @@ std::vector<byte_range> part_of(const std::vector<byte_range> &ranges, u64 offse
     return part;
 }
 
+// The times of a $FILE_NAME value.
+record_times times_of(byte_view bytes, u64 value)
+{
+    return {bytes.read_padded<u64>(value + file_name::created),
+            bytes.read_padded<u64>(value + file_name::modified),
+            bytes.read_padded<u64>(value + file_name::mft_changed),
+            bytes.read_padded<u64>(value + file_name::accessed)};
+}
+
 bool is_interesting(bin_name_kind kind)
 {
     return kind != bin_name_kind::other;
@@ -199,17 +208,18 @@ void volume_walk::find_folders()
         if (!m_view.read_file(facts, record, entry)) continue;
         const file_name_fact *name = facts.name();
         if (name != nullptr && is_user_folder(name->name))
-            m_evidence.add_user(id_of(entry), name->name);
+            m_evidence.add_user(id_of(entry), name->name, facts.times.created);
     }
 }
 
-volume_walk::belonging volume_walk::belonging_of(const entry_id &parent) const
+volume_walk::belonging volume_walk::belonging_of(const entry_id &parent,
+                                                 u64 moment) const
 {
     belonging where;
-    if (const std::u16string *user = m_evidence.user(parent))
+    if (const std::u16string *user = m_evidence.user(parent, moment))
         return {true, true, *user};
     if (m_evidence.is_bin(parent)) return {true, true, {}};
-    where.is_known = matches(parent);
+    where.is_known = matches(parent) && m_evidence.users().count(parent) == 0;
     return where;
 }
 
@@ -237,12 +247,14 @@ void volume_walk::look_at_items()
 void volume_walk::look_at(const file_facts &facts, const record_bytes *record,
                           u64 position, evidence_source source)
 {
+    // A record that a view has is as old as the view's folders.
+    const u64 moment = position == ~u64{0} ? ~u64{0} : facts.times.record_changed;
     for (const file_name_fact &name : facts.names) {
         const bin_name_kind kind = kind_of_name(name.name);
         if (name.name_space == file_name::dos_name_space || !is_interesting(kind))
             continue;
-        const looked_at file = {facts,    record, name, belonging_of(name.parent),
-                                position, source};
+        const looked_at file = {
+            facts, record, name, belonging_of(name.parent, moment), position, source};
         // A folder that isn't known any more may have been a bin's.
         if (!file.where.is_in_bin &&
             (file.where.is_known || !is_made_by_windows(name.name)))
@@ -430,8 +442,8 @@ std::vector<std::u16string> volume_walk::members_of(u64 folder) const
 
 void volume_walk::read_indexes()
 {
-    const std::map<entry_id, std::u16string> users = m_evidence.users();
-    for (const auto &[folder, user] : users) read_index(folder, user);
+    const auto users = m_evidence.users();
+    for (const auto &[folder, user] : users) read_index(folder, user.name);
     const std::set<entry_id> bins = m_evidence.bins();
     for (const entry_id &bin : bins) read_index(bin, {});
 }
@@ -500,6 +512,11 @@ void volume_walk::search_names(
                                      at - before + index_entry_layout::content_length)
                                : 0;
         if (stated == length && entry != 0) seen.entry = entry_of(entry);
+        // The record of a file that has this name still speaks for itself.
+        if (seen.entry && m_items.contains(seen.entry->entry) && matches(*seen.entry) &&
+            m_rows[seen.entry->entry].in_use)
+            continue;
+        seen.times = times_of(block, at);
         m_evidence.add(std::move(seen));
     }
 }
@@ -541,7 +558,7 @@ void volume_walk::take_journal_record(const journal_record &record,
                                       evidence_source source)
 {
     const bin_name_kind kind = kind_of_name(record.name);
-    const belonging where = belonging_of(entry_of(record.parent));
+    const belonging where = belonging_of(entry_of(record.parent), record.time);
     const bool is_named = kind == bin_name_kind::metadata ||
                           kind == bin_name_kind::data ||
                           kind == bin_name_kind::listed_data;
@@ -654,7 +671,8 @@ void volume_walk::take_carved_index(byte_view block, u64 position,
         seen.name = units_of(text);
         seen.entry = entry_of(block.read_padded<u64>(at));
         seen.parent = entry_of(block.read_padded<u64>(at + content));
-        const belonging where = belonging_of(*seen.parent);
+        seen.times = times_of(block, at + content);
+        const belonging where = belonging_of(*seen.parent, seen.times.record_changed);
         const bin_name_kind kind = kind_of_name(seen.name);
         if (kind == bin_name_kind::other || kind == bin_name_kind::list ||
             (!where.is_in_bin && (where.is_known || !is_made_by_windows(seen.name))))
@@ -701,8 +719,14 @@ void volume_walk::take_record_of_no_volume(region_evidence &evidence,
 void volume_walk::take_carved_record(const record_bytes &record, u64 position,
                                      evidence_source source)
 {
-    file_facts facts = read_facts(record, std::nullopt);
-    look_at(facts, &record, position, source);
+    const file_facts facts = read_facts(record, std::nullopt);
+    const file_name_fact *name = facts.name();
+    if (facts.is_directory && facts.knows_entry && name != nullptr &&
+        is_user_folder(name->name))
+        m_evidence.add_user({facts.id.entry, sequence_of_file(facts)}, name->name,
+                            facts.times.created);
+    else
+        look_at(facts, &record, position, source);
 }
 
 } // namespace hv

@@ -108,7 +108,7 @@ private:
 
     bool matches(const entry_id &id) const;
     entry_id id_of(u64 entry) const;
-    belonging belonging_of(const entry_id &parent) const;
+    belonging belonging_of(const entry_id &parent, u64 moment) const;
     evidence_source own_source() const;
 
     const volume_view &m_view;
