@@ -37,6 +37,9 @@ public:
     /// least 1 and ends with the source; the byte after it may well follow on the
     /// medium, too. For a source that is the medium itself, the place is the offset.
     virtual place locate(u64 offset) const { return {offset, size() - offset, true}; }
+    /// The next offset, at or after this one, where bytes may be other than zero: a
+    /// hole of a sparse image is passed over. `size` if there is none.
+    virtual u64 next_data(u64 offset) const { return offset; }
     /// How many different bytes of the medium couldn't be read so far.
     virtual u64 unreadable() const { return 0; }
 };

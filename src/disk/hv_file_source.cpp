@@ -3,6 +3,7 @@
 #include "base/hv_open_file.h"
 
 #include <algorithm>
+#include <cerrno>
 
 namespace hv {
 
@@ -36,6 +37,16 @@ std::size_t file_source::read(u64 offset, std::span<u8> out) const
         return read_fully(m_descriptor, part.data(), part.size(), position);
     });
     return out.size();
+}
+
+u64 file_source::next_data(u64 offset) const
+{
+    if (offset >= m_size) return m_size;
+    // After the last data the system reports that there is none; any other error means
+    // that it knows no holes.
+    const off_t data = lseek(m_descriptor, static_cast<off_t>(offset), SEEK_DATA);
+    if (data < 0) return errno == ENXIO ? m_size : offset;
+    return std::min(static_cast<u64>(data), m_size);
 }
 
 } // namespace hv

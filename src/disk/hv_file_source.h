@@ -23,6 +23,7 @@ public:
     u64 size() const override { return m_size; }
     u64 stored_size() const override;
     std::size_t read(u64 offset, std::span<u8> out) const override;
+    u64 next_data(u64 offset) const override;
     u64 unreadable() const override { return m_bad.bytes(); }
 
 private:

@@ -75,4 +75,13 @@ byte_source::place patched_source::locate(u64 offset) const
     return found;
 }
 
+u64 patched_source::next_data(u64 offset) const
+{
+    u64 next = m_base->next_data(offset);
+    for (const patch &candidate : m_patches)
+        if (candidate.offset + candidate.length > offset)
+            next = std::min(next, std::max(candidate.offset, offset));
+    return next;
+}
+
 } // namespace hv

@@ -25,6 +25,7 @@ public:
     u64 stored_size() const override { return m_base->stored_size(); }
     std::size_t read(u64 offset, std::span<u8> out) const override;
     place locate(u64 offset) const override;
+    u64 next_data(u64 offset) const override;
     u64 unreadable() const override { return m_base->unreadable(); }
 
 private:

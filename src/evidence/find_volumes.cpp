@@ -217,13 +217,9 @@ void volume_finder::search_every_sector(byte_range stretch)
     u64 at = saturating_sum(stretch.offset, sector - 1) / sector * sector;
     std::vector<u8> chunk(mebibyte);
     while (at < end && m_boot_sectors_seen < max_boot_sectors) {
-        const byte_source::place place = m_medium.locate(at);
-        const u64 length = std::max(place.length / sector * sector, sector);
-        if (!place.is_stored) {
-            at = saturating_sum(at, length);
-            continue;
-        }
-        const std::size_t wanted = std::min({length, end - at, mebibyte});
+        at = std::max(at, m_medium.next_data(at) / sector * sector);
+        if (at >= end) return;
+        const std::size_t wanted = std::min(end - at, mebibyte);
         const std::size_t count = m_medium.read(at, std::span(chunk).first(wanted));
         if (count == 0) return;
         at = search_chunk(at, byte_view{chunk}.clip(0, count));

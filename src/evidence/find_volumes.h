@@ -22,7 +22,7 @@ struct found_volume {
     mft_state mft = mft_state::missing;
     /// With `mft_state::rebuilt`: how many records the stand-in for entry 0 leads to.
     u64 rebuilt_records = 0;
-    /// What has to be replaced on the medium to open the volume.
+    /// What has to be replaced on the medium to open the volume; see `patch_source`.
     std::vector<source_patch> patches;
     /// In words: what of the volume is missing; empty for nothing.
     std::string trouble;

@@ -41,6 +41,22 @@ TEST(FileSource, ReadsWhatTheFileHas)
     EXPECT_EQ(source.unreadable(), 2u) << "each byte counts once";
 }
 
+TEST(FileSource, PassesOverHoles)
+{
+    const temp_dir dir;
+    const std::string path = dir.write_file("image", "");
+    std::filesystem::resize_file(path, 1 << 20);
+    const file_source hole(path);
+    EXPECT_EQ(hole.next_data(0), hole.size());
+    EXPECT_EQ(hole.next_data(~u64{0}), hole.size());
+
+    patched_source patched(std::make_shared<file_source>(path));
+    ASSERT_TRUE(patched.replace(5000, {1, 2, 3}));
+    for (const auto &[offset, next] :
+         {std::pair{0u, 5000u}, {5002u, 5002u}, {5003u, 1u << 20}})
+        EXPECT_EQ(patched.next_data(offset), next) << offset;
+}
+
 TEST(FileSource, SaysWhyItCannotBeOpened)
 {
     const temp_dir dir;

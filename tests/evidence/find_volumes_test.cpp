@@ -1,0 +1,325 @@
+#include "evidence/describe_medium.h"
+
+#include "disk/hv_file_source.h"
+#include "ntfs/ntfs.h"
+#include "samples/ntfs_volume_builder.h"
+#include "support/fixtures.h"
+#include "support/memory_source.h"
+
+#include <gtest/gtest.h>
+
+namespace hv {
+namespace {
+
+using namespace test_support;
+
+constexpr u64 sector = 512;
+
+// A volume of clusters of 512 bytes; its last sector is the copy of the boot sector.
+// Both state how many sectors are before the volume.
+ntfs_volume make_volume(u64 hidden_sectors = 0)
+{
+    ntfs_volume volume =
+        ntfs_volume_builder().cluster_size(512).records(40).build_volume();
+    for (const u64 boot : {u64{0}, volume.image.size() - sector})
+        put_number(volume.image, boot + 28, hidden_sectors, 4);
+    return volume;
+}
+
+// A disk of zeros on which things are put; positions are sectors.
+struct test_disk {
+    byte_vector bytes = byte_vector(8000 * sector);
+
+    test_disk &volume(u64 at, u64 hidden_sectors)
+    {
+        return put_bytes(bytes, at * sector, make_volume(hidden_sectors).image), *this;
+    }
+    test_disk &volume(u64 at) { return volume(at, at); }
+    test_disk &text(u64 at, std::size_t offset, std::string_view value)
+    {
+        return put_text(bytes, at * sector + offset, value), *this;
+    }
+    test_disk &wipe(u64 at, u64 sectors = 1)
+    {
+        return put_bytes(bytes, at * sector, byte_vector(sectors * sector)), *this;
+    }
+    // The record `number` of the table in sector `at`.
+    test_disk &record(u64 at, u64 number, u64 type, u64 first, u64 count)
+    {
+        put_number(bytes, at * sector + 510, 0xAA55, 2);
+        put_layout(bytes, {{4, 1, type}, {8, 4, first}, {12, 4, count}},
+                   at * sector + 446 + 16 * number);
+        return *this;
+    }
+    // A GPT in `unit` bytes, of partitions by their first and last sector.
+    test_disk &gpt(u64 unit, u64 header, u64 array,
+                   const std::vector<std::pair<u64, u64>> &partitions, u64 size = 128)
+    {
+        put_text(bytes, header * unit, "EFI PART");
+        put_layout(bytes,
+                   {{24, 8, header}, {72, 8, array}, {80, 4, 128}, {84, 4, size}},
+                   header * unit);
+        for (std::size_t i = 0; i < partitions.size(); ++i)
+            put_layout(bytes,
+                       {{0, 8, 0xEBD0A0A2},
+                        {32, 8, partitions[i].first},
+                        {40, 8, partitions[i].second}},
+                       array * unit + 128 * i);
+        return *this;
+    }
+};
+
+// "2048 MBR, 4000 boot sector": the first sectors of volumes, and what is odd.
+std::string told(const medium_layout &layout)
+{
+    std::string all;
+    for (const found_volume &volume : layout.volumes) {
+        if (!all.empty()) all += ", ";
+        all += std::to_string(volume.offset / sector) + ' ' + found_by_text(volume.how);
+        if (volume.boot_from_copy) all += " (copied boot)";
+        if (volume.mft == mft_state::from_mirror) all += " (mirrored)";
+        if (volume.mft == mft_state::rebuilt) all += " (rebuilt)";
+        if (volume.mft == mft_state::missing) all += " (no $MFT)";
+    }
+    return all;
+}
+
+std::string told(const test_disk &disk, volume_search search)
+{
+    return told(find_volumes(memory_source(disk.bytes), search));
+}
+
+TEST(FindVolumes, ReadsTables)
+{
+    using disk = test_disk;
+    const disk two = disk().volume(2048).volume(2700);
+    const std::vector<std::pair<u64, u64>> listed = {{2048, 2582}, {2700, 3234}};
+    const struct {
+        const char *name;
+        disk medium;
+        const char *volumes;
+    } cases[] = {
+        {"hidden types, and a type that is no NTFS's",
+         disk(two)
+             .volume(63)
+             .record(0, 0, 0x17, 2048, 535)
+             .record(0, 1, 0x27, 63, 535)
+             .record(0, 2, 0xAB, 2700, 535),
+         "63 MBR, 2048 MBR, 2700 MBR"},
+        {"an NTFS volume after an extended partition, whose chain leads in a circle",
+         disk(two)
+             .volume(4063)
+             .volume(4763)
+             .record(0, 0, 5, 4000, 2000)
+             .record(0, 1, 7, 2048, 535)
+             .record(4000, 0, 7, 63, 535)
+             .record(4000, 1, 5, 700, 1000)
+             .record(4700, 0, 7, 63, 535)
+             .record(4700, 1, 5, 0, 1000),
+         "2048 MBR, 4063 MBR, 4763 MBR"},
+        {"numbers that no disk has",
+         disk(two)
+             .record(0, 0, 7, 0xFFFFFFFF, 9)
+             .record(0, 1, 7, 2048, 0xFFFFFFFF)
+             .record(0, 2, 15, 0xFFFFFFFF, 1)
+             .record(0, 3, 7, 2100, 535)
+             .gpt(512, 1, 0xFFFFFFFFFFFFFF, {}),
+         "2048 MBR"},
+        {"a GPT", disk(two).record(0, 0, 0xEE, 1, 7999).gpt(512, 1, 2, listed),
+         "2048 GPT, 2700 GPT"},
+        {"a GPT without an MBR", disk(two).gpt(512, 1, 2, listed),
+         "2048 GPT, 2700 GPT"},
+        {"the copy of a GPT", disk(two).gpt(512, 7999, 7967, listed),
+         "2048 copy of the GPT, 2700 copy of the GPT"},
+        {"a GPT whose entries are too small to be any",
+         disk(two).gpt(512, 1, 2, listed, 64), "2048 boot sector"},
+        {"a GPT in sectors of 4096",
+         disk(two).volume(3304).gpt(4096, 1, 2, {{256, 322}, {413, 479}}),
+         "2048 GPT, 3304 GPT"},
+        {"an MBR in sectors of 4096", disk(two).record(0, 0, 7, 256, 67), "2048 MBR"},
+    };
+    for (const auto &[name, medium, volumes] : cases)
+        EXPECT_EQ(told(medium, volume_search::usual_places), volumes) << name;
+}
+
+TEST(FindVolumes, DoesWithoutTables)
+{
+    using disk = test_disk;
+    const disk lost = disk().volume(63).volume(2048).volume(3001);
+    const struct {
+        const char *name;
+        disk medium;
+        volume_search search;
+        const char *volumes;
+    } cases[] = {
+        {"usual places", lost, volume_search::usual_places,
+         "63 boot sector, 2048 boot sector"},
+        {"any place", lost, volume_search::lost_tables,
+         "63 boot sector, 2048 boot sector, 3001 boot sector"},
+        {"a table that says what is there", disk(lost).record(0, 0, 7, 2048, 535),
+         volume_search::lost_tables, "63 boot sector, 2048 MBR"},
+        {"beside that table", disk(lost).record(0, 0, 7, 2048, 535),
+         volume_search::every_sector, "63 boot sector, 2048 MBR, 3001 boot sector"},
+        {"a partition without its boot sector",
+         disk(lost).wipe(3001).record(0, 0, 7, 3001, 535), volume_search::usual_places,
+         "63 boot sector, 2048 boot sector, 3001 MBR (copied boot)"},
+        {"a partition that is larger than its volume",
+         disk(lost).wipe(3001).record(0, 0, 7, 3001, 1200), volume_search::lost_tables,
+         "63 boot sector, 2048 boot sector, "
+         "3001 copy of the boot sector (copied boot)"},
+        {"no boot sector and no table", disk(lost).wipe(3001).wipe(63),
+         volume_search::lost_tables,
+         "63 copy of the boot sector (copied boot), 2048 boot sector, "
+         "3001 copy of the boot sector (copied boot)"},
+        {"a boot sector in another file system's file",
+         disk(lost).record(0, 0, 7, 2900, 900).text(2900, 3, "EXFAT   "),
+         volume_search::every_sector, "63 boot sector, 2048 boot sector"},
+        {"boot sectors without a volume",
+         disk(lost).wipe(64, 533).wipe(2049, 533).wipe(3002, 533),
+         volume_search::lost_tables, ""},
+        {"a boot sector at the start, without a volume", disk().volume(0).wipe(1, 533),
+         volume_search::lost_tables, "0 boot sector (no $MFT)"},
+    };
+    for (const auto &[name, medium, search, volumes] : cases)
+        EXPECT_EQ(told(medium, search), volumes) << name;
+}
+
+// A volume of which only the copy of the boot sector is left has a virtual disk in one
+// of its files, with a volume of its own.
+TEST(FindVolumes, LeavesOutVolumesInFiles)
+{
+    byte_vector outer = ntfs_volume_builder()
+                            .cluster_size(512)
+                            .file({.entry = 30,
+                                   .name = "disk.vhd",
+                                   .data = test_disk().volume(128).bytes,
+                                   .stored = {.non_resident = true}})
+                            .build();
+    put_bytes(outer, 0, byte_vector(sector));
+    test_disk disk;
+    put_bytes(disk.bytes, 1001 * sector, outer);
+    EXPECT_EQ(told(disk, volume_search::lost_tables),
+              "1001 copy of the boot sector (copied boot)");
+}
+
+TEST(FindVolumes, TellsRegions)
+{
+    const memory_source medium(test_disk().volume(63).volume(3001).bytes);
+    const medium_layout layout = find_volumes(medium, volume_search::lost_tables);
+    const std::vector<byte_range> gaps = {{0, 63 * sector},
+                                          {598 * sector, 2403 * sector},
+                                          {3536 * sector, 4464 * sector}};
+    EXPECT_EQ(layout.gaps, gaps);
+}
+
+// The engine opens what was found, and knows where all records of the $MFT are.
+TEST(FindVolumes, PatchesWhatIsGone)
+{
+    const u64 mft = 16, mirror = make_volume().stream_runs(1).front().lcn;
+    const struct {
+        const char *name;
+        std::vector<std::pair<u64, u64>> wiped; // sectors
+        const char *volumes;
+    } cases[] = {
+        {"the boot sector", {{0, 1}}, "copy of the boot sector (copied boot)"},
+        {"entry 0", {{mft, 2}}, "boot sector (mirrored)"},
+        {"entry 2", {{mft + 4, 2}}, "boot sector (mirrored)"},
+        {"the boot sector and the first records",
+         {{0, 1}, {mft, 32}},
+         "copy of the boot sector (copied boot) (mirrored)"},
+        {"the first records and their copies",
+         {{mft, 32}, {mirror, 8}},
+         "boot sector (rebuilt)"},
+        {"the boot sector, the first records and their copies",
+         {{0, 1}, {mft, 32}, {mirror, 8}},
+         "copy of the boot sector (copied boot) (rebuilt)"},
+    };
+    constexpr u64 first = 3001, entry = 20;
+    const ntfs_volume original = make_volume(first);
+    for (const auto &[name, wiped, volumes] : cases) {
+        test_disk disk;
+        disk.volume(first);
+        for (const auto &[at, sectors] : wiped) disk.wipe(first + at, sectors);
+        const auto medium = std::make_shared<memory_source>(disk.bytes);
+        const medium_layout layout = find_volumes(*medium, volume_search::lost_tables);
+        ASSERT_EQ(told(layout), "3001 " + std::string(volumes)) << name;
+
+        const temp_dir dir;
+        const byte_vector image =
+            read_all(*patch_source(medium, layout.volumes[0].patches));
+        const auto volume =
+            open_volume(dir.write_file("image", text(image)), first * sector);
+        ASSERT_NE(volume, nullptr) << name;
+        ASSERT_TRUE(volume->validate_volume()) << name;
+        EXPECT_EQ(volume->get_mft_entry_count(), 40u) << name;
+        EXPECT_EQ(volume->get_entry_position(entry), original.record_position(entry))
+            << name;
+    }
+}
+
+TEST(DescribeMedium, SaysWhatIsThere)
+{
+    test_disk disk;
+    disk.volume(2048).record(0, 0, 7, 2048, 535).record(0, 1, 7, 3000, 100);
+    disk.record(0, 2, 7, 4000, 100).record(0, 3, 0x42, 5000, 100);
+    disk.text(3000, 3, "-FVE-FS-").text(4000, 3, "NTFS    ");
+    const medium_description found = describe_medium(memory_source(disk.bytes));
+    EXPECT_EQ(found.table, "MBR");
+    EXPECT_EQ(found.volumes.size(), 1u);
+    EXPECT_EQ(found.refusal, "");
+    std::string others;
+    for (const other_content &other : found.others) others += other.text + '\n';
+    EXPECT_EQ(others,
+              "BitLocker volume at offset 1536000; unlock it with its password or "
+              "recovery key, and name the unlocked volume\n"
+              "NTFS with a damaged boot sector at offset 2048000\n"
+              "dynamic disk at offset 2560000; assemble it with the tools of its "
+              "system, and name the volumes\n");
+
+    EXPECT_EQ(describe_medium(memory_source(test_disk().volume(2048).bytes)).table,
+              "lost table");
+    EXPECT_EQ(describe_medium(memory_source(make_volume().image)).table, "no table");
+}
+
+TEST(DescribeMedium, KnowsContainers)
+{
+    test_disk footer;
+    footer.volume(2048).record(0, 0, 7, 2048, 535);
+    footer.text(7999, 0, "conectix").text(7999, 63, "\x03");
+    const memory_source grows(footer.bytes);
+    const memory_source fixed(footer.text(7999, 63, "\x02").bytes);
+    EXPECT_EQ(describe_medium(grows).container, container_kind::vhd);
+    EXPECT_EQ(describe_medium(fixed).volumes.size(), 1u) << "a raw image with a footer";
+
+    for (const auto &[file, kind] :
+         {std::pair{"containers/test.ntfs.dd.E01", container_kind::ewf},
+          {"containers/image.qcow2", container_kind::qcow},
+          {"containers/streamOptimized.vmdk", container_kind::vmdk},
+          {"containers/test.vhdx.zip", container_kind::vhdx},
+          {"mft/DFR-16.MFT", container_kind::mft},
+          {"ntfs/charlie.dd.bz2", container_kind::none}})
+        EXPECT_EQ(describe_medium(file_source(fixture_or_skip(file))).container, kind)
+            << file;
+}
+
+TEST(DescribeMedium, ReadsRealMedia)
+{
+    const struct {
+        const char *file;
+        const char *volumes;
+        const char *others;
+    } cases[] = {
+        {"partitions/tsk_volume_system.raw.gz", "", "zeros at offset 512"},
+        {"ntfs/ntfs-lastaccess.raw.gz", "128 MBR", ""},
+    };
+    for (const auto &[file, volumes, others] : cases) {
+        const file_source medium(fixture_or_skip(file));
+        EXPECT_EQ(told(find_volumes(medium, volume_search::lost_tables)), volumes)
+            << file;
+        const auto found = describe_medium(medium).others;
+        EXPECT_EQ(found.empty() ? "" : found.front().text, others) << file;
+    }
+}
+
+} // namespace
+} // namespace hv
