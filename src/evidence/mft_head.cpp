@@ -38,9 +38,13 @@ public:
                    ? at
                    : ~u64{0};
     }
+    // Empty if the medium ends in the record.
     record_bytes read(u64 lcn, u64 number) const
     {
-        return read_bytes(m_medium, position(lcn, number), m_geometry.record_size);
+        record_bytes record =
+            read_bytes(m_medium, position(lcn, number), m_geometry.record_size);
+        if (record.size() < m_geometry.record_size) record.clear();
+        return record;
     }
 
 private:
@@ -94,6 +98,7 @@ std::vector<source_patch> mirror_patches(const record_reader &records,
     std::vector<source_patch> patches;
     for (u64 number = entry_is_whole ? 1 : 0; number < mirrored; ++number) {
         const record_bytes own = records.read(geometry.mft_lcn, number);
+        if (own.empty()) break;
         if (number != 0 && is_record(byte_view{own}, number)) continue;
         if (!is_record(byte_view{records.read(geometry.mirror_lcn, number)}, number))
             continue;
@@ -114,7 +119,7 @@ u64 count_records(const record_reader &records, const ntfs_geometry &geometry,
     u64 count = 0;
     for (u64 i = 0; i < limit && i - count < max_lost_records; ++i) {
         const record_bytes record = records.read(geometry.mft_lcn, i);
-        if (record.size() < geometry.record_size) break;
+        if (record.empty()) break;
         if (is_record(byte_view{record}, i)) count = i + 1;
     }
     return count;
@@ -190,8 +195,10 @@ mft_head find_mft_head(const byte_source &medium, u64 volume_offset,
 {
     const record_reader records(medium, volume_offset, geometry);
     mft_head head;
-    const bool is_whole =
-        is_entry_of_mft(records.read(geometry.mft_lcn, 0), geometry.mft_lcn);
+    const record_bytes entry = records.read(geometry.mft_lcn, 0);
+    // On a medium that is cut off before its $MFT, $MFTMirr leads nowhere.
+    if (entry.empty()) return head;
+    const bool is_whole = is_entry_of_mft(entry, geometry.mft_lcn);
     if (is_whole ||
         is_entry_of_mft(records.read(geometry.mirror_lcn, 0), geometry.mft_lcn)) {
         head.patches = mirror_patches(records, geometry, is_whole);

@@ -19,11 +19,6 @@ struct mft_head {
     /// With `rebuilt`: how many records lie in one stretch from the first cluster of
     /// the $MFT on, with those that are gone.
     u64 records = 0;
-
-    bool is_proved() const
-    {
-        return state == mft_state::whole || state == mft_state::from_mirror;
-    }
 };
 
 /// How many records are looked at where entry 0 and its copy are gone.
