@@ -10,6 +10,8 @@ namespace hv {
 namespace {
 
 constexpr u64 min_mirrored = 4;
+// Volumes of large clusters keep more copies, but only the first records matter.
+constexpr u64 max_mirrored = 64;
 // How many records may be gone at the start of an $MFT, and between two of its records.
 constexpr u64 max_lost_records = 256;
 constexpr u32 fixup_step_bytes = 512;
@@ -93,8 +95,8 @@ std::vector<source_patch> mirror_patches(const record_reader &records,
                                          const ntfs_geometry &geometry,
                                          bool entry_is_whole)
 {
-    const u64 mirrored =
-        std::max<u64>(min_mirrored, geometry.cluster_size / geometry.record_size);
+    const u64 mirrored = std::clamp<u64>(geometry.cluster_size / geometry.record_size,
+                                         min_mirrored, max_mirrored);
     std::vector<source_patch> patches;
     for (u64 number = entry_is_whole ? 1 : 0; number < mirrored; ++number) {
         const record_bytes own = records.read(geometry.mft_lcn, number);

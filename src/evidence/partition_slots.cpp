@@ -2,7 +2,6 @@
 
 #include "base/hv_checked_math.h"
 #include "base/hv_text_convert.h"
-#include "evidence/ntfs_geometry.h"
 #include "evidence/source_bytes.h"
 #include "evidence/volume_content.h"
 #include "partitions/hv_partition_buffer.h"
@@ -18,8 +17,8 @@ namespace {
 
 constexpr std::array<u32, 2> sector_sizes = {512, 4096};
 // More tables in a chain, or entries in a table, than any disk has.
-constexpr std::size_t max_chained_tables = 1024;
-constexpr u32 max_gpt_entries = 16384;
+constexpr std::size_t max_chained_tables = 256;
+constexpr u32 max_gpt_entries = 1024;
 constexpr u32 max_gpt_entry_size = 4096;
 
 using slot_list = std::vector<partition_slot>;
@@ -88,7 +87,11 @@ void slot_collector::read_mbr()
     for (unsigned i = 0; i < mbr::record_count; ++i) {
         const table_record record = read_table_record(byte_view{sector}, i);
         if (record.type == 0 || record.type == partition_type::gpt) continue;
-        if (is_extended_type(record.type))
+        // A volume in place of a table: only the type of the record is wrong.
+        const bool is_chain =
+            is_extended_type(record.type) &&
+            !begins_with_ntfs(byte_view{read_sector(record.first_sector)});
+        if (is_chain)
             read_chain(record.first_sector);
         else
             add(record.first_sector, record.sectors,

@@ -70,7 +70,7 @@ struct test_disk {
 };
 
 // "2048 MBR, 4000 boot sector": the first sectors of volumes, and what is odd.
-std::string told(const medium_layout &layout)
+std::string summary(const medium_layout &layout)
 {
     std::string all;
     for (const found_volume &volume : layout.volumes) {
@@ -84,9 +84,9 @@ std::string told(const medium_layout &layout)
     return all;
 }
 
-std::string told(const test_disk &disk, volume_search search)
+std::string summary(const test_disk &disk, volume_search search)
 {
-    return told(find_volumes(memory_source(disk.bytes), search));
+    return summary(find_volumes(memory_source(disk.bytes), search));
 }
 
 TEST(FindVolumes, ReadsTables)
@@ -117,6 +117,8 @@ TEST(FindVolumes, ReadsTables)
              .record(4700, 0, 7, 63, 535)
              .record(4700, 1, 5, 0, 1000),
          "2048 MBR, 4063 MBR, 4763 MBR"},
+        {"a volume whose type is that of a chain", disk(two).record(0, 0, 5, 2700, 535),
+         "2048 boot sector, 2700 MBR"},
         {"numbers that no disk has",
          disk(two)
              .record(0, 0, 7, 0xFFFFFFFF, 9)
@@ -139,7 +141,7 @@ TEST(FindVolumes, ReadsTables)
         {"an MBR in sectors of 4096", disk(two).record(0, 0, 7, 256, 67), "2048 MBR"},
     };
     for (const auto &[name, medium, volumes] : cases)
-        EXPECT_EQ(told(medium, volume_search::usual_places), volumes) << name;
+        EXPECT_EQ(summary(medium, volume_search::usual_places), volumes) << name;
 }
 
 TEST(FindVolumes, DoesWithoutTables)
@@ -181,7 +183,7 @@ TEST(FindVolumes, DoesWithoutTables)
          volume_search::lost_tables, "0 boot sector (no $MFT)"},
     };
     for (const auto &[name, medium, search, volumes] : cases)
-        EXPECT_EQ(told(medium, search), volumes) << name;
+        EXPECT_EQ(summary(medium, search), volumes) << name;
 }
 
 // A volume of which only the copy of the boot sector is left has a virtual disk in one
@@ -198,7 +200,7 @@ TEST(FindVolumes, LeavesOutVolumesInFiles)
     put_bytes(outer, 0, byte_vector(sector));
     test_disk disk;
     put_bytes(disk.bytes, 1001 * sector, outer);
-    EXPECT_EQ(told(disk, volume_search::lost_tables),
+    EXPECT_EQ(summary(disk, volume_search::lost_tables),
               "1001 copy of the boot sector (copied boot)");
 }
 
@@ -242,7 +244,7 @@ TEST(FindVolumes, PatchesWhatIsGone)
         for (const auto &[at, sectors] : wiped) disk.wipe(first + at, sectors);
         const auto medium = std::make_shared<memory_source>(disk.bytes);
         const medium_layout layout = find_volumes(*medium, volume_search::lost_tables);
-        ASSERT_EQ(told(layout), "3001 " + std::string(volumes)) << name;
+        ASSERT_EQ(summary(layout), "3001 " + std::string(volumes)) << name;
 
         const temp_dir dir;
         const byte_vector image =
@@ -314,7 +316,7 @@ TEST(DescribeMedium, ReadsRealMedia)
     };
     for (const auto &[file, volumes, others] : cases) {
         const file_source medium(fixture_or_skip(file));
-        EXPECT_EQ(told(find_volumes(medium, volume_search::lost_tables)), volumes)
+        EXPECT_EQ(summary(find_volumes(medium, volume_search::lost_tables)), volumes)
             << file;
         const auto found = describe_medium(medium).others;
         EXPECT_EQ(found.empty() ? "" : found.front().text, others) << file;
