@@ -14,9 +14,9 @@ using namespace std::string_view_literals;
 
 // Bytes that tell a content or a container.
 template <class Kind> struct signature {
-    u64 offset;
+    u64 offset = 0;
     std::string_view text;
-    Kind kind;
+    Kind kind{};
 };
 
 template <class Kind, std::size_t count>

@@ -89,16 +89,19 @@ std::string summary(const test_disk &disk, volume_search search)
     return summary(find_volumes(memory_source(disk.bytes), search));
 }
 
+struct search_case {
+    const char *name = "";
+    test_disk medium;
+    volume_search search = volume_search::usual_places;
+    const char *volumes = "";
+};
+
 TEST(FindVolumes, ReadsTables)
 {
     using disk = test_disk;
     const disk two = disk().volume(2048).volume(2700);
     const std::vector<std::pair<u64, u64>> listed = {{2048, 2582}, {2700, 3234}};
-    const struct {
-        const char *name;
-        disk medium;
-        const char *volumes;
-    } cases[] = {
+    const std::tuple<const char *, disk, const char *> cases[] = {
         {"hidden types, and a type that is no NTFS's",
          disk(two)
              .volume(63)
@@ -148,12 +151,7 @@ TEST(FindVolumes, DoesWithoutTables)
 {
     using disk = test_disk;
     const disk lost = disk().volume(63).volume(2048).volume(3001);
-    const struct {
-        const char *name;
-        disk medium;
-        volume_search search;
-        const char *volumes;
-    } cases[] = {
+    const search_case cases[] = {
         {"usual places", lost, volume_search::usual_places,
          "63 boot sector, 2048 boot sector"},
         {"any place", lost, volume_search::lost_tables,
