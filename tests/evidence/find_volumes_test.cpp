@@ -17,10 +17,13 @@ constexpr u64 sector = 512;
 
 // A volume of clusters of 512 bytes; its last sector is the copy of the boot sector.
 // Both state how many sectors are before the volume.
-ntfs_volume make_volume(u64 hidden_sectors = 0)
+ntfs_volume make_volume(u64 hidden_sectors = 0, u32 update_array = 48)
 {
-    ntfs_volume volume =
-        ntfs_volume_builder().cluster_size(512).records(40).build_volume();
+    ntfs_volume volume = ntfs_volume_builder()
+                             .cluster_size(512)
+                             .records(40)
+                             .update_array(update_array)
+                             .build_volume();
     for (const u64 boot : {u64{0}, volume.image.size() - sector})
         put_number(volume.image, boot + 28, hidden_sectors, 4);
     return volume;
@@ -38,6 +41,10 @@ struct test_disk {
     test_disk &text(u64 at, std::size_t offset, std::string_view value)
     {
         return put_text(bytes, at * sector + offset, value), *this;
+    }
+    test_disk &copy(u64 from, u64 to)
+    {
+        return put_bytes(bytes, to * sector, cut(bytes, from * sector, sector)), *this;
     }
     test_disk &wipe(u64 at, u64 sectors = 1)
     {
@@ -171,6 +178,11 @@ TEST(FindVolumes, DoesWithoutTables)
          volume_search::lost_tables,
          "63 copy of the boot sector (copied boot), 2048 boot sector, "
          "3001 copy of the boot sector (copied boot)"},
+        {"the copy that old systems keep in the middle",
+         disk(lost).copy(3001, 3001 + 267).wipe(3001).wipe(3535),
+         volume_search::lost_tables,
+         "63 boot sector, 2048 boot sector, "
+         "3001 copy of the boot sector (copied boot)"},
         {"a boot sector in another file system's file",
          disk(lost).record(0, 0, 7, 2900, 900).text(2900, 3, "EXFAT   "),
          volume_search::every_sector, "63 boot sector, 2048 boot sector"},
@@ -185,21 +197,30 @@ TEST(FindVolumes, DoesWithoutTables)
 }
 
 // A volume of which only the copy of the boot sector is left has a virtual disk in one
-// of its files, with a volume of its own.
+// of its files, with a volume of its own. If that states its place on the medium, it is
+// in no file: one of the two was made over the other.
 TEST(FindVolumes, LeavesOutVolumesInFiles)
 {
-    byte_vector outer = ntfs_volume_builder()
+    constexpr u64 first = 1001, entry = 30;
+    ntfs_volume outer = ntfs_volume_builder()
                             .cluster_size(512)
-                            .file({.entry = 30,
+                            .file({.entry = entry,
                                    .name = "disk.vhd",
                                    .data = test_disk().volume(128).bytes,
                                    .stored = {.non_resident = true}})
-                            .build();
-    put_bytes(outer, 0, byte_vector(sector));
+                            .build_volume();
+    const u64 inner = outer.stream_runs(entry).front().lcn + 128;
     test_disk disk;
-    put_bytes(disk.bytes, 1001 * sector, outer);
+    put_number(outer.image, outer.image.size() - sector + 28, first, 4);
+    put_bytes(disk.bytes, first * sector, outer.image);
+    // The copy isn't at the end of the disk, so the other boot sector is met first.
+    disk.wipe(first).wipe(disk.bytes.size() / sector, 3000);
+    const std::string found = "1001 copy of the boot sector (copied boot)";
+    EXPECT_EQ(summary(disk, volume_search::lost_tables), found);
+
+    put_number(disk.bytes, (first + inner) * sector + 28, first + inner, 4);
     EXPECT_EQ(summary(disk, volume_search::lost_tables),
-              "1001 copy of the boot sector (copied boot)");
+              found + ", " + std::to_string(first + inner) + " boot sector");
 }
 
 TEST(FindVolumes, TellsRegions)
@@ -235,25 +256,23 @@ TEST(FindVolumes, PatchesWhatIsGone)
          "copy of the boot sector (copied boot) (rebuilt)"},
     };
     constexpr u64 first = 3001, entry = 20;
-    const ntfs_volume original = make_volume(first);
-    for (const auto &[name, wiped, volumes] : cases) {
-        test_disk disk;
-        disk.volume(first);
-        for (const auto &[at, sectors] : wiped) disk.wipe(first + at, sectors);
-        const auto medium = std::make_shared<memory_source>(disk.bytes);
-        const medium_layout layout = find_volumes(*medium, volume_search::lost_tables);
-        ASSERT_EQ(summary(layout), "3001 " + std::string(volumes)) << name;
+    for (const u32 update_array : {48, 42}) {
+        const ntfs_volume original = make_volume(first, update_array);
+        for (const auto &[name, wiped, volumes] : cases) {
+            test_disk disk;
+            put_bytes(disk.bytes, first * sector, original.image);
+            for (const auto &[at, sectors] : wiped) disk.wipe(first + at, sectors);
+            const auto medium = std::make_shared<memory_source>(disk.bytes);
+            const auto layout = find_volumes(*medium, volume_search::lost_tables);
+            ASSERT_EQ(summary(layout), "3001 " + std::string(volumes)) << name;
 
-        const temp_dir dir;
-        const byte_vector image =
-            read_all(*patch_source(medium, layout.volumes[0].patches));
-        const auto volume =
-            open_volume(dir.write_file("image", text(image)), first * sector);
-        ASSERT_NE(volume, nullptr) << name;
-        ASSERT_TRUE(volume->validate_volume()) << name;
-        EXPECT_EQ(volume->get_mft_entry_count(), 40u) << name;
-        EXPECT_EQ(volume->get_entry_position(entry), original.record_position(entry))
-            << name;
+            CNtfs volume(patch_source(medium, layout.volumes[0].patches),
+                         first * sector, parse_rules::complete());
+            ASSERT_TRUE(volume.validate_volume()) << name;
+            EXPECT_EQ(volume.get_mft_entry_count(), 40u) << name;
+            EXPECT_EQ(volume.get_entry_position(entry), original.record_position(entry))
+                << name;
+        }
     }
 }
 
