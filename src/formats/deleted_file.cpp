@@ -166,11 +166,13 @@ bool is_spelled_out(std::u16string_view ansi_path)
 
 // The path of a record of 800 bytes. Where the one in UTF-16 is cut off, the 8-bit path
 // may still have all of it.
-void choose_path(deleted_file &out, read_text wide, bool wide_is_there, read_text ansi)
+void choose_path(deleted_file &out, read_text wide, bool wide_is_there, read_text ansi,
+                 const parse_rules &rules)
 {
     const bool whole = wide.has_end || wide_is_there;
-    if (whole && !wide.text.empty()) {
+    if (!wide.text.empty() && (whole || !rules.torn_metadata)) {
         out.path = std::move(wide.text);
+        out.path_is_whole = whole;
         return;
     }
     const bool same_start = ansi.text.starts_with(wide.text);
@@ -194,7 +196,7 @@ void read_record_path(deleted_file &out, byte_view record, const parse_rules &ru
         wide = {};
         wide_is_there = false;
     }
-    choose_path(out, std::move(wide), wide_is_there, std::move(ansi));
+    choose_path(out, std::move(wide), wide_is_there, std::move(ansi), rules);
 }
 
 deleted_file read_record_fields(byte_view record, metadata_format format)
