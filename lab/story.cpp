@@ -646,6 +646,7 @@ void story::journal(const journal_line &line)
 
 void story::format(const volume_form &form)
 {
+    later();
     for (const auto &[number, open] : m_open)
         if (deletion(number).volume == m_volume)
             deletion(number).fate = "formatted over";

@@ -107,9 +107,12 @@ void volume_view::for_each_record(
             batch.resize(count);
             const std::size_t got =
                 m_source->read(m_offset + run.lcn * cluster_size() + at, batch);
-            if (got < size) break;
+            if (got == 0) break;
             const u64 first = (run.vcn * cluster_size() + at) / size;
-            for (u64 i = 0; (i + 1) * size <= got; ++i)
+            // The medium may end in a record: zeros stand for its rest.
+            std::fill(batch.begin() + static_cast<std::ptrdiff_t>(got), batch.end(),
+                      u8{0});
+            for (u64 i = 0; i * size < got; ++i)
                 visit(first + i, byte_view(batch.data() + i * size, size));
             at += count;
         }
@@ -123,8 +126,7 @@ bool volume_view::raw_record(std::vector<u8> &out, u64 entry) const
     out.resize(record_size());
     // A record may be divided between two runs.
     const u64 cluster = cluster_size();
-    if (cluster >= out.size())
-        return m_source->read(m_offset + position, out) == out.size();
+    if (cluster >= out.size()) return m_source->read(m_offset + position, out) != 0;
     for (u64 done = 0; done < out.size(); done += cluster) {
         std::size_t index = 0;
         u64 lcn = 0;

@@ -674,6 +674,8 @@ void volume_walk::take_carved_index(byte_view block, u64 position,
         seen.times = times_of(block, at + content);
         const belonging where = belonging_of(*seen.parent, seen.times.record_changed);
         const bin_name_kind kind = kind_of_name(seen.name);
+        if (is_user_folder(seen.name))
+            m_evidence.add_user(*seen.entry, seen.name, seen.times.created);
         if (kind == bin_name_kind::other || kind == bin_name_kind::list ||
             (!where.is_in_bin && (where.is_known || !is_made_by_windows(seen.name))))
             continue;
