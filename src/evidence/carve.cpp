@@ -99,7 +99,7 @@ carved_block restored(std::vector<u8> &copy, byte_view bytes, u64 position,
 // journal. It is asked of all bytes of a medium, so it has no branches.
 bool may_hold_journal(const u8 *bytes)
 {
-    std::array<u32, words_of_sector> words;
+    std::array<u32, words_of_sector> words{};
     std::memcpy(words.data(), bytes, sector);
     constexpr bool is_little = std::endian::native == std::endian::little;
     constexpr u32 version_2 = is_little ? 2 : 0x0200'0000;
