@@ -45,12 +45,12 @@ private:
 void carve_keeper::found_record(const carved_block &record)
 {
     const record_bytes bytes = record_of(record);
-    slack_of_record slack(*this, record.position);
-    search_record_slack(record.bytes, slack);
     if (m_walk != nullptr) {
         m_walk->take_carved_record(bytes, record.position, m_source);
         return;
     }
+    slack_of_record slack(*this, record.position);
+    search_record_slack(record.bytes, slack);
     const volume_walk::standalone_record alone = {bytes, record.position, m_source};
     volume_walk::take_record_of_no_volume(m_evidence, alone);
 }

@@ -62,17 +62,31 @@ bool is_interesting(bin_name_kind kind)
     return kind != bin_name_kind::other;
 }
 
-// Reports metadata in the slack of one record.
-class slack_keeper : public carve_sink {
+// What the slack of one record holds.
+class slack_content : public carve_sink {
 public:
-    explicit slack_keeper(std::function<void(u64, const deleted_file &)> keep)
-        : m_keep(std::move(keep))
+    void found_metadata(u64 at, const deleted_file &file) override
     {
+        metadata.emplace_back(at, file);
     }
-    void found_metadata(u64 at, const deleted_file &file) override { m_keep(at, file); }
+    void found_name(u64 at, const slack_name &name) override
+    {
+        names.emplace_back(at, name);
+    }
 
-private:
-    std::function<void(u64, const deleted_file &)> m_keep;
+    // The name of an older file's record comes before its content.
+    const std::pair<u64, slack_name> *name_before(u64 place) const
+    {
+        const std::pair<u64, slack_name> *last = nullptr;
+        for (const auto &name : names)
+            if (name.first < place && (last == nullptr || name.first > last->first) &&
+                kind_of_name(name.second.name) == bin_name_kind::metadata)
+                last = &name;
+        return last;
+    }
+
+    std::vector<std::pair<u64, deleted_file>> metadata;
+    std::vector<std::pair<u64, slack_name>> names;
 };
 
 } // namespace
@@ -92,6 +106,7 @@ void volume_walk::collect()
 {
     scan_records();
     find_folders();
+    take_slack_names();
     look_at_items();
     read_indexes();
     read_journal();
@@ -114,7 +129,11 @@ void volume_walk::scan_record(u64 entry, byte_view raw)
     record_bytes record;
     if (!read_record(record, raw, rules)) return;
     const file_facts facts = read_facts(record, entry);
-    search_record_slack(entry, record);
+    search_record_slack(
+        record,
+        {evidence_source::record_slack, {m_view.number()}, [&](u64 at, u64 length) {
+             return m_view.places_in_record(entry, at, length);
+         }});
     const u64 owner = facts.base ? facts.base->entry : entry;
     if (owner >= m_rows.size()) return;
     row &of = m_rows[owner];
@@ -168,19 +187,51 @@ void volume_walk::note_name(u64 entry, const file_facts &facts,
         m_journal = entry;
 }
 
-void volume_walk::search_record_slack(u64 entry, const record_bytes &record)
+void volume_walk::search_record_slack(const record_bytes &record,
+                                      const seen_through &by)
 {
-    slack_keeper keeper([&](u64 at, const deleted_file &file) {
+    slack_content slack;
+    hv::search_record_slack(record.view(), slack);
+    for (const auto &[at, file] : slack.metadata) {
         sighting seen;
         seen.kind = sighting_kind::metadata;
-        seen.source = evidence_source::record_slack;
-        seen.views = {m_view.number()};
-        seen.ranges = m_view.places_in_record(entry, at, file.length);
+        seen.source = by.source;
+        seen.views = by.views;
+        seen.ranges = by.places(at, file.length);
         seen.is_torn = at + file.length > record.sound;
         seen.metadata = file;
+        if (const auto *name = slack.name_before(at)) {
+            seen.name = name->second.name;
+            seen.parent = name->second.parent;
+            seen.times = name->second.times;
+        }
         m_evidence.add(std::move(seen));
-    });
-    hv::search_record_slack(record.view(), keeper);
+    }
+    for (const auto &[at, name] : slack.names) {
+        sighting seen;
+        seen.kind = sighting_kind::index_name;
+        seen.source = by.source;
+        seen.views = by.views;
+        seen.name = name.name;
+        seen.parent = name.parent;
+        seen.times = name.times;
+        seen.ranges = by.places(at, name.length);
+        if (is_made_by_windows(name.name)) m_slack_names.push_back(std::move(seen));
+    }
+}
+
+// Names in slack, once the folders are known.
+void volume_walk::take_slack_names()
+{
+    for (sighting &seen : m_slack_names) {
+        if (!seen.parent) continue;
+        const belonging where = belonging_of(*seen.parent, seen.times.record_changed);
+        if (!where.is_in_bin && where.is_known) continue;
+        seen.user = where.user;
+        seen.is_in_bin = where.is_in_bin;
+        m_evidence.add(std::move(seen));
+    }
+    m_slack_names.clear();
 }
 
 // ---- Folders
@@ -722,6 +773,11 @@ void volume_walk::take_carved_record(const record_bytes &record, u64 position,
                                      evidence_source source)
 {
     const file_facts facts = read_facts(record, std::nullopt);
+    search_record_slack(record,
+                        {evidence_source::record_slack, {}, [&](u64 at, u64 length) {
+                             return std::vector<byte_range>{{position + at, length}};
+                         }});
+    take_slack_names();
     const file_name_fact *name = facts.name();
     if (facts.is_directory && facts.knows_entry && name != nullptr &&
         is_user_folder(name->name))

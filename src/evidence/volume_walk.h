@@ -82,7 +82,14 @@ private:
     void scan_records();
     void scan_record(u64 entry, byte_view raw);
     void note_name(u64 entry, const file_facts &facts, const file_name_fact &name);
-    void search_record_slack(u64 entry, const record_bytes &record);
+    // How bytes are reached, and where they are.
+    struct seen_through {
+        evidence_source source;
+        std::set<u32> views;
+        std::function<std::vector<byte_range>(u64 at, u64 length)> places;
+    };
+    void search_record_slack(const record_bytes &record, const seen_through &by);
+    void take_slack_names();
     void find_folders();
     void look_at_items();
     void look_at(const file_facts &facts, const record_bytes *record, u64 position,
@@ -121,6 +128,7 @@ private:
     std::set<u64> m_svi; ///< folders named "System Volume Information"
     std::vector<flat_run> m_store_runs;
     std::vector<byte_range> m_file_slack;
+    std::vector<sighting> m_slack_names;
 };
 
 } // namespace hv
