@@ -172,12 +172,11 @@ byte_vector record_slack(told_case &told, u64 size, u64 seed)
     story volume(told, roomy(size, {.record_size = 4096}), seed);
     const u64 user = volume.user(ann);
     send_many(volume, {user}, size, [&](u64 number) {
-        sent_item item = {.path = u"C:\\" + std::u16string(number + 1, u'n') +
-                                  std::u16string(600, u'x'),
-                          .size = 10};
-        const std::string ending = number % 2 == 0 ? "" : '.' + std::string(60, 'e');
-        item.id = volume.new_id(u"") + ending;
-        return item;
+        const std::u16string ending =
+            number % 2 == 0 ? u"" : u'.' + std::u16string(60, u'e');
+        return sent_item{.path = u"C:\\" + std::u16string(number + 1, u'n') +
+                                 std::u16string(600, u'x') + ending,
+                         .size = 10};
     });
     volume.settle();
     volume.empty_bin(user);

@@ -96,7 +96,7 @@ std::vector<carve_stretch> stretches_to_carve(const volume_view &view,
             stretches.push_back({position, cluster, evidence_source::free_cluster});
     }
     for (const flat_run &run : walk.store_runs())
-        if (run.delta != 0 || run.lcn != 0)
+        if (!is_hole(run))
             stretches.push_back({base + run.lcn * cluster, run.clusters * cluster,
                                  evidence_source::shadow_store});
     for (const byte_range &slack : walk.file_slack())

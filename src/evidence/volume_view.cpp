@@ -16,11 +16,6 @@ constexpr std::size_t max_extensions = 4096;
 
 const parse_rules rules = parse_rules::complete();
 
-bool is_sparse(const flat_run &run)
-{
-    return run.delta == 0 && run.lcn == 0;
-}
-
 } // namespace
 
 void append_range(std::vector<byte_range> &ranges, const byte_range &range)
@@ -223,7 +218,7 @@ std::vector<byte_range> volume_view::places(const std::vector<flat_run> &runs,
     std::vector<byte_range> ranges;
     for (const flat_run &run : runs) {
         const u64 bytes = std::min(limit, u64{run.clusters} * cluster_size());
-        if (!is_sparse(run))
+        if (!is_hole(run))
             for (const byte_range &range : places_at(run.lcn * cluster_size(), bytes))
                 append_range(ranges, range);
         limit -= bytes;
@@ -240,7 +235,7 @@ void volume_view::read_runs(file_content &out, const std::vector<flat_run> &runs
         const u64 bytes =
             std::min({limit - out.bytes.size(), u64{run.clusters} * cluster_size(),
                       m_source->size()});
-        if (is_sparse(run))
+        if (is_hole(run))
             out.bytes.resize(out.bytes.size() + bytes);
         else
             for (const u8 byte : read_at(run.lcn * cluster_size(), bytes))
@@ -262,7 +257,7 @@ void volume_view::expand(file_content &out, const stream_pieces &pieces,
         for (u64 i = 0; i < run.clusters && clusters.size() * cluster_size() <
                                                 limit + unit * cluster_size();
              ++i)
-            clusters.push_back(is_sparse(run) ? sparse_lcn : run.lcn + i);
+            clusters.push_back(is_hole(run) ? sparse_lcn : run.lcn + i);
     for (u64 first = 0; first < clusters.size() && out.bytes.size() < limit;
          first += unit) {
         std::vector<u8> packed;

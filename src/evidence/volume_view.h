@@ -87,6 +87,12 @@ private:
     std::vector<u8> m_bitmap;
 };
 
+/// Whether a run stands for clusters that aren't stored.
+inline bool is_hole(const flat_run &run)
+{
+    return run.delta == 0;
+}
+
 /// Appends a range, and joins it with the last one if it follows that.
 void append_range(std::vector<byte_range> &ranges, const byte_range &range);
 

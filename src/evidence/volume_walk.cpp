@@ -30,6 +30,13 @@ entry_id entry_of(u64 reference)
     return {reference_entry(reference), reference_sequence(reference)};
 }
 
+// An index entry's reference may have been written over by the end of its index.
+bool is_believable(u64 reference)
+{
+    constexpr u64 max_entry = u64{1} << 32U;
+    return reference_sequence(reference) != 0 && reference_entry(reference) < max_entry;
+}
+
 // The part of ranges that follow each other in a file.
 std::vector<byte_range> part_of(const std::vector<byte_range> &ranges, u64 offset,
                                 u64 length)
@@ -161,7 +168,7 @@ void volume_walk::note_slack(const file_facts &facts)
         u64 begin = 0;
         for (const flat_run &run : stream.runs) {
             const u64 bytes = run.clusters * cluster;
-            const bool is_stored = run.delta != 0 || run.lcn != 0;
+            const bool is_stored = !is_hole(run);
             if (is_stored && begin + bytes > used) {
                 const u64 skip = used > begin ? used - begin : 0;
                 m_file_slack.push_back({run.lcn * cluster + skip, bytes - skip});
@@ -250,6 +257,10 @@ bool volume_walk::matches(const entry_id &id) const
 void volume_walk::find_folders()
 {
     for (const auto &[entry, name] : m_bin_names) m_evidence.add_bin(id_of(entry));
+    // The record of a folder may be damaged, and its name in an index not.
+    read_index({root_entry_number, root_entry_number}, {});
+    const std::set<entry_id> bins = m_evidence.bins();
+    for (const entry_id &bin : bins) read_index(bin, {});
     for (u64 entry = 0; entry < m_rows.size(); ++entry) {
         const row &of = m_rows[entry];
         if (!of.exists || !of.is_directory || !m_evidence.is_bin(entry_of(of.parent)))
@@ -278,14 +289,11 @@ volume_walk::belonging volume_walk::belonging_of(const entry_id &parent,
 
 void volume_walk::look_at_items()
 {
-    // The children of deleted folders, for their members.
+    // The children of folders, for the members of deleted ones, which may be gone.
     for (u64 entry = 0; entry < m_rows.size(); ++entry) {
         const row &of = m_rows[entry];
-        if (!of.exists || of.parent == 0) continue;
-        const u64 parent = reference_entry(of.parent);
-        if (parent != root_entry_number && matches(entry_of(of.parent)) &&
-            m_rows[parent].is_directory)
-            m_children[parent].push_back(entry);
+        if (of.exists && of.parent != 0 && reference_entry(of.parent) > extend_entry)
+            m_children[of.parent].push_back(entry);
     }
     for (const u64 entry : m_items) {
         file_facts facts;
@@ -431,7 +439,7 @@ void volume_walk::judge_content(sighting &item, const stream_fact &data) const
     }
     u64 all = 0, taken = 0;
     for (const flat_run &run : data.runs) {
-        if (run.delta == 0 && run.lcn == 0) continue;
+        if (is_hole(run)) continue;
         for (u64 i = 0; i < run.clusters && run.lcn + i < m_view.cluster_count(); ++i) {
             ++all;
             taken += m_view.is_in_use(run.lcn + i) ? 1 : 0;
@@ -453,24 +461,24 @@ void volume_walk::take_data_item(const looked_at &file)
         judge_content(seen, *data);
     }
     if (seen.is_directory && file.position == ~u64{0})
-        seen.members = members_of(file.facts.id.entry);
+        seen.members = members_of(*seen.entry);
     m_evidence.add(std::move(seen));
 }
 
 // The files below a folder, by paths relative to it.
-std::vector<std::u16string> volume_walk::members_of(u64 folder) const
+std::vector<std::u16string> volume_walk::members_of(const entry_id &folder) const
 {
     struct pending {
-        u64 entry;
+        u64 reference;
         std::u16string path;
         int depth;
     };
     std::vector<std::u16string> members;
-    std::vector<pending> open = {{folder, {}, 0}};
+    std::vector<pending> open = {{reference_of(folder), {}, 0}};
     while (!open.empty() && members.size() < max_members) {
         const pending next = std::move(open.back());
         open.pop_back();
-        const auto children = m_children.find(next.entry);
+        const auto children = m_children.find(next.reference);
         if (children == m_children.end() || next.depth > max_depth) continue;
         for (const u64 child : children->second) {
             file_facts facts;
@@ -480,7 +488,8 @@ std::vector<std::u16string> volume_walk::members_of(u64 folder) const
             if (name == nullptr) continue;
             const std::u16string path = next.path + name->name;
             if (facts.is_directory)
-                open.push_back({child, path + u'\\', next.depth + 1});
+                open.push_back(
+                    {reference_of(id_of(child)), path + u'\\', next.depth + 1});
             else
                 members.push_back(path);
         }
@@ -497,6 +506,16 @@ void volume_walk::read_indexes()
     for (const auto &[folder, user] : users) read_index(folder, user.name);
     const std::set<entry_id> bins = m_evidence.bins();
     for (const entry_id &bin : bins) read_index(bin, {});
+}
+
+// A name in the index of the root or of a bin may be that of a folder.
+void volume_walk::note_folder(const sighting &seen, const entry_id &parent)
+{
+    if (!seen.entry) return;
+    if (parent.entry == root_entry_number && is_bin_folder(seen.name))
+        m_evidence.add_bin(*seen.entry);
+    if (m_evidence.is_bin(parent) && is_user_folder(seen.name))
+        m_evidence.add_user(*seen.entry, seen.name, seen.times.created);
 }
 
 void volume_walk::read_index(const entry_id &folder, const std::u16string &user)
@@ -546,8 +565,22 @@ void volume_walk::search_names(
         if (units < 3 || !block.sub(at + file_name::name, 2 * units, text)) continue;
         sighting seen;
         seen.name = units_of(text);
-        if (!is_interesting(kind_of_name(seen.name)) ||
-            kind_of_name(seen.name) == bin_name_kind::list)
+        const u64 length = file_name::name + text.size();
+        const u64 entry = at >= before ? block.read_padded<u64>(at - before) : 0;
+        const u16 stated = at >= before
+                               ? block.read_padded<u16>(
+                                     at - before + index_entry_layout::content_length)
+                               : 0;
+        if (stated == length && is_believable(entry)) seen.entry = entry_of(entry);
+        seen.times = times_of(block, at);
+        note_folder(seen, folder);
+        const bin_name_kind kind = kind_of_name(seen.name);
+        if (!is_interesting(kind) || kind == bin_name_kind::list ||
+            !(m_evidence.is_bin(folder) || m_evidence.users().contains(folder)))
+            continue;
+        // The record of a file that has this name still speaks for itself.
+        if (seen.entry && m_items.contains(seen.entry->entry) && matches(*seen.entry) &&
+            m_rows[seen.entry->entry].in_use)
             continue;
         seen.kind = sighting_kind::index_name;
         seen.source = at < used ? own_source() : evidence_source::index_slack;
@@ -555,19 +588,7 @@ void volume_walk::search_names(
         seen.parent = folder;
         seen.user = user;
         seen.is_in_bin = true;
-        const u64 length = file_name::name + text.size();
         seen.ranges = places(at, length);
-        const u64 entry = at >= before ? block.read_padded<u64>(at - before) : 0;
-        const u16 stated = at >= before
-                               ? block.read_padded<u16>(
-                                     at - before + index_entry_layout::content_length)
-                               : 0;
-        if (stated == length && entry != 0) seen.entry = entry_of(entry);
-        // The record of a file that has this name still speaks for itself.
-        if (seen.entry && m_items.contains(seen.entry->entry) && matches(*seen.entry) &&
-            m_rows[seen.entry->entry].in_use)
-            continue;
-        seen.times = times_of(block, at);
         m_evidence.add(std::move(seen));
     }
 }
@@ -585,7 +606,7 @@ void volume_walk::read_journal()
             continue;
         u64 read = 0;
         for (const flat_run &run : stream.runs) {
-            if ((run.delta == 0 && run.lcn == 0) || read > max_journal) continue;
+            if (is_hole(run) || read > max_journal) continue;
             const u64 begin = run.lcn * m_view.cluster_size();
             const u64 length = u64{run.clusters} * m_view.cluster_size();
             read += length;
@@ -662,7 +683,10 @@ void volume_walk::find_restored()
             (kind != bin_name_kind::data && kind != bin_name_kind::listed_data))
             continue;
         const auto path = path_outside(*seen.entry);
-        if (!path) continue;
+        if (!path) {
+            add_lost_folder(restored, seen);
+            continue;
+        }
         sighting found;
         found.kind = sighting_kind::restored_item;
         found.source = own_source();
@@ -680,6 +704,22 @@ void volume_walk::find_restored()
         restored.push_back(std::move(found));
     }
     for (sighting &found : restored) m_evidence.add(std::move(found));
+}
+
+// A folder whose record is another file's now, but not those of the files in it.
+void volume_walk::add_lost_folder(std::vector<sighting> &out,
+                                  const sighting &name) const
+{
+    if (name.kind != sighting_kind::index_name || matches(*name.entry)) return;
+    std::vector<std::u16string> members = members_of(*name.entry);
+    if (members.empty()) return;
+    sighting found = name;
+    found.kind = sighting_kind::data_item;
+    found.is_directory = true;
+    found.members = std::move(members);
+    found.content = data_state::none;
+    found.data_size = 0;
+    out.push_back(std::move(found));
 }
 
 // The stores of shadow copies are named by two GUIDs.
@@ -720,12 +760,13 @@ void volume_walk::take_carved_index(byte_view block, u64 position,
         seen.kind = sighting_kind::index_name;
         seen.source = source;
         seen.name = units_of(text);
-        seen.entry = entry_of(block.read_padded<u64>(at));
+        if (is_believable(block.read_padded<u64>(at)))
+            seen.entry = entry_of(block.read_padded<u64>(at));
         seen.parent = entry_of(block.read_padded<u64>(at + content));
         seen.times = times_of(block, at + content);
         const belonging where = belonging_of(*seen.parent, seen.times.record_changed);
         const bin_name_kind kind = kind_of_name(seen.name);
-        if (is_user_folder(seen.name))
+        if (is_user_folder(seen.name) && seen.entry)
             m_evidence.add_user(*seen.entry, seen.name, seen.times.created);
         if (kind == bin_name_kind::other || kind == bin_name_kind::list ||
             (!where.is_in_bin && (where.is_known || !is_made_by_windows(seen.name))))

@@ -101,7 +101,9 @@ private:
     std::vector<byte_range> name_ranges(const looked_at &file) const;
     void clip_to_sound(deleted_file &metadata, const looked_at &file) const;
     void judge_content(sighting &item, const stream_fact &data) const;
-    std::vector<std::u16string> members_of(u64 folder) const;
+    std::vector<std::u16string> members_of(const entry_id &folder) const;
+    void add_lost_folder(std::vector<sighting> &out, const sighting &name) const;
+    void note_folder(const sighting &seen, const entry_id &parent);
     void read_indexes();
     void read_index(const entry_id &folder, const std::u16string &user);
     void search_names(byte_view block, const entry_id &folder,
@@ -123,7 +125,7 @@ private:
     std::vector<row> m_rows;
     std::set<u64> m_items;                      ///< entries with a name of a bin's item
     std::map<u64, std::u16string> m_bin_names;  ///< entries that are named like a bin
-    std::map<u64, std::vector<u64>> m_children; ///< of folders that were deleted
+    std::map<u64, std::vector<u64>> m_children; ///< by the reference of their folder
     std::optional<u64> m_journal;
     std::set<u64> m_svi; ///< folders named "System Volume Information"
     std::vector<flat_run> m_store_runs;

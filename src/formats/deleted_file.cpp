@@ -236,12 +236,25 @@ bool is_sure(const deleted_file &file)
     return is_believable_path(file.path) && agrees_with_drive(file);
 }
 
+// Whether two forms of a path have the same ASCII letters in the same places, as far as
+// the shorter one goes. A code page of two bytes a letter moves them: then only the
+// drive counts.
+bool agrees_in_ascii(std::u16string_view wide, std::u16string_view ansi)
+{
+    const bool is_plain = std::ranges::all_of(
+        ansi, [](char16_t unit) { return unit < 0x80 && unit != u'?'; });
+    const std::size_t count = is_plain ? std::min(wide.size(), ansi.size())
+                                       : std::min<std::size_t>(3, wide.size());
+    return wide.substr(0, count) == ansi.substr(0, count);
+}
+
 // What is left of a record's UTF-16 path is surely one: it begins like the path of this
 // drive and, if all of its field is there, ends in it.
 bool has_sure_wide_path(byte_view record, deleted_file file)
 {
     const byte_view field = record.clip(list_record::wide_path, path_field_bytes);
     read_text wide = read_wide(field);
+    if (!agrees_in_ascii(wide.text, read_ansi(record, file.drive).text)) return false;
     file.path = std::move(wide.text);
     return is_sure(file) && (wide.has_end || field.size() < path_field_bytes);
 }
