@@ -100,4 +100,33 @@ inline byte_vector info2_file(const std::vector<info2_item> &items)
     return file;
 }
 
+/// A record of the change journal, version 2 or 3.
+struct journal_line {
+    u64 version = 2;
+    u64 usn = 0; ///< its place in the journal
+    std::u16string name = u"$RAB12CD.txt";
+    u64 time = sample_filetime;
+    u64 reason = 0x1000;
+    u64 reference = 64 | u64{3} << 48;
+    u64 parent = 5 | u64{5} << 48;
+};
+
+inline byte_vector journal_line_bytes(const journal_line &line)
+{
+    const std::size_t wide = line.version == 3 ? 16 : 8, after = 8 + 2 * wide;
+    byte_vector record((after + 36 + 2 * line.name.size() + 7) / 8 * 8);
+    put_layout(record, {{0, 4, record.size()},
+                        {4, 2, line.version},
+                        {8, 8, line.reference},
+                        {8 + wide, 8, line.parent},
+                        {after, 8, line.usn},
+                        {after + 8, 8, line.time},
+                        {after + 16, 4, line.reason},
+                        {after + 28, 4, 0x20},
+                        {after + 32, 2, 2 * line.name.size()},
+                        {after + 34, 2, after + 36}});
+    put_utf16(record, after + 36, line.name);
+    return record;
+}
+
 } // namespace test_support

@@ -183,8 +183,9 @@ void carver::search(const stretch &in, u64 end)
         search_sectors(in, begin, piece_end);
         search_lists(in, begin, piece_end);
         const u64 searched = in.position + piece_end;
-        std::erase_if(m_records,
-                      [searched](const auto &one) { return one.second <= searched; });
+        std::erase_if(m_records, [searched](const auto &record) {
+            return record.second <= searched;
+        });
     }
 }
 

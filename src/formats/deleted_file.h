@@ -13,7 +13,7 @@
 /// versions, and lists (`INFO2`, `INFO`) with records of 800 or 280 bytes.
 ///
 /// There are two questions. The `parse_` functions are for bytes that are metadata by
-/// their name and place: they read what the bytes say, as far as the rules let them.
+/// their name and place: they read all that the rules let in.
 /// The `recognize_` functions are for bytes that nothing names: every field has to be
 /// what Windows writes, so that a document about the format yields no row.
 namespace hv {
@@ -71,7 +71,7 @@ bool recognize_dollar_i(deleted_file &out, byte_view bytes);
 bool recognize_list_header(metadata_format &out, byte_view bytes);
 /// True if `bytes` surely begin with a record of a list, of which 280 bytes have to be
 /// there. `list` is the format of the list that it continues, if one is known; without
-/// it, the format is told from the bytes, and as `INFO2`.
+/// it, the bytes decide, and the list is taken for an `INFO2`.
 bool recognize_list_record(deleted_file &out, byte_view bytes,
                            std::optional<metadata_format> list);
 

@@ -93,7 +93,7 @@ byte_vector record_of(const record_layout &layout = {}, byte_vector attributes =
 }
 
 // Without an update sequence, as a search of the slack gets it.
-byte_vector index_block_of(byte_vector entries, byte_vector slack = {})
+byte_vector index_block_of(const byte_vector &entries, const byte_vector &slack = {})
 {
     byte_vector block(64);
     append(block, entries);
@@ -115,22 +115,6 @@ byte_vector with_text(byte_vector bytes, std::size_t at, const std::string &text
 {
     put_text(bytes, at, text);
     return bytes;
-}
-
-byte_vector journal_line(u64 usn, std::u16string name)
-{
-    byte_vector record((60 + 2 * name.size() + 7) / 8 * 8);
-    put_layout(record, {{0, 4, record.size()},
-                        {4, 2, 2},
-                        {8, 8, 64},
-                        {16, 8, 5},
-                        {24, 8, usn},
-                        {32, 8, sample_filetime},
-                        {40, 4, 0x1000},
-                        {56, 2, 2 * name.size()},
-                        {58, 2, 60}});
-    put_utf16(record, 60, name);
-    return record;
 }
 
 TEST(Carver, FindsBlocksOfAllSizes)
@@ -169,9 +153,9 @@ TEST(Carver, FindsTheSameInStretchesOfAnyLength)
         if (letter != 0)
             append(bytes, info2_record({.path = std::u16string(u"C:\\") + letter}));
     bytes.resize(8192);
-    append(bytes, journal_line(0, u"first"));
+    append(bytes, journal_line_bytes({.name = u"first"}));
     bytes.resize(8192 + 480);
-    append(bytes, journal_line(480, u"second"));
+    append(bytes, journal_line_bytes({.usn = 480, .name = u"second"}));
     bytes.resize(140 * 512);
     append(bytes, metadata(u"C:\\last"));
     bytes.resize(141 * 512);
@@ -238,7 +222,7 @@ TEST(Carver, FindsListsWithAndWithoutTheirHeads)
         EXPECT_EQ(carved(bytes), expected) << name;
 }
 
-byte_vector name_value(std::u16string name)
+byte_vector name_value(const std::u16string &name)
 {
     byte_vector value(66);
     put_layout(value, {{0, 8, 64 | u64{3} << 48U},
@@ -252,9 +236,9 @@ byte_vector name_value(std::u16string name)
     return value;
 }
 
-byte_vector entry_of(std::u16string name)
+byte_vector entry_of(const std::u16string &name)
 {
-    return encode_index_entry(70 | u64{2} << 48U, name_value(std::move(name)));
+    return encode_index_entry(70 | u64{2} << 48U, name_value(name));
 }
 
 // The slack of a block without live entries begins at 80, after the end marker.

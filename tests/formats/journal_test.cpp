@@ -11,39 +11,11 @@ namespace {
 
 using namespace test_support;
 
-struct line {
-    u64 version = 2;
-    u64 usn = 0;
-    std::u16string name = u"$RAB12CD.txt";
-    u64 time = sample_filetime;
-    u64 reason = 0x1000;
-    u64 reference = 0x0003'0000'0000'0040;
-    u64 parent = 0x0005'0000'0000'0005;
-};
-
-byte_vector record_of(const line &from)
-{
-    const std::size_t wide = from.version == 3 ? 16 : 8, after = 8 + 2 * wide;
-    const std::size_t used = after + 36 + 2 * from.name.size();
-    byte_vector record((used + 7) / 8 * 8);
-    put_layout(record, {{0, 4, record.size()},
-                        {4, 2, from.version},
-                        {8, 8, from.reference},
-                        {8 + wide, 8, from.parent},
-                        {after, 8, from.usn},
-                        {after + 8, 8, from.time},
-                        {after + 16, 4, from.reason},
-                        {after + 28, 4, 0x20},
-                        {after + 32, 2, 2 * from.name.size()},
-                        {after + 34, 2, after + 36}});
-    put_utf16(record, after + 36, from.name);
-    return record;
-}
-
 TEST(Journal, ReadsBothVersions)
 {
     for (const u64 version : {2u, 3u}) {
-        const byte_vector bytes = record_of({.version = version, .usn = 0x12345678});
+        const byte_vector bytes =
+            journal_line_bytes({.version = version, .usn = 0x12345678});
         journal_record read;
         ASSERT_TRUE(parse_journal_record(read, byte_view{bytes}));
         EXPECT_EQ(
@@ -58,19 +30,20 @@ TEST(Journal, ReadsBothVersions)
 TEST(Journal, IsSureOnlyWithEveryFieldRight)
 {
     const auto with = [](std::size_t at, u64 value, std::size_t width) {
-        byte_vector bytes = record_of({.usn = 4608});
+        byte_vector bytes = journal_line_bytes({.usn = 4608});
         put_number(bytes, at, value, width);
         return bytes;
     };
-    const byte_vector last = record_of({.usn = 4096 - 88});
+    const byte_vector last = journal_line_bytes({.usn = 4096 - 88});
     // Bytes, where they are on the medium, whether they are read where a record has to
     // be, and whether they are sure anywhere.
     const std::tuple<const char *, byte_vector, u64, bool, bool> cases[] = {
-        {"plain", record_of({.usn = 4608}), 1024, true, true},
-        {"version 3", record_of({.version = 3, .usn = 40}), 552, true, true},
-        {"another place in its sector", record_of({.usn = 4608}), 1032, true, false},
+        {"plain", journal_line_bytes({.usn = 4608}), 1024, true, true},
+        {"version 3", journal_line_bytes({.version = 3, .usn = 40}), 552, true, true},
+        {"another place in its sector", journal_line_bytes({.usn = 4608}), 1032, true,
+         false},
         {"the last of a page", last, 4008, true, true},
-        {"across a page", record_of({.usn = 4096 - 80}), 4016, true, false},
+        {"across a page", journal_line_bytes({.usn = 4096 - 80}), 4016, true, false},
         {"a byte short", cut(last, 0, last.size() - 1), 4008, false, false},
         {"minor version", with(6, 1, 2), 0, true, false},
         {"a length of no multiple", with(0, 84, 4), 0, false, false},
@@ -80,11 +53,11 @@ TEST(Journal, IsSureOnlyWithEveryFieldRight)
         {"name in the head", with(58, 56, 2), 0, false, false},
         {"odd bytes of name", with(56, 23, 2), 0, false, false},
         {"no name", with(56, 0, 2), 0, false, false},
-        {"no name of a file", record_of({.name = u"a\\b"}), 0, true, false},
-        {"no file", record_of({.reference = 0}), 0, true, false},
-        {"no folder", record_of({.parent = 0}), 0, true, false},
-        {"no reason", record_of({.reason = 0}), 0, true, false},
-        {"no time", record_of({.time = 0}), 0, true, false},
+        {"no name of a file", journal_line_bytes({.name = u"a\\b"}), 0, true, false},
+        {"no file", journal_line_bytes({.reference = 0}), 0, true, false},
+        {"no folder", journal_line_bytes({.parent = 0}), 0, true, false},
+        {"no reason", journal_line_bytes({.reason = 0}), 0, true, false},
+        {"no time", journal_line_bytes({.time = 0}), 0, true, false},
         {"version 4", with(4, 4, 2), 0, false, false},
         {"empty", {}, 0, false, false},
     };
@@ -100,14 +73,15 @@ TEST(Journal, WalksAPageWithDamage)
 {
     byte_vector extents(64);
     put_layout(extents, {{0, 4, 64}, {4, 2, 4}});
-    byte_vector page = record_of({.name = u"first"});
+    byte_vector page = journal_line_bytes({.name = u"first"});
     append(page, extents);
-    append(page, record_of({.version = 3, .usn = page.size(), .name = u"second"}));
+    append(page,
+           journal_line_bytes({.version = 3, .usn = page.size(), .name = u"second"}));
     page.resize(page.size() + 24); // zeros
     append(page, byte_vector(40, 0xAA));
-    append(page, record_of({.usn = page.size(), .name = u"third"}));
+    append(page, journal_line_bytes({.usn = page.size(), .name = u"third"}));
     append(page, byte_vector(16, 0xAA));
-    append(page, record_of({.usn = 8, .name = u"elsewhere"}));
+    append(page, journal_line_bytes({.usn = 8, .name = u"elsewhere"}));
     page.resize(4096);
     std::u16string names;
     for_each_journal_record(byte_view{page}, [&](u64 at, const journal_record &record) {
