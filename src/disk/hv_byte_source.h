@@ -40,7 +40,8 @@ public:
     /// The next offset, at or after this one, where bytes may be other than zero: a
     /// hole of a sparse image is passed over. `size` if there is none.
     virtual u64 next_data(u64 offset) const { return offset; }
-    /// How many different bytes of the medium couldn't be read so far.
+    /// How many different bytes of the medium couldn't be read so far. A source over
+    /// another one may leave the count to that.
     virtual u64 unreadable() const { return 0; }
 };
 

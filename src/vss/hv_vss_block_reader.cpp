@@ -1,6 +1,7 @@
 #include "vss/hv_vss_block_reader.h"
 
 #include "base/hv_string.h"
+#include "ntfs/ntfs.h"
 
 #include <algorithm>
 #include <bit>
@@ -26,6 +27,16 @@ void copy_sectors(u8 *to, const u8 *from, u32 sectors)
     }
 }
 
+// The sectors of a descriptor, and where its store has them.
+vss_piece kept_piece(const vss_block_descriptor &descriptor, u32 sectors)
+{
+    if (descriptor.has(vss_descriptor::forwarder))
+        return {sectors, descriptor.relative_offset, vss_origin::moved};
+    return {sectors, descriptor.store_offset,
+            descriptor.has(vss_descriptor::overlay) ? vss_origin::overlay
+                                                    : vss_origin::plain};
+}
+
 // The first references, those of one store.
 vss_descriptor_span leading_store(vss_descriptor_span refs)
 {
@@ -36,6 +47,13 @@ vss_descriptor_span leading_store(vss_descriptor_span refs)
 }
 
 } // namespace
+
+vss_overlays vss_block_reader::overlays_by_rules() const
+{
+    const bool own_only =
+        m_source.volume != nullptr && m_source.volume->rules().own_overlays_only;
+    return own_only ? vss_overlays::own_store : vss_overlays::all_stores;
+}
 
 void vss_block_reader::reset(const CNtfs *volume)
 {
@@ -144,24 +162,26 @@ bool vss_block_reader::read_at(u8 *buffer, u32 &length, u64 offset,
     return m_source.read(buffer, length, offset);
 }
 
+// The whole block that a piece of a store is in. A truncated block can't be told from
+// one that ends in zeros, so it doesn't count.
+bool vss_block_reader::read_kept(u8 *buffer, const vss_piece &piece)
+{
+    const std::string_view label = piece.origin == vss_origin::moved     ? "/forwarder"
+                                   : piece.origin == vss_origin::overlay ? "/overlay"
+                                                                         : "/vss";
+    u32 length = block_size;
+    return read_at(buffer, length, piece.offset, label) && length == block_size;
+}
+
 bool vss_block_reader::read_block(std::vector<u8> &buffer, u32 &out_length,
                                   u32 &out_position,
                                   const vss_block_descriptor &descriptor)
 {
     if (buffer.size() < block_size) buffer.resize(block_size);
-    const bool forwards = descriptor.has(vss_descriptor::forwarder);
-    const bool overlays = descriptor.has(vss_descriptor::overlay);
-    const u64 offset = forwards ? descriptor.relative_offset : descriptor.store_offset;
     out_position = 0;
     out_length = block_size;
-    // A truncated block can't be told from one that ends in zeros, so it doesn't count.
-    if (!read_at(buffer.data(), out_length, offset,
-                 forwards   ? "/forwarder"
-                 : overlays ? "/overlay"
-                            : "/vss") ||
-        out_length != block_size)
-        return false;
-    if (!overlays) return true;
+    if (!read_kept(buffer.data(), kept_piece(descriptor, all_sectors))) return false;
+    if (!descriptor.has(vss_descriptor::overlay)) return true;
     const u32 sectors = descriptor.sectors;
     for (std::size_t i = 0; i < 32; ++i)
         if ((sectors >> i & 1) == 0)
@@ -188,44 +208,29 @@ bool vss_block_reader::is_ruled_out(vss_descriptor_span descriptors,
     });
 }
 
-// Reads the wanted sectors of one descriptor.
-bool vss_block_reader::apply_descriptor(std::vector<u8> &buffer,
-                                        vss_read_request &request,
-                                        const vss_block_descriptor &descriptor)
-{
-    const u32 sectors = descriptor.held_sectors() & request.wanted;
-    if (sectors == 0) return true;
-    u32 length = 0;
-    u32 position = 0;
-    std::vector<u8> &target = sectors == all_sectors ? buffer : m_scratch;
-    if (!read_block(target, length, position, descriptor)) return false;
-    if (sectors != all_sectors) copy_sectors(buffer.data(), target.data(), sectors);
-    request.wanted &= ~sectors;
-    return true;
-}
-
-// Reads the wanted sectors that one store has. Overlays win over blocks that were kept
+// Plans the wanted sectors that one store has. Overlays win over blocks that were kept
 // whole: real lists have them before and after these. Of two overlays with the same
 // sector the first one has the older bytes. Of two whole blocks the last one holds.
-bool vss_block_reader::apply_store(std::vector<u8> &buffer, vss_read_request &request,
-                                   vss_descriptor_span descriptors)
+void vss_block_reader::plan_store(std::vector<vss_piece> &pieces,
+                                  vss_read_request &request,
+                                  vss_descriptor_span descriptors, bool is_own) const
 {
-    for (const vss_descriptor_ref &ref : descriptors) {
-        const vss_block_descriptor &overlay = descriptor_of(ref);
-        if (overlay.kind() == vss_descriptor_kind::overlay &&
-            !apply_descriptor(buffer, request, overlay))
-            return false;
-    }
+    const auto take = [&](const vss_block_descriptor &descriptor) {
+        const u32 sectors = descriptor.held_sectors() & request.wanted;
+        if (sectors != 0) pieces.push_back(kept_piece(descriptor, sectors));
+        request.wanted &= ~sectors;
+    };
+    if (request.overlays == vss_overlays::all_stores || is_own)
+        for (const vss_descriptor_ref &ref : descriptors)
+            if (descriptor_of(ref).kind() == vss_descriptor_kind::overlay)
+                take(descriptor_of(ref));
     for (auto ref = descriptors.rbegin(); ref != descriptors.rend(); ++ref) {
-        const vss_block_descriptor &whole = descriptor_of(*ref);
-        const vss_descriptor_kind kind = whole.kind();
-        const bool is_read = kind == vss_descriptor_kind::plain ||
-                             kind == vss_descriptor_kind::other ||
-                             (kind == vss_descriptor_kind::flag_8 &&
-                              request.flag_8 == vss_flag_8::included);
-        if (is_read && !apply_descriptor(buffer, request, whole)) return false;
+        const vss_descriptor_kind kind = descriptor_of(*ref).kind();
+        if (kind == vss_descriptor_kind::plain || kind == vss_descriptor_kind::other ||
+            (kind == vss_descriptor_kind::flag_8 &&
+             request.flag_8 == vss_flag_8::included))
+            take(descriptor_of(*ref));
     }
-    return true;
 }
 
 // The last move of a block: its only forwarder in the index. Null if it wasn't moved.
@@ -238,31 +243,28 @@ vss_block_reader::find_forwarder(vss_descriptor_span descriptors) const
     return found == descriptors.end() ? nullptr : &descriptor_of(*found);
 }
 
-bool vss_block_reader::pull_block(std::vector<u8> &buffer, u32 &out_length,
+bool vss_block_reader::plan_block(std::vector<vss_piece> &out_pieces,
                                   vss_read_request request)
 {
+    out_pieces.clear();
     if (!holds_store(request.store_number) || request.candidates == nullptr)
         return false;
-    if (buffer.size() < block_size) buffer.resize(block_size);
-    if (request.first_level) std::memset(buffer.data(), 0, block_size);
-    out_length = block_size;
-    const u64 first_store = request.first_level ? request.store_number : 0;
+    const u64 own_store = request.store_number;
     m_block_refs.clear();
     std::ranges::copy_if(*request.candidates, std::back_inserter(m_block_refs),
                          [&](const vss_descriptor_ref &ref) {
-                             return ref.store >= request.store_number &&
+                             return ref.store >= own_store &&
                                     ref.offset == request.volume_offset;
                          });
     vss_descriptor_span rest = m_block_refs;
     // Each turn goes on to a later store.
-    while (request.wanted != 0) {
-        if (rest.empty()) return fill_rest(buffer, out_length, request);
+    while (request.wanted != 0 && !rest.empty()) {
         request.store_number = rest.front().store;
         const vss_descriptor_span of_store = leading_store(rest);
         rest = rest.subspan(of_store.size());
-        if (request.store_number == first_store && is_ruled_out(of_store, request))
-            continue;
-        if (!apply_store(buffer, request, of_store)) return false;
+        const bool is_own = request.store_number == own_store;
+        if (is_own && request.first_level && is_ruled_out(of_store, request)) continue;
+        plan_store(out_pieces, request, of_store, is_own);
         const vss_block_descriptor *const forwarder = find_forwarder(of_store);
         if (forwarder == nullptr || request.wanted == 0) continue;
         // Later stores know the block by its new place.
@@ -273,29 +275,62 @@ bool vss_block_reader::pull_block(std::vector<u8> &buffer, u32 &out_length,
                                        vss_search::later_stores_too);
         rest = m_block_refs;
     }
+    if (request.wanted != 0) out_pieces.push_back(rest_piece(request));
     return true;
 }
 
-// Zeros if the block was free, else what the volume has now.
-bool vss_block_reader::fill_rest(std::vector<u8> &buffer, u32 &out_length,
-                                 const vss_read_request &request)
+// The wanted sectors that no store has: zeros if the block was free, else what the
+// volume has now.
+vss_piece vss_block_reader::rest_piece(const vss_read_request &request)
 {
-    const u64 on_medium = m_source.bytes_after(request.volume_offset);
-    const bool is_whole = request.wanted == all_sectors;
-    if (on_medium == 0) return false;
+    return {request.wanted, request.volume_offset,
+            is_free(request.bitmap_store, request.volume_offset) ? vss_origin::free
+                                                                 : vss_origin::live};
+}
+
+bool vss_block_reader::pull_block(std::vector<u8> &buffer, u32 &out_length,
+                                  vss_read_request request)
+{
+    if (!plan_block(m_pieces, request)) return false;
+    if (buffer.size() < block_size) buffer.resize(block_size);
+    if (request.first_level) std::memset(buffer.data(), 0, block_size);
+    out_length = block_size;
+    for (const vss_piece &piece : m_pieces)
+        if (!read_piece(buffer, out_length, piece)) return false;
+    return true;
+}
+
+bool vss_block_reader::read_piece(std::vector<u8> &buffer, u32 &out_length,
+                                  const vss_piece &piece)
+{
+    const bool is_whole = piece.sectors == all_sectors;
     std::vector<u8> &target = is_whole ? buffer : m_scratch;
     if (target.size() < block_size) target.resize(block_size);
-    u32 length = static_cast<u32>(std::min<u64>(on_medium, block_size));
-    std::memset(target.data() + length, 0, block_size - length);
-    if (is_free(request.bitmap_store, request.volume_offset))
-        std::memset(target.data(), 0, length);
-    else if (!read_at(target.data(), length, request.volume_offset, ""))
+    u32 length = block_size;
+    const bool is_rest =
+        piece.origin == vss_origin::free || piece.origin == vss_origin::live;
+    if (is_rest ? !read_rest(target.data(), length, piece)
+                : !read_kept(target.data(), piece))
         return false;
     if (is_whole)
         out_length = length;
     else
-        copy_sectors(buffer.data(), m_scratch.data(), request.wanted);
+        copy_sectors(buffer.data(), target.data(), piece.sectors);
     return true;
+}
+
+// A block that no store has, up to the end of the medium.
+bool vss_block_reader::read_rest(u8 *buffer, u32 &out_length, const vss_piece &piece)
+{
+    const u64 on_medium = m_source.bytes_after(piece.offset);
+    if (on_medium == 0) return false;
+    out_length = static_cast<u32>(std::min<u64>(on_medium, block_size));
+    std::memset(buffer + out_length, 0, block_size - out_length);
+    if (piece.origin == vss_origin::free) {
+        std::memset(buffer, 0, out_length);
+        return true;
+    }
+    return read_at(buffer, out_length, piece.offset, "");
 }
 
 } // namespace hv

@@ -21,6 +21,11 @@ enum class vss_forwarders { listed, followed };
 /// unknown.
 enum class vss_flag_8 { left_out, included };
 
+/// Whose overlays are read. An overlay of a later store than the wanted snapshot's
+/// holds what Windows wrote to that later snapshot alone, as when NTFS replayed its log
+/// there. `parse_rules::own_overlays_only` decides for `vss_container`.
+enum class vss_overlays { all_stores, own_store };
+
 /// What `pull_block` is to put together.
 struct vss_read_request {
     u64 store_number = 0;                           ///< the first store to be asked
@@ -28,8 +33,25 @@ struct vss_read_request {
     const vss_descriptor_set *candidates = nullptr; ///< the block's, of all stores
     u32 wanted = vss_descriptor::all_sectors;       ///< one bit for each 512 bytes
     vss_flag_8 flag_8 = vss_flag_8::left_out;
+    vss_overlays overlays = vss_overlays::all_stores;
     bool first_level = true; ///< the bitmap of the first store can rule it out
     u64 bitmap_store = 0;    ///< its bitmaps say what was free; 0: nothing was
+};
+
+/// What kind of place the bytes of a sector are in.
+enum class vss_origin {
+    plain,   ///< a block that a store has kept whole
+    overlay, ///< sectors that a store has kept
+    moved,   ///< the destination of a forwarder that is an overlay as well
+    free,    ///< none: the sector wasn't in use, and reads as zeros
+    live,    ///< the volume as it is now
+};
+
+/// Sectors of a block that have one origin.
+struct vss_piece {
+    u32 sectors = 0; ///< one bit for each 512 bytes
+    u64 offset = 0;  ///< on the volume, in bytes: sector n is at `offset` + n * 512
+    vss_origin origin = vss_origin::live;
 };
 
 /// Reads the blocks of a volume, of 16384 bytes each, from a row of stores. A store
@@ -71,6 +93,10 @@ public:
     /// whole.
     bool read_block(std::vector<u8> &buffer, u32 &out_length, u32 &out_position,
                     const vss_block_descriptor &descriptor);
+    /// Where the sectors of a block come from: each of the wanted ones is in one piece.
+    /// Reads only bitmaps. Places aren't held to the end of the medium. False, with no
+    /// pieces, without a store number or candidates.
+    bool plan_block(std::vector<vss_piece> &out_pieces, vss_read_request request);
     /// Puts a block together. `buffer` grows to 16384 bytes if it is smaller;
     /// `out_length` is less where the medium ends. Sectors that were never in use while
     /// the snapshot recorded read as zeros. False without a store number or candidates,
@@ -96,19 +122,21 @@ protected:
     bool load_blocks(std::span<const vss_store *const> stores);
     bool holds_store(u64 store_number) const;
     const vss_block_descriptor &descriptor_of(const vss_descriptor_ref &ref) const;
-    /// Fills the wanted sectors that no store has.
-    bool fill_rest(std::vector<u8> &buffer, u32 &out_length,
-                   const vss_read_request &request);
+    vss_overlays overlays_by_rules() const;
+    /// The wanted sectors as if no store had them.
+    vss_piece rest_piece(const vss_read_request &request);
+    /// Reads the sectors of a piece into their places in a block.
+    bool read_piece(std::vector<u8> &buffer, u32 &out_length, const vss_piece &piece);
 
 private:
     bool is_free(u64 store_number, u64 volume_offset);
     bool is_ruled_out(vss_descriptor_span descriptors, const vss_read_request &request);
-    bool apply_store(std::vector<u8> &buffer, vss_read_request &request,
-                     vss_descriptor_span descriptors);
-    bool apply_descriptor(std::vector<u8> &buffer, vss_read_request &request,
-                          const vss_block_descriptor &descriptor);
+    void plan_store(std::vector<vss_piece> &pieces, vss_read_request &request,
+                    vss_descriptor_span descriptors, bool is_own) const;
     const vss_block_descriptor *find_forwarder(vss_descriptor_span descriptors) const;
     bool read_at(u8 *buffer, u32 &length, u64 offset, std::string_view label);
+    bool read_kept(u8 *buffer, const vss_piece &piece);
+    bool read_rest(u8 *buffer, u32 &out_length, const vss_piece &piece);
 
     vss_block_source m_source;
     std::vector<vss_store_blocks> m_stores;
@@ -116,6 +144,7 @@ private:
 
     // Reused by every read
     vss_descriptor_set m_block_refs;
+    std::vector<vss_piece> m_pieces;
     std::vector<u8> m_scratch;
 };
 

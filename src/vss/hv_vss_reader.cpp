@@ -164,6 +164,7 @@ bool vss_container::read_mft_lcn(u64 &out_lcn, u64 store_number)
     if (!pull_block(m_file_block, length,
                     {.store_number = store_number,
                      .candidates = &m_candidates,
+                     .overlays = overlays_by_rules(),
                      .bitmap_store = store_number}))
         return false;
     out_lcn = byte_view{m_file_block}.read_padded<u64>(ntfs_boot::mft_start_lcn.offset);
@@ -218,6 +219,7 @@ bool vss_container::read_data_raw(std::vector<u8> &buffer, u32 &out_length,
                                    .volume_offset = start,
                                    .candidates = &m_candidates,
                                    .flag_8 = flag_8,
+                                   .overlays = overlays_by_rules(),
                                    .bitmap_store = snapshot};
     const bool is_pulled =
         snapshot != 0 && pull_descriptors_at_vol_offset(m_candidates, start, snapshot,
@@ -227,7 +229,7 @@ bool vss_container::read_data_raw(std::vector<u8> &buffer, u32 &out_length,
                   "!snap || !pull_descriptors_at_vol_offset");
     u32 length = 0;
     if (!(is_pulled ? pull_block(buffer, length, request)
-                    : fill_rest(buffer, length, request)))
+                    : read_piece(buffer, length, rest_piece(request))))
         return false;
     const u32 delta = static_cast<u32>(volume_offset - start);
     out_length = length > delta ? length - delta : 0;

@@ -36,6 +36,8 @@ public:
     /// The same for a validated volume, which has to outlive this object.
     bool init(const CNtfs &volume, vss_load load);
 
+    /// The volume that was opened; null before a successful `init`.
+    const CNtfs *volume() const { return m_volume; }
     /// Null for a number that no snapshot has.
     const vss_store *store(u64 store_number) const;
     /// All stores of the catalog, also those without a number.

@@ -1,7 +1,10 @@
 #include "vss/hv_vss_reader.h"
 
+#include "ntfs/hv_path_lookup.h"
+#include "ntfs/ntfs.h"
 #include "samples/shadow_structures.h"
 #include "support/fixtures.h"
+#include "vss/hv_snapshot_source.h"
 
 #include <gtest/gtest.h>
 
@@ -247,26 +250,38 @@ TEST(VssReader, AnyDamage)
     }
 }
 
-// MD5 of the whole volume as its two snapshots saw it. Record 35 of the $MFT is named
-// "syslog", later "syslog.gz".
+// MD5 of the whole volume as its two snapshots saw it. The first root held "syslog",
+// the second one "syslog.gz".
 TEST(VssReader, VolumeOfWindows)
 {
-    vss_container container;
-    container.report_live_reads = false;
-    ASSERT_TRUE(container.init(fixture_or_skip("vss/vsstest.raw.xz"), 0,
-                               vss_load::with_blocks));
+    const std::string path = fixture_or_skip("vss/vsstest.raw.xz");
+    const auto now = open_volume(path, 0);
+    const auto container = std::make_shared<vss_container>();
+    container->report_live_reads = false;
+    ASSERT_NE(now, nullptr);
+    ASSERT_TRUE(container->init(*now, vss_load::with_blocks));
     const temp_dir dir;
-    std::vector<u8> buffer;
+    std::vector<u8> buffer, same(block);
     u32 length = 0;
     for (const u64 snapshot : {1, 2}) {
+        const auto source = std::make_shared<snapshot_source>(container, snapshot);
+        EXPECT_EQ(source->size(), u64{1} << 30);
         FILE *md5 = popen(("md5sum >> " + dir / "sums").c_str(), "w");
-        for (u64 at = 0; at < u64{1} << 30; at += block) {
-            ASSERT_TRUE(container.read_data_raw(buffer, length, snapshot, at)) << at;
+        for (u64 at = 0; at < source->size(); at += block) {
+            ASSERT_TRUE(container->read_data_raw(buffer, length, snapshot, at)) << at;
             ASSERT_EQ(std::fwrite(buffer.data(), 1, length, md5), block);
+            source->read(at, same);
+            ASSERT_TRUE(buffer == same) << at;
         }
         pclose(md5);
+        const auto volume = open_volume(source, 0, parse_rules::complete());
+        ASSERT_NE(volume, nullptr);
+        u64 entry = 0;
+        EXPECT_TRUE(find_child_by_name(5, snapshot == 1 ? "syslog" : "syslog.gz", entry,
+                                       *volume));
+        EXPECT_EQ(entry, 35u);
         ASSERT_TRUE(
-            container.read_snapshot_file(buffer, length, snapshot, 35 * 1024, 1024));
+            container->read_snapshot_file(buffer, length, snapshot, 35 * 1024, 1024));
         EXPECT_EQ(buffer[240], snapshot == 1 ? 6 : 9) << "the length of the name";
     }
     EXPECT_EQ(file_bytes(dir / "sums"), "bc15e5100f13f4c804374219c83fd9bf  -\n"
