@@ -8,6 +8,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <tuple>
 
@@ -96,13 +97,20 @@ TEST(SnapshotSource, ShowsEachSnapshotAndItsPlaces)
     EXPECT_EQ(first->read(0x40000000, {&byte, 1}), 0u);
 }
 
-// Media on which the bytes of every snapshot are known, with overlays that belong to
-// one snapshot alone, blocks that moved, and stores that are gone.
+// Media on which the bytes of every snapshot are known.
 TEST(SnapshotSource, LaboratorysSnapshots)
 {
     lab::case_makers makers;
     lab::add_snapshot_cases(makers);
-    std::erase_if(makers, [](const auto &maker) { return !maker.is_first; });
+    std::erase_if(makers, [](const lab::case_maker &maker) {
+        constexpr std::string_view kinds[] = {"log-replayed", "moved", "free-blocks",
+                                              "middle-deleted"};
+        return !maker.is_first ||
+               std::ranges::none_of(kinds, [&](std::string_view kind) {
+                   return maker.name.find(kind) != std::string::npos;
+               });
+    });
+    ASSERT_EQ(makers.size(), 4u);
     std::size_t count = 0;
     for (const lab::case_maker &maker : makers) {
         lab::told_case told;
