@@ -1,0 +1,43 @@
+#pragma once
+
+#include "recyclebin/selection.h"
+
+#include <string>
+
+namespace hv {
+
+/// What the program ends with.
+enum class exit_status {
+    rows = 0,      ///< read whole, and there was something to tell
+    no_rows = 1,   ///< read whole, and there was nothing
+    usage = 2,     ///< the command line is wrong
+    no_source = 3, ///< a source can't be opened, or isn't of a known kind
+    partly = 4,    ///< part of a source couldn't be read
+    no_output = 5  ///< results couldn't be written
+};
+
+enum class command { check, list, snapshots, diff, explain, recheck };
+
+enum class list_form { table, json_lines, story };
+
+/// What the user asks for. Constant once it is read.
+struct command_line {
+    command what = command::list;
+    std::string medium;
+    std::string rows_file;       ///< of `recheck`
+    std::string id;              ///< of `explain`
+    std::optional<u32> from, to; ///< views, of `diff`
+    std::optional<u64> offset;
+    bool carve = false;
+    selection wanted;
+    list_form form = list_form::table;
+    std::string output_file; ///< empty: standard output
+    bool force = false;
+};
+
+/// Reads the arguments. A status is what to end with at once: help or the version was
+/// shown, or the fault was said on standard error.
+std::optional<exit_status> read_command_line(command_line &line, int argc,
+                                             const char *const *argv);
+
+} // namespace hv

@@ -1,0 +1,72 @@
+#include "recyclebin/evidence_text.h"
+#include "recyclebin/moments.h"
+#include "recyclebin/run_context.h"
+
+#include <cstdio>
+
+namespace hv {
+
+namespace {
+
+std::string hex(u64 number)
+{
+    char text[24];
+    std::snprintf(text, sizeof text, "0x%llx", static_cast<unsigned long long>(number));
+    return text;
+}
+
+void write_volume(std::ostream &out, const examined_region &region,
+                  const std::string &number)
+{
+    char serial[24];
+    std::snprintf(serial, sizeof serial, "%016llX",
+                  static_cast<unsigned long long>(region.serial));
+    out << "volume " << number << ": NTFS at byte " << hex(region.offset) << ", "
+        << grouped(region.size) << " bytes, found by " << escaped(region.found_by)
+        << "\n  label \"" << escaped(region.label) << "\", serial number " << serial
+        << ", clusters of " << region.cluster_size << ", records of "
+        << region.record_size << ", sectors of " << region.sector_size << '\n';
+    if (region.boot_from_copy) out << "  boot sector is gone; its copy was taken\n";
+    if (region.mft_from_mirror)
+        out << "  first records of the $MFT are gone; $MFTMirr was taken\n";
+}
+
+void write_bins(std::ostream &out, const examination &found, u32 region)
+{
+    std::map<std::u16string, u64> counts;
+    for (const deletion &item : found.deletions)
+        if (item.volume == region && was_in_bin(item, view_now)) ++counts[item.user];
+    if (counts.empty()) out << "  nothing is in its bin\n";
+    for (const auto &[user, count] : counts)
+        out << "  bin of " << (user.empty() ? "no named user" : escaped(user)) << ": "
+            << counted(count, "item") << '\n';
+}
+
+void write_snapshots(std::ostream &out, const std::vector<u64> &times)
+{
+    for (std::size_t at = 0; at < times.size(); ++at)
+        out << "  snapshot " << at + 1 << ", taken " << whole_moment(times[at]) << '\n';
+}
+
+} // namespace
+
+exit_status run_check(std::ostream &out, const run_context &context)
+{
+    const examination &found = context.found;
+    const volume_numbers volumes(found);
+    out << escaped(std::string_view(context.line.medium)) << ": "
+        << grouped(context.medium->size()) << " bytes\n";
+    for (u32 at = 0; at < found.regions.size(); ++at) {
+        const examined_region &region = found.regions[at];
+        if (region.is_volume) {
+            write_volume(out, region, volumes.text(at));
+            write_bins(out, found, at);
+            write_snapshots(out, region.snapshots);
+        }
+        if (!region.trouble.empty())
+            out << "  " << escaped(std::string_view(region.trouble)) << '\n';
+    }
+    return volumes.count() > 0 ? exit_status::rows : exit_status::no_source;
+}
+
+} // namespace hv

@@ -1,0 +1,36 @@
+#pragma once
+
+#include "disk/hv_byte_source.h"
+#include "recyclebin/command_line.h"
+
+#include <ostream>
+
+namespace hv {
+
+/// What every command works on: the medium, and what an examination found on it.
+struct run_context {
+    const command_line &line;
+    byte_source_ptr medium;
+    examination found;
+
+    /// The deletions that the user asks for, in the order of `found`.
+    std::vector<const deletion *> selected() const;
+    /// The numbers of the snapshots that any volume asked for has.
+    std::set<u32> snapshots() const;
+    /// For the closing line: "nothing unreadable", or what couldn't be read.
+    std::string unread_text() const;
+};
+
+/// The commands. Each writes its results to `out`, and says whether there were any.
+exit_status run_check(std::ostream &out, const run_context &context);
+exit_status run_list(std::ostream &out, const run_context &context);
+exit_status run_snapshots(std::ostream &out, const run_context &context);
+exit_status run_diff(std::ostream &out, const run_context &context);
+exit_status run_explain(std::ostream &out, const run_context &context);
+/// Needs the medium alone, without an examination.
+exit_status run_recheck(std::ostream &out, const run_context &context);
+
+/// Prints "recyclebin: " and a text on standard error, escaped.
+void complain(std::string_view text);
+
+} // namespace hv
