@@ -139,7 +139,7 @@ json sighting_json(const sighting &seen, const byte_source &medium)
     json object = {{"kind", word_for(seen.kind)}, {"source", word_for(seen.source)}};
     add_proof(object, seen, medium);
     object["torn"] = seen.is_torn;
-    object["in_use"] = seen.in_use;
+    if (knows_use(seen)) object["in_use"] = seen.in_use;
     object["in_bin"] = seen.is_in_bin;
     add_entry(object, "entry", seen.entry);
     add_entry(object, "parent", seen.parent);

@@ -79,9 +79,8 @@ std::string where_text(const sighting &seen)
     const std::string views = seen.views.empty() ? "" : places_of(alone).text();
     const bool is_by_view = seen.source == evidence_source::live ||
                             seen.source == evidence_source::snapshot;
-    const std::string source(sentence_for(seen.source));
-    if (views.empty()) return source;
-    return is_by_view ? views : source + " (" + views + ")";
+    return is_by_view && !views.empty() ? views
+                                        : std::string(sentence_for(seen.source));
 }
 
 void write_members(std::ostream &out, const deletion &item)
@@ -161,7 +160,9 @@ std::string ranges_text(const std::vector<byte_range> &ranges, std::size_t limit
 
 void write_story_head(std::ostream &out, const deletion &item)
 {
-    out << path_text(item) << "   " << size_text(item) << " bytes";
+    out << path_text(item);
+    if (item.stated_size || item.found_size)
+        out << "   " << size_text(item) << " bytes";
     if (item.deleted) out << "   deleted " << whole_moment(*item.deleted);
     if (!item.user.empty()) out << " by " << escaped(item.user);
     out << "\n  id " << escaped(std::string_view(item.id)) << '\n';
@@ -171,7 +172,7 @@ void write_sighting(std::ostream &out, std::size_t number, const sighting &seen)
 {
     out << "  " << number << "  " << where_text(seen) << ", bytes "
         << ranges_text(seen.ranges, max_ranges_in_story) << entry_text(seen.entry)
-        << (seen.in_use || !seen.entry ? "" : ", freed")
+        << (knows_use(seen) && !seen.in_use ? ", freed" : "")
         << (seen.is_torn ? ", torn" : "") << "\n     " << what_was_seen(seen) << '\n';
 }
 

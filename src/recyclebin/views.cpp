@@ -86,6 +86,13 @@ seen_places places_of(const deletion &item)
     return places;
 }
 
+bool knows_use(const sighting &seen)
+{
+    return !seen.views.empty() && !is_carving(seen.source) &&
+           seen.kind != sighting_kind::index_name &&
+           seen.kind != sighting_kind::journal_line;
+}
+
 bool was_in_bin(const deletion &item, u32 view)
 {
     return std::any_of(

@@ -25,6 +25,9 @@ struct seen_places {
 
 seen_places places_of(const deletion &item);
 
+/// Whether `in_use` of a sighting says something: of a record that a view leads to.
+bool knows_use(const sighting &seen);
+
 /// Whether the metadata or the data item was in the bin, and not purged, in that view.
 bool was_in_bin(const deletion &item, u32 view);
 
