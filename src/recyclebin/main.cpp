@@ -1,5 +1,4 @@
 #include "disk/hv_file_source.h"
-#include "evidence/describe_medium.h"
 #include "evidence/examine.h"
 #include "recyclebin/progress.h"
 #include "recyclebin/result_file.h"
@@ -83,10 +82,8 @@ void report_troubles(const examination &found)
 bool is_refused(const run_context &context)
 {
     if (context.line.carve || volume_numbers(context.found).count() > 0) return false;
-    const medium_description description = describe_medium(*context.medium);
     complain(context.line.medium + ": " +
-             (description.refusal.empty() ? "no NTFS volume was found"
-                                          : description.refusal));
+             refusal_text(describe_medium(*context.medium)));
     return true;
 }
 
@@ -114,7 +111,10 @@ exit_status run(const command_line &line)
     run_context context{line, open_medium(line.medium), {}};
     if (!context.medium) return exit_status::no_source;
     const exit_status status = examine_and_run(results.stream(), context);
-    if (status == exit_status::usage || status == exit_status::no_source) return status;
+    const bool has_results =
+        status != exit_status::usage &&
+        (status != exit_status::no_source || line.what == command::check);
+    if (!has_results) return status;
     if (results.finish(problem)) return status;
     complain(problem);
     return exit_status::no_output;

@@ -43,6 +43,12 @@ std::string run_context::unread_text() const
     return text.empty() ? "nothing unreadable" : text;
 }
 
+std::string refusal_text(const medium_description &description)
+{
+    return description.refusal.empty() ? "no NTFS volume was found"
+                                       : description.refusal;
+}
+
 void complain(std::string_view text)
 {
     std::fprintf(stderr, "recyclebin: %s\n", escaped(text).c_str());

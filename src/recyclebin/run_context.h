@@ -1,6 +1,7 @@
 #pragma once
 
 #include "disk/hv_byte_source.h"
+#include "evidence/describe_medium.h"
 #include "recyclebin/command_line.h"
 
 #include <ostream>
@@ -29,6 +30,9 @@ exit_status run_diff(std::ostream &out, const run_context &context);
 exit_status run_explain(std::ostream &out, const run_context &context);
 /// Needs the medium alone, without an examination.
 exit_status run_recheck(std::ostream &out, const run_context &context);
+
+/// Why a medium without an NTFS volume can't be read, and what to try.
+std::string refusal_text(const medium_description &description);
 
 /// Prints "recyclebin: " and a text on standard error, escaped.
 void complain(std::string_view text);

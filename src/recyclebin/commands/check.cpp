@@ -54,8 +54,11 @@ exit_status run_check(std::ostream &out, const run_context &context)
 {
     const examination &found = context.found;
     const volume_numbers volumes(found);
+    const medium_description description = describe_medium(*context.medium);
     out << escaped(std::string_view(context.line.medium)) << ": "
-        << grouped(context.medium->size()) << " bytes\n";
+        << grouped(context.medium->size()) << " bytes";
+    if (!description.table.empty()) out << ", " << description.table;
+    out << '\n';
     for (u32 at = 0; at < found.regions.size(); ++at) {
         const examined_region &region = found.regions[at];
         if (region.is_volume) {
@@ -66,7 +69,11 @@ exit_status run_check(std::ostream &out, const run_context &context)
         if (!region.trouble.empty())
             out << "  " << escaped(std::string_view(region.trouble)) << '\n';
     }
-    return volumes.count() > 0 ? exit_status::rows : exit_status::no_source;
+    for (const other_content &other : description.others)
+        out << escaped(std::string_view(other.text)) << '\n';
+    if (volumes.count() > 0) return exit_status::rows;
+    complain(context.line.medium + ": " + refusal_text(description));
+    return exit_status::no_source;
 }
 
 } // namespace hv

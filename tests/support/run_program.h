@@ -1,0 +1,84 @@
+#pragma once
+
+#include "support/temp_dir.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <string>
+#include <sys/wait.h>
+#include <unistd.h>
+#include <vector>
+
+namespace test_support {
+
+/// The pieces of a line between `delimiter`s, empty ones included.
+inline std::vector<std::string> split_at(const std::string &line, char delimiter)
+{
+    std::vector<std::string> pieces(1);
+    for (const char c : line)
+        if (c == delimiter)
+            pieces.emplace_back();
+        else
+            pieces.back() += c;
+    return pieces;
+}
+
+struct run_result {
+    int status = -1; ///< exit status, or 1000 and the signal that ended it
+    std::string out;
+    std::string err;
+
+    /// The lines of the output, without the first `skipped` ones.
+    std::vector<std::string> lines(std::ptrdiff_t skipped = 0) const
+    {
+        std::vector<std::string> all = split_at(out, '\n');
+        if (all.back().empty()) all.pop_back();
+        all.erase(all.begin(), all.begin() + std::min(skipped, std::ssize(all)));
+        return all;
+    }
+
+    /// The output after the three header lines.
+    std::vector<std::string> body() const { return lines(3); }
+
+    /// The table rows: the output after the header and the column line.
+    std::vector<std::string> rows() const { return lines(4); }
+};
+
+/// The streams of a run, where they aren't files of the test.
+struct run_streams {
+    std::string in = {};       ///< bytes on standard input
+    const char *out = nullptr; ///< a path to open for standard output
+    bool out_closed = false;   ///< start with standard output closed
+};
+
+/// Runs a program with `args` and waits for it. A run of more than a minute is killed
+/// by an alarm and shows as such.
+inline run_result run_program(const char *binary, const std::vector<std::string> &args,
+                              const run_streams &streams = {})
+{
+    const temp_dir dir;
+    const std::string in = dir.write_file("in", streams.in);
+    const std::string out = streams.out != nullptr ? streams.out : dir / "out";
+    std::fflush(stdout); // else the child would write it as well
+    const pid_t child = fork();
+    if (child == 0) {
+        std::vector<char *> argv = {const_cast<char *>(binary)};
+        for (const std::string &arg : args)
+            argv.push_back(const_cast<char *>(arg.c_str()));
+        argv.push_back(nullptr);
+        if (!std::freopen(in.c_str(), "r", stdin) ||
+            !std::freopen(out.c_str(), "w", stdout) ||
+            !std::freopen((dir / "err").c_str(), "w", stderr))
+            _exit(126);
+        if (streams.out_closed) close(1);
+        alarm(60);
+        execv(binary, argv.data());
+        _exit(127);
+    }
+    int status = 0;
+    waitpid(child, &status, 0);
+    return {WIFEXITED(status) ? WEXITSTATUS(status) : 1000 + WTERMSIG(status),
+            file_bytes(dir / "out"), file_bytes(dir / "err")};
+}
+
+} // namespace test_support
