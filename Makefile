@@ -19,7 +19,7 @@ endef
 
 build:
 	@tools/install_deps build >&2
-	$(call build_preset,release,--target veskit sample_volume)
+	$(call build_preset,release,--target veskit recyclebin sample_volume)
 
 run: build
 	@build/release/src/veskit $(ARGS)
@@ -43,7 +43,7 @@ bench:
 # aren't there fails.
 lab:
 	@tools/install_deps build lab >&2
-	$(call build_preset,release,--target veskit make_lab)
+	$(call build_preset,release,--target veskit recyclebin make_lab)
 	@rm -rf build/lab
 	@build/release/lab/make_lab build/lab
 	@printf '%s\0' build/lab/*/* | xargs -0 -P $(JOBS) -n 8 lab/prove
