@@ -3,6 +3,7 @@
 #include "disk/hv_patched_source.h"
 #include "evidence/carve_volume.h"
 #include "evidence/find_volumes.h"
+#include "vss/hv_snapshot_source.h"
 
 #include <algorithm>
 
@@ -74,13 +75,14 @@ private:
         const byte_source_ptr source = patched(volume);
         volume_view live(source, volume.offset, 0);
         if (!live.open()) {
-            m_out.regions.back().trouble = "the $MFT can't be read";
+            m_out.regions[evidence.number()].trouble = "the $MFT can't be read";
             if (m_options.carve) carve_raw(evidence, {volume.offset, volume.size});
             finish(evidence);
             return;
         }
         volume_walk walk(live, evidence);
         walk.collect();
+        if (m_options.snapshots) examine_snapshots(live, evidence);
         if (m_options.carve) {
             carve_keeper keeper(evidence, &walk);
             const auto stretches = stretches_to_carve(live, walk);
@@ -92,6 +94,29 @@ private:
             walk.find_restored();
         }
         finish(evidence);
+    }
+
+    // Each snapshot is a volume of its own, whose bytes are partly those of this one.
+    void examine_snapshots(const volume_view &live, region_evidence &evidence)
+    {
+        auto container = std::make_shared<vss_container>();
+        container->report_live_reads = false;
+        container->init(live.volume(), vss_load::with_blocks);
+        examined_region &region = m_out.regions[evidence.number()];
+        for (u32 number = 1; number <= container->store_count(); ++number) {
+            region.snapshots.push_back(container->store(number)->created);
+            volume_view view(std::make_shared<snapshot_source>(container, number), 0,
+                             number);
+            if (!view.open()) {
+                region.trouble =
+                    "snapshot " + std::to_string(number) + " can't be read";
+                continue;
+            }
+            volume_walk(view, evidence).collect();
+            if (!container->is_complete(number))
+                region.trouble = "parts of snapshot " + std::to_string(number) +
+                                 " are lost: later bytes stand in for them";
+        }
     }
 
     void examine_gap(const byte_range &gap)

@@ -254,7 +254,8 @@ bool has_sure_wide_path(byte_view record, deleted_file file)
 {
     const byte_view field = record.clip(list_record::wide_path, path_field_bytes);
     read_text wide = read_wide(field);
-    if (!agrees_in_ascii(wide.text, read_ansi(record, file.drive).text)) return false;
+    const std::u16string ansi = read_ansi(record, file.drive).text;
+    if (is_believable_path(ansi) && !agrees_in_ascii(wide.text, ansi)) return false;
     file.path = std::move(wide.text);
     return is_sure(file) && (wide.has_end || field.size() < path_field_bytes);
 }
