@@ -94,7 +94,7 @@ bool take_clock(std::string_view &text, u64 &ticks)
         !take_char(text, ":") || !take_digits(text, 2, s) ||
         !take_fraction(text, fraction))
         return false;
-    ticks = u64{h * 3600 + m * 60 + s} * ticks_per_second + fraction;
+    ticks = (u64{h} * 3600 + u64{m} * 60 + s) * ticks_per_second + fraction;
     return h < 24 && m < 60 && s < 61;
 }
 
@@ -107,7 +107,8 @@ bool take_zone(std::string_view &text, i64 &ticks)
     if (!take_char(text, "+-") || !take_digits(text, 2, h) || !take_char(text, ":") ||
         !take_digits(text, 2, m) || h > 23 || m > 59)
         return false;
-    ticks = static_cast<i64>((h * 60 + m) * 60 * ticks_per_second) * (is_west ? -1 : 1);
+    ticks = static_cast<i64>((u64{h} * 60 + m) * 60 * ticks_per_second) *
+            (is_west ? -1 : 1);
     return true;
 }
 

@@ -15,10 +15,11 @@ struct bin_count {
     u64 only_here = 0;
 };
 
-bin_count count_bin(const run_context &context, u32 region, u32 view, u32 last_view)
+bin_count count_bin(const std::vector<const deletion *> &items, u32 region, u32 view,
+                    u32 last_view)
 {
     bin_count count;
-    for (const deletion *item : context.selected()) {
+    for (const deletion *item : items) {
         if (item->volume != region || !was_in_bin(*item, view)) continue;
         ++count.rows;
         u32 views = 0;
@@ -41,13 +42,14 @@ exit_status run_snapshots(std::ostream &out, const run_context &context)
                       {"ONLY HERE", right}});
     const volume_numbers volumes(context.found);
     const auto &wanted = context.line.wanted.volume;
+    const std::vector<const deletion *> items = context.selected();
     bool is_empty = true;
     for (u32 region = 0; region < context.found.regions.size(); ++region) {
         const std::vector<u64> &times = context.found.regions[region].snapshots;
         if (wanted && volumes.number_of(region) != wanted) continue;
         const auto last_view = static_cast<u32>(times.size());
         for (u32 view = 1; view <= last_view; ++view) {
-            const bin_count count = count_bin(context, region, view, last_view);
+            const bin_count count = count_bin(items, region, view, last_view);
             table.add_row({volumes.text(region), std::to_string(view),
                            short_moment(times[view - 1]), grouped(count.rows),
                            grouped(count.only_here)});
