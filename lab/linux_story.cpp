@@ -498,9 +498,13 @@ void linux_story::empty_bin(user owner)
             m_volume.remove(sent.metadata_number, sent.metadata);
         sent.in_bin = false;
         told(number).fate = "emptied";
+        // The list is cut: it leads to none of its records any more.
+        if (of.format == bin_format::list)
+            std::erase_if(told(number).traces, [](const trace &each) {
+                return each.kind.starts_with("metadata ");
+            });
     }
     if (of.format == bin_format::list) {
-        locate_records(of);
         m_volume.truncate(of.list, list_header_size);
         of.listed.clear();
     }

@@ -155,7 +155,10 @@ private:
             if (distance <= one_event) best = number;
         }
         if (best != m_groups.size()) return best;
-        return fitting.size() == 1 ? fitting[0] : m_groups.size();
+        if (fitting.size() != 1) return m_groups.size();
+        const std::optional<entry_id> &other = m_groups[fitting[0]].data_entry;
+        const bool is_another = other && seen.entry && *other != *seen.entry;
+        return is_another ? m_groups.size() : fitting[0];
     }
 
     void join_named(const std::u16string &item, std::vector<const sighting *> &seen)

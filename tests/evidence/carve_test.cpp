@@ -149,9 +149,9 @@ TEST(Carver, FindsTheSameInStretchesOfAnyLength)
     bytes.resize(2048);
     append(bytes, metadata(u"C:\\" + std::u16string(400, u'x')));
     bytes.resize(4096 - 24 - 800);
-    for (const char16_t letter : u"abc")
-        if (letter != 0)
-            append(bytes, info2_record({.path = std::u16string(u"C:\\") + letter}));
+    append(bytes, info2_record({.ansi_path = "C:\\a", .path = u"C:\\a"}));
+    append(bytes, info2_record({.ansi_path = "C:\\b", .path = u"C:\\b"}));
+    append(bytes, info2_record({.ansi_path = "C:\\c", .path = u"C:\\c"}));
     bytes.resize(8192);
     append(bytes, journal_line_bytes({.name = u"first"}));
     bytes.resize(8192 + 480);
