@@ -20,11 +20,10 @@ bool patched_source::replace(u64 offset, u64 length, u64 from)
 
 bool patched_source::replace(u64 offset, std::vector<u8> bytes)
 {
-    if (!holds(offset, bytes.size())) return false;
-    m_patches.push_back({.offset = offset,
-                         .length = bytes.size(),
-                         .from = 0,
-                         .bytes = std::move(bytes)});
+    const u64 length = bytes.size();
+    if (!holds(offset, length)) return false;
+    m_patches.push_back(
+        {.offset = offset, .length = length, .from = 0, .bytes = std::move(bytes)});
     return true;
 }
 

@@ -111,8 +111,8 @@ private:
                 return file.deleted == torn.deleted && file.size == torn.size &&
                        file.path.starts_with(torn.path);
             });
-            if (whole == m_groups.end()) m_groups.emplace_back();
-            (whole == m_groups.end() ? m_groups.back() : *whole).add(seen);
+            group &of = whole == m_groups.end() ? m_groups.emplace_back() : *whole;
+            of.add(seen);
         }
     }
 

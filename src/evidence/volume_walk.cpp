@@ -397,10 +397,9 @@ void volume_walk::take_metadata(const looked_at &file)
             content.ranges = part_of(content.ranges, 0, metadata.length);
         if (!content.ranges.empty()) seen.ranges = content.ranges;
         seen.metadata = std::move(metadata);
-    } else if (seen.in_use && !seen.is_torn && !content.bytes.empty()) {
+    } else if (!seen.is_torn &&
+               (is_resident || (seen.in_use && !content.bytes.empty()))) {
         return; // named like metadata, and holds something else
-    } else if (is_resident && !seen.is_torn) {
-        return;
     }
     m_evidence.add(std::move(seen));
 }

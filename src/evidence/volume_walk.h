@@ -76,7 +76,7 @@ private:
         const file_name_fact &name;
         belonging where;
         u64 position = ~u64{0}; ///< of a carved record on the medium
-        evidence_source source;
+        evidence_source source = evidence_source::raw;
     };
 
     void scan_records();
@@ -84,7 +84,7 @@ private:
     void note_name(u64 entry, const file_facts &facts, const file_name_fact &name);
     // How bytes are reached, and where they are.
     struct seen_through {
-        evidence_source source;
+        evidence_source source = evidence_source::raw;
         std::set<u32> views;
         std::function<std::vector<byte_range>(u64 at, u64 length)> places;
     };

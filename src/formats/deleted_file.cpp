@@ -236,16 +236,16 @@ bool is_sure(const deleted_file &file)
     return is_believable_path(file.path) && agrees_with_drive(file);
 }
 
-// Whether two forms of a path have the same ASCII letters in the same places, as far as
-// the shorter one goes. A code page of two bytes a letter moves them: then only the
-// drive counts.
-bool agrees_in_ascii(std::u16string_view wide, std::u16string_view ansi)
+// Whether a UTF-16 path goes on as far as its 8-bit form, with the same letters, up to
+// the first that isn't ASCII: from there on a code page may count letters otherwise.
+bool agrees_with_ansi(std::u16string_view wide, std::u16string_view ansi)
 {
-    const bool is_plain = std::ranges::all_of(
-        ansi, [](char16_t unit) { return unit < 0x80 && unit != u'?'; });
-    const std::size_t count = is_plain ? std::min(wide.size(), ansi.size())
-                                       : std::min<std::size_t>(3, wide.size());
-    return wide.substr(0, count) == ansi.substr(0, count);
+    const auto first = std::ranges::find_if(
+        ansi, [](char16_t unit) { return unit >= 0x80 || unit == u'?'; });
+    const auto plain = static_cast<std::size_t>(first - ansi.begin());
+    const bool is_all = plain == ansi.size() && plain + 1 < list_record::ansi_path_size;
+    return wide.substr(0, plain) == ansi.substr(0, plain) &&
+           (!is_all || wide.size() == plain);
 }
 
 // What is left of a record's UTF-16 path is surely one: it begins like the path of this
@@ -255,7 +255,7 @@ bool has_sure_wide_path(byte_view record, deleted_file file)
     const byte_view field = record.clip(list_record::wide_path, path_field_bytes);
     read_text wide = read_wide(field);
     const std::u16string ansi = read_ansi(record, file.drive).text;
-    if (is_believable_path(ansi) && !agrees_in_ascii(wide.text, ansi)) return false;
+    if (is_believable_path(ansi) && !agrees_with_ansi(wide.text, ansi)) return false;
     file.path = std::move(wide.text);
     return is_sure(file) && (wide.has_end || field.size() < path_field_bytes);
 }
