@@ -238,8 +238,11 @@ bool is_sure(const deleted_file &file)
 
 // Whether a UTF-16 path goes on as far as its 8-bit form, with the same letters, up to
 // the first that isn't ASCII: from there on a code page may count letters otherwise.
+// Names that the code page doesn't have are there in their short form: then nothing
+// agrees but the drive.
 bool agrees_with_ansi(std::u16string_view wide, std::u16string_view ansi)
 {
+    if (ansi.find(u'~') != std::u16string_view::npos) return true;
     const auto first = std::ranges::find_if(
         ansi, [](char16_t unit) { return unit >= 0x80 || unit == u'?'; });
     const auto plain = static_cast<std::size_t>(first - ansi.begin());

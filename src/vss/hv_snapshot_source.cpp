@@ -37,10 +37,10 @@ u64 snapshot_source::stored_size() const
     return std::min(m_size, m_container->volume()->get_disk()->get_stored_size());
 }
 
-snapshot_source::known_block &snapshot_source::find_block(u64 offset) const
+known_snapshot_block &snapshot_source::find_block(u64 offset) const
 {
     const u64 number = offset / block_size;
-    std::optional<known_block> &known = m_known[number % max_known];
+    std::optional<known_snapshot_block> &known = m_known[number % max_known];
     if (known && known->number == number) return *known;
     known.emplace();
     known->number = number;
@@ -85,7 +85,7 @@ std::size_t snapshot_source::read(u64 offset, std::span<u8> out) const
     if (offset >= m_size) return 0;
     out = out.first(std::min<u64>(out.size(), m_size - offset));
     for (std::size_t done = 0; done < out.size();) {
-        known_block &block = find_block(offset + done);
+        known_snapshot_block &block = find_block(offset + done);
         if (block.bytes.empty()) {
             block.bytes.resize(block_size);
             for (const vss_piece &piece : block.pieces) read_piece(block.bytes, piece);

@@ -10,6 +10,13 @@
 
 namespace hv {
 
+/// A block of a snapshot that was read or located before.
+struct known_snapshot_block {
+    u64 number = 0;
+    std::vector<vss_piece> pieces;
+    std::vector<u8> bytes; ///< empty until they are read
+};
+
 /// A volume as one of its snapshots saw it, so that whatever reads volumes reads
 /// snapshots as well: `CNtfs` over it, with the offset 0, has that snapshot's records,
 /// folders and streams. Overlays of later stores are left out.
@@ -34,14 +41,7 @@ public:
     place locate(u64 offset) const override;
 
 private:
-    // A block that was read or located before.
-    struct known_block {
-        u64 number = 0;
-        std::vector<vss_piece> pieces;
-        std::vector<u8> bytes; ///< empty until they are read
-    };
-
-    known_block &find_block(u64 offset) const;
+    known_snapshot_block &find_block(u64 offset) const;
     void read_piece(std::vector<u8> &block, const vss_piece &piece) const;
     std::optional<u64> on_disk(const vss_piece &piece, u64 in_block) const;
 
@@ -53,7 +53,7 @@ private:
     // each block has a place here by its number, where it stays until another one needs
     // it.
     static constexpr std::size_t max_known = 64;
-    mutable std::array<std::optional<known_block>, max_known> m_known;
+    mutable std::array<std::optional<known_snapshot_block>, max_known> m_known;
     mutable vss_descriptor_set m_candidates;
 };
 

@@ -14,7 +14,7 @@ using json = nlohmann::ordered_json;
 
 class Recyclebin : public testing::Test {
 protected:
-    static run_result run(string_list args, const run_streams &streams = {})
+    static run_result run(const string_list &args, const run_streams &streams = {})
     {
         return run_program(RECYCLEBIN_BINARY, args, streams);
     }
@@ -23,7 +23,7 @@ protected:
     {
         return dir.write_file("medium", bytes);
     }
-    std::string write(ntfs_volume_builder volume)
+    std::string write(const ntfs_volume_builder &volume)
     {
         return write(text(volume.build()));
     }
