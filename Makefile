@@ -9,7 +9,7 @@ FUZZ_SECONDS ?= 60
 
 MAKEFLAGS += --no-print-directory
 .DEFAULT_GOAL := build
-.PHONY: build run test asan lab bench bench-volumes fuzz lint format install clean
+.PHONY: build run test asan lab bench bench-volumes bench-carve fuzz lint format install clean
 
 # Builds one preset; its output goes to standard error, so that standard output holds
 # only what the program or the tests print.
@@ -53,6 +53,11 @@ bench-volumes:
 	@tools/install_deps build bench volumes >&2
 	$(call build_preset,bench,--target veskit)
 	@bench/volumes build/bench
+
+bench-carve:
+	@tools/install_deps build bench volumes >&2
+	$(call build_preset,bench,--target recyclebin)
+	@bench/carve build/bench
 
 fuzz:
 	@tools/install_deps build fuzz >&2

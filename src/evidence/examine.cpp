@@ -6,6 +6,7 @@
 #include "vss/hv_snapshot_source.h"
 
 #include <algorithm>
+#include <tuple>
 
 namespace hv {
 
@@ -154,6 +155,11 @@ void examine(examination &out, const byte_source_ptr &medium,
              const examine_options &options)
 {
     examiner(out, medium, options).run();
+    // By volume and time; what has no time comes last.
+    std::ranges::sort(out.deletions, {}, [](const deletion &each) {
+        return std::tuple(each.volume, each.deleted.value_or(~u64{0}), each.user,
+                          each.data_name, each.id);
+    });
 }
 
 } // namespace hv
