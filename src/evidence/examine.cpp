@@ -1,5 +1,6 @@
 #include "evidence/examine.h"
 
+#include "base/hv_text_convert.h"
 #include "disk/hv_patched_source.h"
 #include "evidence/carve_volume.h"
 #include "evidence/find_volumes.h"
@@ -81,6 +82,7 @@ private:
             finish(evidence);
             return;
         }
+        m_out.regions[evidence.number()].label = label_of(live);
         volume_walk walk(live, evidence);
         walk.collect();
         if (m_options.snapshots) examine_snapshots(live, evidence);
@@ -95,6 +97,20 @@ private:
             walk.find_restored();
         }
         finish(evidence);
+    }
+
+    // What the owner called the volume.
+    static std::string label_of(const volume_view &view)
+    {
+        constexpr u64 volume_entry = 3, max_label = 256;
+        file_facts facts;
+        record_bytes record;
+        file_content content;
+        std::string label;
+        if (view.read_file(facts, record, volume_entry) &&
+            view.read_stream(content, facts, max_label, attribute_type::volume_name))
+            uni::utf16_name_to_utf8(byte_view{content.bytes}, label);
+        return label;
     }
 
     // Each snapshot is a volume of its own, whose bytes are partly those of this one.

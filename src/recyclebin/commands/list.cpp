@@ -80,6 +80,12 @@ std::string closing_text(const item_list &items)
 
 exit_status run_list(std::ostream &out, const run_context &context)
 {
+    const u32 view = context.line.wanted.at.value_or(view_now);
+    if (view != view_now && !context.snapshots().contains(view)) {
+        complain("there is no snapshot " + std::to_string(view) +
+                 "; the command \"snapshots\" lists those that there are");
+        return exit_status::usage;
+    }
     const item_list items = context.selected();
     switch (context.line.form) {
     case list_form::table: write_table(out, items, context.found); break;
