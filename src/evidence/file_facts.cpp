@@ -73,7 +73,8 @@ stream_fact read_stream(attribute_ref attribute, u64 place)
     made.valid = attribute.valid_size();
     made.is_compressed = (attribute.flags() & 1U) != 0;
     const u16 shift = bytes.read_padded<u16>(attribute::compression_unit);
-    made.unit_clusters = shift > 0 && shift < 16 ? 1U << shift : 16;
+    // Windows has units of 16 clusters. Larger ones would only cost memory.
+    made.unit_clusters = shift > 0 && shift <= 4 ? 1U << shift : 16;
     decode_flat_runs(bytes, made.runs);
     return made;
 }

@@ -12,7 +12,9 @@ namespace {
 
 constexpr u64 batch_bytes = u64{1} << 20;
 constexpr u64 max_bitmap = u64{1} << 28; // of a volume with 2^31 clusters
-constexpr std::size_t max_extensions = 4096;
+constexpr std::size_t max_extensions = 1024;
+// Of the content of one file. In a snapshot each block may be in another place.
+constexpr std::size_t max_ranges = 65536;
 
 const parse_rules rules = parse_rules::complete();
 
@@ -76,7 +78,7 @@ std::vector<byte_range> volume_view::places_at(u64 position, u64 length) const
     std::vector<byte_range> ranges;
     u64 at = m_offset + position;
     const u64 end = std::min(m_source->size(), at + length);
-    while (at < end) {
+    while (at < end && ranges.size() < max_ranges) {
         const byte_source::place place = m_source->locate(at);
         const u64 count = std::min(place.length, end - at);
         if (count == 0) break;
@@ -222,7 +224,7 @@ std::vector<byte_range> volume_view::places(const std::vector<flat_run> &runs,
             for (const byte_range &range : places_at(run.lcn * cluster_size(), bytes))
                 append_range(ranges, range);
         limit -= bytes;
-        if (limit == 0) break;
+        if (limit == 0 || ranges.size() >= max_ranges) break;
     }
     return ranges;
 }

@@ -57,6 +57,7 @@ public:
     /// Whether $Bitmap says that a cluster is in use; true if it can't be read.
     bool is_in_use(u64 cluster) const;
     u64 cluster_count() const { return m_cluster_count; }
+    u64 source_size() const { return m_source->stored_size(); }
 
     /// Bytes of the source, at a place relative to the volume; zeros for what can't be
     /// read.

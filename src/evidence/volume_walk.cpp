@@ -1,5 +1,6 @@
 #include "evidence/volume_walk.h"
 
+#include "base/hv_checked_math.h"
 #include "evidence/walk_parts.h"
 
 #include <algorithm>
@@ -10,8 +11,20 @@ using namespace walk;
 
 volume_walk::volume_walk(const volume_view &view, region_evidence &evidence)
     : m_view(view),
-      m_evidence(evidence)
+      m_evidence(evidence),
+      m_byte_budget(
+          saturating_sum(saturating_product(8, view.source_size()), u64{1} << 30U)),
+      m_cluster_budget(
+          saturating_sum(saturating_product(64, view.cluster_count()), u64{1} << 24U))
 {
+}
+
+// False once a walk has cost more than any honest volume does.
+bool volume_walk::spend(u64 amount, u64 &budget)
+{
+    if (amount > budget) return false;
+    budget -= amount;
+    return true;
 }
 
 evidence_source volume_walk::own_source() const

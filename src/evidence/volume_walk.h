@@ -100,7 +100,7 @@ private:
     sighting start_sighting(sighting_kind kind, const looked_at &file) const;
     std::vector<byte_range> name_ranges(const looked_at &file) const;
     void clip_to_sound(deleted_file &metadata, const looked_at &file) const;
-    void judge_content(sighting &item, const stream_fact &data) const;
+    void judge_content(sighting &item, const stream_fact &data);
     std::vector<std::u16string> members_of(const entry_id &folder) const;
     void add_lost_folder(std::vector<sighting> &out, const sighting &name) const;
     void note_folder(const sighting &seen, const entry_id &parent);
@@ -115,6 +115,7 @@ private:
     void note_slack(const file_facts &facts);
     void find_stores();
 
+    bool spend(u64 amount, u64 &budget);
     bool matches(const entry_id &id) const;
     entry_id id_of(u64 entry) const;
     belonging belonging_of(const entry_id &parent, u64 moment) const;
@@ -131,6 +132,9 @@ private:
     std::vector<flat_run> m_store_runs;
     std::vector<byte_range> m_file_slack;
     std::vector<sighting> m_slack_names;
+    // What hostile records may cost: many can name the same clusters.
+    u64 m_byte_budget;
+    u64 m_cluster_budget;
 };
 
 } // namespace hv

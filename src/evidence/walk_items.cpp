@@ -99,7 +99,8 @@ void volume_walk::take_list(const looked_at &file)
 {
     file_content content;
     std::vector<listed_file> records;
-    if (!file.where.is_in_bin || !m_view.read_stream(content, file.facts, max_list))
+    if (!file.where.is_in_bin || !m_view.read_stream(content, file.facts, max_list) ||
+        !spend(content.bytes.size(), m_byte_budget))
         return;
     if (file.position != ~u64{0} && content.ranges.empty()) return;
     parse_list(records, byte_view{content.bytes}, rules);
@@ -121,7 +122,7 @@ void volume_walk::take_list(const looked_at &file)
 }
 
 // How much of the content of an item is still its own.
-void volume_walk::judge_content(sighting &item, const stream_fact &data) const
+void volume_walk::judge_content(sighting &item, const stream_fact &data)
 {
     if (data.is_resident || item.in_use) {
         item.content = data_state::whole;
@@ -130,6 +131,9 @@ void volume_walk::judge_content(sighting &item, const stream_fact &data) const
     u64 all = 0, taken = 0;
     for (const flat_run &run : data.runs) {
         if (is_hole(run)) continue;
+        if (!spend(std::min<u64>(run.clusters, m_view.cluster_count()),
+                   m_cluster_budget))
+            return;
         for (u64 i = 0; i < run.clusters && run.lcn + i < m_view.cluster_count(); ++i) {
             ++all;
             taken += m_view.is_in_use(run.lcn + i) ? 1 : 0;
@@ -164,12 +168,15 @@ std::vector<std::u16string> volume_walk::members_of(const entry_id &folder) cons
         int depth;
     };
     std::vector<std::u16string> members;
+    std::set<u64> entered; // damaged folders may be in each other
     std::vector<pending> open = {{reference_of(folder), {}, 0}};
     while (!open.empty() && members.size() < max_members) {
         const pending next = std::move(open.back());
         open.pop_back();
         const auto children = m_children.find(next.reference);
-        if (children == m_children.end() || next.depth > max_depth) continue;
+        if (children == m_children.end() || next.depth > max_depth ||
+            !entered.insert(next.reference).second)
+            continue;
         for (const u64 child : children->second) {
             file_facts facts;
             record_bytes record;

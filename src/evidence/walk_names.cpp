@@ -125,7 +125,8 @@ void volume_walk::read_index(const entry_id &folder, const std::u16string &user)
         record.used);
     file_content index;
     if (!m_view.read_stream(index, facts, max_index, attribute_type::index_allocation,
-                            u"$I30"))
+                            u"$I30") ||
+        !spend(index.bytes.size(), m_byte_budget))
         return;
     constexpr std::size_t size = index_block::size;
     for (u64 at = 0; at + size <= index.bytes.size(); at += size) {
@@ -237,8 +238,10 @@ void volume_walk::read_journal()
         for (const flat_run &run : stream.runs) {
             if (is_hole(run) || read > max_journal) continue;
             const u64 begin = run.lcn * m_view.cluster_size();
-            const u64 length = u64{run.clusters} * m_view.cluster_size();
+            const u64 length =
+                std::min(max_journal, u64{run.clusters} * m_view.cluster_size());
             read += length;
+            if (!spend(length, m_byte_budget)) return;
             for (u64 at = 0; at < length; at += journal_page_size)
                 take_journal_page(begin + at);
         }
