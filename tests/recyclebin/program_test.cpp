@@ -1,6 +1,7 @@
 // The whole program, as a user runs it.
 
 #include "samples/bins.h"
+#include "support/fixtures.h"
 #include "support/run_program.h"
 
 #include <gtest/gtest.h>
@@ -212,6 +213,31 @@ TEST_F(Recyclebin, ExplainsTheBytes)
     const std::string dd = out.substr(begin, out.find(" | xxd") - begin);
     const std::string sum = out.substr(out.find("sha256 ") + 7, 64);
     EXPECT_EQ(std::system((dd + " | sha256sum | grep -q " + sum).c_str()), 0) << dd;
+}
+
+// Two lists of real machines on a real volume, and a third one in free clusters.
+TEST_F(Recyclebin, TellsARealVolume)
+{
+    const std::string medium = fixture_or_skip("ntfs/graft2.raw.gz");
+    const auto count = [&](const std::string &option, const std::string &value) {
+        return rows({medium, "--carve", option, value}).size();
+    };
+    const string_list first = rows({medium, "--user", "1003", "--path", "*lalset*"});
+    EXPECT_EQ(first, (string_list{"1|2004-08-25 16:18:25.237|2,160,128|1003|whole|live|"
+                                  "C:\\Documents and Settings\\Mr. Evil\\Desktop\\"
+                                  "lalsetup250.exe"}));
+    EXPECT_EQ(count("--user", "1003"), 4u);
+    EXPECT_EQ(count("--user", "1004"), 5u);
+    EXPECT_EQ(count("--seen-in", "carved"), 16u);
+    EXPECT_EQ(count("--volume", "1"), 25u);
+}
+
+TEST_F(Recyclebin, ListsRealSnapshots)
+{
+    const std::string medium = fixture_or_skip("vss/vsstest.raw.xz");
+    const std::string out = run({"snapshots", medium}).out;
+    for (const char *time : {"2013-12-03 06:35:09.736", "2013-12-03 06:37:48.919"})
+        EXPECT_NE(out.find(time), std::string::npos) << out;
 }
 
 } // namespace
