@@ -150,6 +150,17 @@ void volume_walk::find_folders()
     }
 }
 
+// Whether the folder of today is the one of that moment. On a volume that was formatted
+// anew, something else has its numbers.
+bool volume_walk::was_folder_at(const entry_id &folder, u64 moment) const
+{
+    file_facts facts;
+    record_bytes record;
+    return matches(folder) && m_rows[folder.entry].is_directory &&
+           m_view.read_file(facts, record, folder.entry) &&
+           facts.times.created <= moment;
+}
+
 volume_walk::belonging volume_walk::belonging_of(const entry_id &parent,
                                                  u64 moment) const
 {
@@ -157,7 +168,8 @@ volume_walk::belonging volume_walk::belonging_of(const entry_id &parent,
     if (const std::u16string *user = m_evidence.user(parent, moment))
         return {true, true, *user};
     if (m_evidence.is_bin(parent)) return {true, true, {}};
-    where.is_known = matches(parent) && m_evidence.users().count(parent) == 0;
+    where.is_known =
+        m_evidence.users().count(parent) == 0 && was_folder_at(parent, moment);
     return where;
 }
 

@@ -118,6 +118,7 @@ private:
     bool spend(u64 amount, u64 &budget);
     bool matches(const entry_id &id) const;
     entry_id id_of(u64 entry) const;
+    bool was_folder_at(const entry_id &folder, u64 moment) const;
     belonging belonging_of(const entry_id &parent, u64 moment) const;
     evidence_source own_source() const;
 
