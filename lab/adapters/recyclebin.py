@@ -1,6 +1,7 @@
 """This project's second program, on the whole medium. Rows are read from its JSON lines, whose
 form docs/recyclebin.schema.json describes."""
 
+import datetime
 import json
 import os
 
@@ -19,13 +20,24 @@ def list_number(own):
     return None
 
 
+def iso_time(filetime):
+    """A FILETIME as truths write it, also after the year 9999."""
+    seconds, ticks = divmod(filetime, 10**7)
+    eras, seconds = divmod(seconds, 146097 * 86400) # of 400 years each
+    time = datetime.datetime(1601, 1, 1) + datetime.timedelta(seconds=seconds)
+    return f"{time.year + 400 * eras:04}{time:-%m-%dT%H:%M:%S}.{ticks:07}Z"
+
+
 def rows_from(line):
     """The row of a deletion, and one for each file in a deleted folder."""
     event = json.loads(line)
     own = event["recyclebin"]
     list_name = own.get("format", "").split(" ")[0]
+    deleted = event.get("@timestamp")
+    if deleted is None and "deleted_filetime" in own:
+        deleted = iso_time(own["deleted_filetime"])
     row = row_of(
-        path=event["file"].get("path"), deleted=event.get("@timestamp"),
+        path=event["file"].get("path"), deleted=deleted,
         size=event["file"].get("size"), user=event.get("user", {}).get("id"),
         metadata_name=list_name if list_name in LISTS else own.get("metadata_file"),
         number=list_number(own), data_name=own.get("data_file"),

@@ -146,6 +146,17 @@ void volume_walk::read_index(const entry_id &folder, const std::u16string &user)
     }
 }
 
+bool volume_walk::has_name_now(const entry_id &file, const std::u16string &name) const
+{
+    file_facts facts;
+    record_bytes record;
+    return m_items.contains(file.entry) && matches(file) && m_rows[file.entry].in_use &&
+           m_view.read_file(facts, record, file.entry) &&
+           std::ranges::any_of(facts.names, [&](const file_name_fact &each) {
+               return each.name == name;
+           });
+}
+
 // Each name of an index, live or stale, begins with the reference of its folder.
 void volume_walk::search_names(
     byte_view block, const entry_id &folder, const std::u16string &user,
@@ -174,9 +185,7 @@ void volume_walk::search_names(
             !(m_evidence.is_bin(folder) || m_evidence.users().contains(folder)))
             continue;
         // The record of a file that has this name still speaks for itself.
-        if (seen.entry && m_items.contains(seen.entry->entry) && matches(*seen.entry) &&
-            m_rows[seen.entry->entry].in_use)
-            continue;
+        if (seen.entry && has_name_now(*seen.entry, seen.name)) continue;
         seen.kind = sighting_kind::index_name;
         seen.source = at < used ? own_source() : evidence_source::index_slack;
         seen.views = {m_view.number()};
