@@ -25,7 +25,7 @@ sighting sighting_of(const u8 *bytes, std::size_t number)
     if (bytes[3] % 4 == 1) made.user = u"S-1-5-21-1";
     made.in_use = bytes[4] % 2 != 0;
     if (bytes[4] % 3 != 0) made.views = {bytes[4] % 2U};
-    made.times.record_changed = 132000000000000000 + bytes[5] % 3U * 10'000'000;
+    made.times.record_changed = 132000000000000000 + u64{bytes[5]} % 3 * 10'000'000;
     made.times.created = made.times.record_changed;
     made.ranges = {{1024 * number, 100}};
     if (made.kind == sighting_kind::metadata && bytes[6] % 4 != 0) {
@@ -71,8 +71,9 @@ extern "C" int LLVMFuzzerTestOneInput(const u8 *data, std::size_t size)
     const std::vector<outline> forward = outlines(sightings);
     std::ranges::reverse(sightings);
     if (outlines(sightings) != forward) std::abort();
-    std::ranges::rotate(sightings,
-                        sightings.begin() + static_cast<std::ptrdiff_t>(count / 3));
+    std::rotate(sightings.begin(),
+                sightings.begin() + static_cast<std::ptrdiff_t>(count / 3),
+                sightings.end());
     if (outlines(sightings) != forward) std::abort();
     std::size_t told = 0;
     for (const outline &each : forward) told += each.second.size();
