@@ -10,7 +10,9 @@ namespace hv {
 
 namespace {
 
-constexpr u64 batch_bytes = u64{4} << 20;
+constexpr u64 sector_size = 512;
+// Small enough to be searched while the processor still has it at hand.
+constexpr u64 batch_bytes = u64{1} << 18;
 
 record_bytes record_of(const carved_block &block)
 {
@@ -119,6 +121,13 @@ void carve_stretches(carve_keeper &keeper, const byte_source &source,
         const u64 end =
             std::min(source.size(), saturating_sum(stretch.position, stretch.length));
         for (u64 at = stretch.position; at < end;) {
+            // Holes of a sparse image read as zeros, in which there is nothing.
+            const u64 data = source.next_data(at) / sector_size * sector_size;
+            if (data > at) {
+                done += std::min(data, end) - at;
+                at = data;
+                continue;
+            }
             batch.resize(std::min(batch_bytes, end - at));
             const std::size_t count = source.read(at, batch);
             if (count == 0) break;
