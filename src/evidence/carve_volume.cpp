@@ -12,7 +12,7 @@ namespace {
 
 constexpr u64 sector_size = 512;
 // Small enough to be searched while the processor still has it at hand.
-constexpr u64 batch_bytes = u64{1} << 18;
+constexpr u64 batch_bytes = u64{1} << 19;
 
 record_bytes record_of(const carved_block &block)
 {
