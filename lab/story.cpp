@@ -582,11 +582,6 @@ std::vector<extent> story::data_runs(std::size_t number) const
     return m_layout.stream_runs(m_told->deletions.at(number).data_entry->entry);
 }
 
-std::vector<extent> story::metadata_runs(std::size_t number) const
-{
-    return m_layout.stream_runs(m_told->deletions.at(number).metadata_entry->entry);
-}
-
 // ---- The change journal
 
 u64 story::start_journal(u16 major_version)

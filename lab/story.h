@@ -126,9 +126,8 @@ public:
     void restore(std::size_t deletion);
 
     told_deletion &deletion(std::size_t number) { return m_told->deletions.at(number); }
-    /// The clusters of a deletion's data item, and of its `$I` file if it has some.
+    /// The clusters of a deletion's data item.
     std::vector<extent> data_runs(std::size_t deletion) const;
-    std::vector<extent> metadata_runs(std::size_t deletion) const;
 
     // The medium
 

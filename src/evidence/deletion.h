@@ -72,7 +72,6 @@ struct examination {
     std::vector<examined_region> regions;
     std::vector<deletion> deletions;
     u64 unreadable_bytes = 0;
-    std::vector<std::string> troubles; ///< sources that couldn't be read, in words
 };
 
 } // namespace hv

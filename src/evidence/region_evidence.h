@@ -18,8 +18,6 @@ public:
     u32 number() const { return m_number; }
     /// Adds a sighting, or the views of one that is known.
     void add(sighting seen);
-    /// Whether a sighting of any kind begins at this byte of the medium.
-    bool is_known(u64 position) const { return m_places.contains(position); }
     std::vector<sighting> take() { return std::move(m_sightings); }
     const std::vector<sighting> &sightings() const { return m_sightings; }
 

@@ -66,7 +66,7 @@ bool is_incomplete(const run_context &context)
         return !region.trouble.empty();
     };
     const auto &found = context.found;
-    return found.unreadable_bytes > 0 || !found.troubles.empty() ||
+    return found.unreadable_bytes > 0 ||
            std::any_of(found.regions.begin(), found.regions.end(), has_trouble) ||
            context.medium->unreadable() > 0;
 }
@@ -75,7 +75,6 @@ void report_troubles(const examination &found)
 {
     for (const examined_region &region : found.regions)
         if (!region.trouble.empty()) complain(region.trouble);
-    for (const std::string &trouble : found.troubles) complain(trouble);
 }
 
 // Of a medium without any volume: why, and what to try. Carving needs no volume.
