@@ -2,6 +2,7 @@
 
 #include "evidence/sighting.h"
 
+#include <map>
 #include <string>
 #include <vector>
 
@@ -45,6 +46,9 @@ struct deletion {
     std::vector<byte_range> data;
     std::vector<std::u16string> members;
     std::u16string outside_path;
+    /// SID of whom the data belongs to by the volume's $Secure, "S-1-5-21-..."; empty
+    /// if not known. A lead where it differs from the bin's user.
+    std::string owner;
     std::vector<std::string> conflicts; ///< what sightings disagree about, in words
     std::vector<sighting> sightings;
 };
@@ -63,7 +67,9 @@ struct examined_region {
     bool boot_from_copy = false;
     bool mft_from_mirror = false;
     std::vector<u64> snapshots =
-        {};                   ///< FILETIMEs of creation; number n is element n - 1
+        {}; ///< FILETIMEs of creation; number n is element n - 1
+    /// Names of users by the name of their folder in the bin, from the volume's hives.
+    std::map<std::u16string, std::u16string> user_names = {};
     std::string trouble = {}; ///< why (part of) it can't be read; empty: nothing
 };
 

@@ -76,6 +76,7 @@ struct sighting {
     /// Empty for what no view leads to.
     std::set<u32> views;
     std::vector<byte_range> ranges; ///< of the bytes that prove it, in their order
+    std::string file;               ///< whose bytes these are; empty: the medium's
     std::optional<entry_id> entry;  ///< of the file or folder that it is about
     bool in_use = false;            ///< that record is in use
     bool is_torn = false;           ///< an update sequence doesn't match
@@ -94,6 +95,7 @@ struct sighting {
     data_state content = data_state::none;
     std::vector<std::u16string> members; ///< of a folder: paths below it, with "\"
     std::u16string outside_path;         ///< of a restored item: where it is now
+    std::string owner; ///< SID of whom it belongs to; empty if not known
 
     // Of journal lines
     u64 logged = 0; ///< FILETIME

@@ -15,6 +15,8 @@ namespace {
 
 using string_list = std::vector<std::string>;
 
+const char *const medium_help = "an image, a device, or a virtual disk";
+
 // Decimal, or hexadecimal after "0x".
 std::optional<u64> parse_number(std::string_view text)
 {
@@ -82,17 +84,76 @@ CLI::Option *add_values(CLI::App &app, const std::string &name, std::vector<Valu
 
 void add_medium(CLI::App &app, command_line &line)
 {
-    app.add_option("MEDIUM", line.medium, "a raw image or a device")->required();
+    app.add_option("MEDIUM", line.medium, medium_help)->required();
     add_value(app, "--offset", line.offset, parse_number,
               "look only at the volume that begins at this byte")
         ->type_name("BYTES");
 }
 
+// Commands other than `list` have one output, in a form of their own.
 void add_output(CLI::App &app, command_line &line)
 {
-    app.add_option("--output", line.output_file, "write results to this new file")
+    app.add_option_function<std::string>(
+           "--output", [&line](const std::string &path) { line.outputs = {{path}}; },
+           "write results to this new file")
         ->type_name("FILE");
     app.add_flag("--force", line.force, "replace the file of --output");
+}
+
+// "FORM:FILE", or a file whose ending means a form. A path that begins with the name of
+// a form and a colon is meant as "./...".
+output_target parse_target(const std::string &text)
+{
+    const std::size_t colon = text.find(':');
+    if (colon != std::string::npos)
+        if (const form *how = form_called(std::string_view(text).substr(0, colon)))
+            return {text.substr(colon + 1), how};
+    return {text, form_for_file(text)};
+}
+
+std::string form_names()
+{
+    std::string names;
+    for (const form &each : all_forms())
+        names.append(names.empty() ? "" : ", ").append(each.name);
+    return names;
+}
+
+void add_forms(CLI::App &app, command_line &line)
+{
+    app.add_option_function<std::string>(
+           "--format",
+           [&line](const std::string &name) {
+               line.format = form_called(name);
+               if (line.format == nullptr)
+                   throw CLI::ValidationError("--format", "can't be \"" + name +
+                                                              "\"; " + form_names());
+           },
+           form_names())
+        ->type_name("FORM");
+    app.add_option_function<string_list>(
+           "--output",
+           [&line](const string_list &texts) {
+               for (const std::string &text : texts)
+                   line.outputs.push_back(parse_target(text));
+           },
+           "write to this new file, in the form that its ending means; may be repeated")
+        ->allow_extra_args(false)
+        ->type_name("[FORM:]FILE");
+    app.add_flag("--force", line.force, "replace the files of --output");
+    app.add_flag("--formula-safe", line.how_to_write.formula_safe,
+                 "in CSV: no cell that a spreadsheet would calculate");
+    app.add_flag("--bom", line.how_to_write.byte_order_mark,
+                 "in CSV: begin with the mark by which spreadsheets know UTF-8");
+}
+
+// What isn't said otherwise is a table.
+void complete_outputs(command_line &line)
+{
+    if (line.outputs.empty()) line.outputs.push_back({});
+    for (output_target &target : line.outputs)
+        if (target.how == nullptr)
+            target.how = line.format != nullptr ? line.format : &all_forms().front();
 }
 
 void add_carve(CLI::App &app, command_line &line)
@@ -113,7 +174,10 @@ CLI::App *add_command(CLI::App &app, command_line &line, command what,
 {
     CLI::App *added = app.add_subcommand(name, about);
     added->callback([&line, what] { line.what = what; });
-    add_output(*added, line);
+    if (what == command::list)
+        add_forms(*added, line);
+    else
+        add_output(*added, line);
     return added;
 }
 
@@ -156,17 +220,10 @@ void add_list(CLI::App &app, command_line &line)
     add_carve(*list, line);
     add_volume(*list, line);
     add_selection(*list, line.wanted);
-    auto *format = list->add_option_function<std::string>(
-                           "--format",
-                           [&line](const std::string &name) {
-                               if (name == "jsonl") line.form = list_form::json_lines;
-                           },
-                           "table, or jsonl: a line of JSON for each")
-                       ->check(CLI::IsMember({"table", "jsonl"}));
     list->add_flag_callback(
-            "--story", [&line] { line.form = list_form::story; },
-            "tell how each is known")
-        ->excludes(format);
+            "--story", [&line] { line.format = form_called("story"); },
+            "the same as --format story")
+        ->excludes("--format");
 }
 
 void add_other_commands(CLI::App &app, command_line &line)
@@ -196,7 +253,7 @@ void add_other_commands(CLI::App &app, command_line &line)
                                     "Hold lines of JSON against the medium again");
     recheck->add_option("FILE", line.rows_file, "what list --format jsonl wrote")
         ->required();
-    recheck->add_option("MEDIUM", line.medium, "a raw image or a device")->required();
+    recheck->add_option("MEDIUM", line.medium, medium_help)->required();
 }
 
 } // namespace
@@ -228,6 +285,7 @@ std::optional<exit_status> read_command_line(command_line &line, int argc,
                   << "Try \"recyclebin --help\", or \"recyclebin list --help\".\n";
         return exit_status::usage;
     }
+    complete_outputs(line);
     return {};
 }
 

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "recyclebin/forms/form.h"
 #include "recyclebin/selection.h"
 
 #include <string>
@@ -18,8 +19,6 @@ enum class exit_status {
 
 enum class command { check, list, snapshots, diff, explain, recheck };
 
-enum class list_form { table, json_lines, story };
-
 /// What the user asks for. Constant once it is read.
 struct command_line {
     command what = command::list;
@@ -30,8 +29,11 @@ struct command_line {
     std::optional<u64> offset;
     bool carve = false;
     selection wanted;
-    list_form form = list_form::table;
-    std::string output_file; ///< empty: standard output
+    /// Never empty. Commands other than `list` write to the first one, in a form of
+    /// their own.
+    std::vector<output_target> outputs;
+    const form *format = nullptr; ///< of outputs whose form nothing else says
+    form_options how_to_write;
     bool force = false;
 };
 

@@ -1,4 +1,3 @@
-#include "disk/hv_file_source.h"
 #include "evidence/examine.h"
 #include "recyclebin/progress.h"
 #include "recyclebin/result_file.h"
@@ -7,6 +6,7 @@
 #include <algorithm>
 #include <csignal>
 #include <fcntl.h>
+#include <memory>
 #include <unistd.h>
 
 namespace {
@@ -28,14 +28,6 @@ void claim_standard_descriptors()
     std::signal(SIGPIPE, SIG_IGN);
 }
 
-byte_source_ptr open_medium(const std::string &path)
-{
-    const auto source = std::make_shared<const file_source>(path);
-    if (source->failure() == open_failure::none) return source;
-    complain(path + ": " + open_failure_text(source->failure()));
-    return nullptr;
-}
-
 void examine_medium(run_context &context)
 {
     progress_line_on_terminal progress;
@@ -46,11 +38,13 @@ void examine_medium(run_context &context)
     examine(context.found, context.medium, options);
 }
 
-exit_status run_command(std::ostream &out, const run_context &context)
+exit_status run_command(const std::vector<std::ostream *> &outs,
+                        const run_context &context)
 {
+    std::ostream &out = *outs.front();
     switch (context.line.what) {
     case command::check: return run_check(out, context);
-    case command::list: return run_list(out, context);
+    case command::list: return run_list(outs, context);
     case command::snapshots: return run_snapshots(out, context);
     case command::diff: return run_diff(out, context);
     case command::explain: return run_explain(out, context);
@@ -68,13 +62,15 @@ bool is_incomplete(const run_context &context)
     const auto &found = context.found;
     return found.unreadable_bytes > 0 ||
            std::any_of(found.regions.begin(), found.regions.end(), has_trouble) ||
-           context.medium->unreadable() > 0;
+           context.medium->unreadable() > 0 || !context.source.faults().empty();
 }
 
-void report_troubles(const examination &found)
+void report_troubles(const run_context &context)
 {
-    for (const examined_region &region : found.regions)
+    for (const examined_region &region : context.found.regions)
         if (!region.trouble.empty()) complain(region.trouble);
+    for (const std::string &fault : context.source.faults())
+        complain(context.line.medium + ": " + fault);
 }
 
 // Of a medium without any volume: why, and what to try. Carving needs no volume.
@@ -86,37 +82,68 @@ bool is_refused(const run_context &context)
     return true;
 }
 
-exit_status examine_and_run(std::ostream &out, run_context &context)
+exit_status examine_and_run(const std::vector<std::ostream *> &outs,
+                            run_context &context)
 {
-    if (context.line.what == command::recheck) return run_recheck(out, context);
+    if (context.line.what == command::recheck) return run_command(outs, context);
     examine_medium(context);
-    report_troubles(context.found);
+    report_troubles(context);
     if (context.line.what != command::check && is_refused(context))
         return exit_status::no_source;
-    const exit_status status = run_command(out, context);
+    const exit_status status = run_command(outs, context);
     const bool is_read = status == exit_status::rows || status == exit_status::no_rows;
     return is_read && is_incomplete(context) ? exit_status::partly : status;
 }
 
+using result_files = std::vector<std::unique_ptr<result_file>>;
+
+// Opens every output, or none: false, after a complaint.
+bool open_outputs(result_files &results, const command_line &line,
+                  const opened_medium &source)
+{
+    std::vector<std::string> sources = source.files;
+    sources.push_back(line.rows_file);
+    for (const output_target &target : line.outputs) {
+        std::string problem;
+        results.push_back(std::make_unique<result_file>());
+        if (results.back()->open(problem, target.path, line.force, sources)) continue;
+        complain(problem);
+        return false;
+    }
+    return true;
+}
+
+bool finish_outputs(const result_files &results)
+{
+    bool is_written = true;
+    for (const auto &result : results) {
+        std::string problem;
+        if (result->finish(problem)) continue;
+        complain(problem);
+        is_written = false;
+    }
+    return is_written;
+}
+
 exit_status run(const command_line &line)
 {
-    result_file results;
-    std::string problem;
-    if (!results.open(problem, line.output_file, line.force,
-                      {line.medium, line.rows_file})) {
-        complain(problem);
-        return exit_status::no_output;
+    opened_medium source = open_medium(line.medium);
+    if (!source.source) {
+        complain(line.medium + ": " + source.problem);
+        return exit_status::no_source;
     }
-    run_context context{line, open_medium(line.medium), {}};
-    if (!context.medium) return exit_status::no_source;
-    const exit_status status = examine_and_run(results.stream(), context);
+    result_files results;
+    if (!open_outputs(results, line, source)) return exit_status::no_output;
+    std::vector<std::ostream *> outs;
+    for (const auto &result : results) outs.push_back(&result->stream());
+    const byte_source_ptr medium = source.source;
+    run_context context{line, std::move(source), medium, {}};
+    const exit_status status = examine_and_run(outs, context);
     const bool has_results =
         status != exit_status::usage &&
         (status != exit_status::no_source || line.what == command::check);
-    if (!has_results) return status;
-    if (results.finish(problem)) return status;
-    complain(problem);
-    return exit_status::no_output;
+    if (has_results && !finish_outputs(results)) return exit_status::no_output;
+    return status;
 }
 
 } // namespace

@@ -1,7 +1,7 @@
 #pragma once
 
-#include "disk/hv_byte_source.h"
 #include "evidence/describe_medium.h"
+#include "media/open_medium.h"
 #include "recyclebin/command_line.h"
 
 #include <ostream>
@@ -11,7 +11,8 @@ namespace hv {
 /// What every command works on: the medium, and what an examination found on it.
 struct run_context {
     const command_line &line;
-    byte_source_ptr medium;
+    opened_medium source;   ///< what is read, and which files that needs
+    byte_source_ptr medium; ///< `source.source`
     examination found;
 
     /// The deletions that the user asks for, in the order of `found`.
@@ -24,10 +25,12 @@ struct run_context {
 
 /// The commands. Each writes its results to `out`, and says whether there were any.
 exit_status run_check(std::ostream &out, const run_context &context);
-exit_status run_list(std::ostream &out, const run_context &context);
 exit_status run_snapshots(std::ostream &out, const run_context &context);
 exit_status run_diff(std::ostream &out, const run_context &context);
 exit_status run_explain(std::ostream &out, const run_context &context);
+/// Writes to each of the outputs that the user asks for, in their order.
+exit_status run_list(const std::vector<std::ostream *> &outs,
+                     const run_context &context);
 /// Needs the medium alone, without an examination.
 exit_status run_recheck(std::ostream &out, const run_context &context);
 

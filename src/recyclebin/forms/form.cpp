@@ -1,0 +1,35 @@
+#include "recyclebin/forms/form.h"
+
+#include "recyclebin/forms/writers.h"
+
+#include <algorithm>
+#include <array>
+
+namespace hv {
+
+std::span<const form> all_forms()
+{
+    static constexpr auto forms = std::to_array<form>({
+        {"table", ".txt", "a line for each deletion, for people", write_table},
+        {"story", "", "how each deletion is known, for people", write_stories},
+        {"jsonl", ".jsonl", "a line of JSON for each, with its proof",
+         write_json_lines},
+    });
+    return forms;
+}
+
+const form *form_called(std::string_view name)
+{
+    const auto found = std::ranges::find(all_forms(), name, &form::name);
+    return found == all_forms().end() ? nullptr : &*found;
+}
+
+const form *form_for_file(std::string_view path)
+{
+    const auto found = std::ranges::find_if(all_forms(), [&](const form &each) {
+        return !each.ending.empty() && path.ends_with(each.ending);
+    });
+    return found == all_forms().end() ? nullptr : &*found;
+}
+
+} // namespace hv
