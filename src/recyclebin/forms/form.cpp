@@ -14,6 +14,13 @@ std::span<const form> all_forms()
         {"story", "", "how each deletion is known, for people", write_stories},
         {"jsonl", ".jsonl", "a line of JSON for each, with its proof",
          write_json_lines},
+        {"body", ".body", "a body file for mactime", write_body},
+        {"csv", ".csv", "a line of comma-separated values for each", write_csv},
+        {"l2tcsv", "", "log2timeline's CSV, a line for each moment", write_l2tcsv},
+        {"timesketch-csv", "", "CSV for Timesketch, a line for each moment",
+         write_timesketch_csv},
+        {"timesketch-jsonl", "", "JSON for Timesketch, a line for each moment",
+         write_timesketch_json},
     });
     return forms;
 }
