@@ -10,11 +10,20 @@ namespace {
 constexpr std::string_view formula_beginnings[] = {
     "=", "+", "-", "@", "\t", "\r", "\n", "\uff1d", "\uff0b", "\uff0d", "\uff20"};
 
-// A negative number, or the dash for "nothing".
+// A decimal number as this program writes it, which readers of numbers need as it is.
 bool is_plain_number(std::string_view cell)
 {
-    return cell.starts_with('-') &&
-           cell.find_first_not_of("0123456789", 1) == std::string_view::npos;
+    if (cell.starts_with('-')) cell.remove_prefix(1);
+    const bool has_padding = cell.size() > 1 && cell.starts_with('0');
+    return !cell.empty() && !has_padding &&
+           cell.find_first_not_of("0123456789") == std::string_view::npos;
+}
+
+// What a spreadsheet takes for a number: "1e5" and "007" are texts here.
+bool looks_like_number(std::string_view cell)
+{
+    return cell.find_first_of("0123456789") != std::string_view::npos &&
+           cell.find_first_not_of("0123456789.,eE+-") == std::string_view::npos;
 }
 
 // Spreadsheets of many countries end cells at semicolons. With this text in their
@@ -55,9 +64,10 @@ std::string without_formula(std::string cell)
     const auto begins_with = [&cell](std::string_view beginning) {
         return cell.starts_with(beginning);
     };
-    const bool is_formula =
-        std::ranges::any_of(formula_beginnings, begins_with) && !is_plain_number(cell);
-    if (is_formula || cell.starts_with('\'')) cell.insert(0, 1, '\'');
+    const bool is_harmless = cell == "-" || is_plain_number(cell);
+    const bool is_changed =
+        std::ranges::any_of(formula_beginnings, begins_with) || looks_like_number(cell);
+    if ((is_changed && !is_harmless) || cell.starts_with('\'')) cell.insert(0, 1, '\'');
     return cell;
 }
 

@@ -17,8 +17,9 @@ struct csv_dialect {
 void write_csv_line(std::ostream &out, const std::vector<std::string> &cells,
                     const csv_dialect &dialect);
 
-/// The cell with an apostrophe before it if a spreadsheet would calculate it, or if it
-/// begins with an apostrophe, so that the first apostrophe of a cell is never its own.
+/// The cell with an apostrophe before it if a spreadsheet would calculate it, or would
+/// take a text such as "1e5" for a number. Also if it begins with an apostrophe: the
+/// first one of a cell is never its own.
 std::string without_formula(std::string cell);
 
 } // namespace hv

@@ -14,7 +14,7 @@ namespace {
 
 constexpr std::string_view refused = ",;\"";
 
-const std::string column_names[] = {
+constexpr std::string_view column_names[] = {
     "date",     "time",  "timezone", "MACB",   "source", "sourcetype",
     "type",     "user",  "host",     "short",  "desc",   "version",
     "filename", "inode", "notes",    "format", "extra"};
@@ -131,10 +131,14 @@ std::vector<std::string> cells_of(const moment_facts &facts,
 template <class Cells>
 void write_line(std::ostream &out, const Cells &cells, bool formula_safe)
 {
-    const char *separator = "";
+    std::string_view separator;
     for (const auto &cell : cells) {
-        out << separator << (formula_safe ? without_formula(cell) : cell);
+        out << separator;
         separator = ",";
+        if (formula_safe)
+            out << without_formula(std::string(cell));
+        else
+            out << cell;
     }
     out << '\n';
 }
