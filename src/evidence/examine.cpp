@@ -157,7 +157,8 @@ private:
 
     void finish(region_evidence &evidence)
     {
-        assemble(m_out.deletions, evidence.take());
+        const u64 offset = m_out.regions[evidence.number()].offset;
+        assemble(m_out.deletions, evidence.take(), offset);
     }
 
     examination &m_out;
