@@ -179,7 +179,7 @@ void examine(examination &out, const byte_source_ptr &medium,
     // By volume and time; what has no time comes last.
     std::ranges::sort(out.deletions, {}, [](const deletion &each) {
         return std::tuple(each.volume, each.deleted.value_or(~u64{0}), each.user,
-                          each.data_name, each.id);
+                          each.data_name, each.path, each.id);
     });
 }
 

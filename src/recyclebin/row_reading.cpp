@@ -94,6 +94,8 @@ bool read_row(written_row &row, std::string &problem, std::string_view line)
         return false;
     }
     row.id = plain_text(member(member(value, "event"), "id"));
+    row.name = text_of(member(own, "data_file"));
+    if (row.name.empty()) row.name = text_of(member(own, "metadata_file"));
     row.stated.deleted =
         moment_of(member(value, "@timestamp"), member(own, "deleted_filetime"));
     row.stated.size = number_of(member(own, "stated_size"));

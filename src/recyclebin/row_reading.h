@@ -33,6 +33,7 @@ struct row_proof {
 
 struct written_row {
     std::string id;
+    std::u16string name; ///< in the bin, of the data item or else the metadata
     row_statement stated;
     std::vector<row_proof> proofs;
     bool is_carved = false; ///< by a sighting that only carving shows

@@ -136,8 +136,9 @@ void write_findings(std::ostream &out, const written_row &row,
                                        : "same       ")
         << escaped(std::string_view(row.id)) << "  " << grouped(findings.held())
         << " of " << counted(all, "statement") << " hold";
-    if (row.stated.path) out << "  " << escaped(*row.stated.path);
-    out << '\n';
+    out << "  "
+        << (row.stated.path ? escaped(*row.stated.path) : "<" + escaped(row.name) + ">")
+        << '\n';
     for (const std::string &failure : findings.failures())
         out << "  " << failure << '\n';
     if (findings.unchecked() == 0) return;
