@@ -46,7 +46,7 @@ using outline = std::pair<std::string, std::vector<byte_range>>;
 std::vector<outline> outlines(std::vector<sighting> sightings)
 {
     std::vector<deletion> deletions;
-    assemble(deletions, std::move(sightings));
+    assemble(deletions, std::move(sightings), 0);
     std::vector<outline> found;
     for (const deletion &each : deletions) {
         outline made{each.id, {}};
@@ -75,6 +75,8 @@ extern "C" int LLVMFuzzerTestOneInput(const u8 *data, std::size_t size)
                 sightings.begin() + static_cast<std::ptrdiff_t>(count / 3),
                 sightings.end());
     if (outlines(sightings) != forward) std::abort();
+    const auto same = std::ranges::adjacent_find(forward, {}, &outline::first);
+    if (same != forward.end()) std::abort(); // two have one id
     std::size_t told = 0;
     for (const outline &each : forward) told += each.second.size();
     if (told != count) std::abort();

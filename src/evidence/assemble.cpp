@@ -3,6 +3,8 @@
 
 #include <algorithm>
 #include <map>
+#include <numeric>
+#include <span>
 #include <tuple>
 
 namespace hv {
@@ -349,29 +351,96 @@ void add_conflicts(deletion &made, const group &from)
     made.conflicts.erase(end, made.conflicts.end());
 }
 
-// Twelve digits that follow from what identifies the deletion (FNV-1a).
-std::string id_of(const deletion &made)
-{
-    u64 sum = 0xCBF29CE484222325;
-    const auto add = [&](u64 value, int bytes) {
+// ---- What a deletion is called
+
+// Sums texts and numbers to the twelve digits of an id (FNV-1a).
+class id_sum {
+public:
+    void add(u64 value, int bytes)
+    {
         for (int i = 0; i < bytes; ++i)
-            sum = (sum ^ (value >> (8 * i) & 0xFFU)) * 0x100000001B3;
-    };
-    const auto add_text = [&](const std::u16string &text) {
+            m_sum = (m_sum ^ (value >> (8 * i) & 0xFFU)) * 0x100000001B3;
+    }
+    void add(const std::u16string &text)
+    {
         for (const char16_t unit : text) add(unit, 2);
         add(0xFFFF, 2);
-    };
-    add(made.volume, 4);
-    add_text(made.user);
-    add_text(made.data_name.empty() ? made.metadata_name : made.data_name);
-    add(made.deleted.value_or(0), 8);
-    add_text(made.path.value_or(u""));
-    if (!made.deleted && made.data_entry)
-        add(made.data_entry->entry | u64{made.data_entry->sequence} << 48U, 8);
-    static constexpr std::string_view digits = "0123456789abcdef";
-    std::string text;
-    for (int i = 0; i < 12; ++i) text += digits[sum >> (4 * i) & 0xFU];
-    return text;
+    }
+    void add(const entry_id &entry)
+    {
+        add(entry.entry, 8);
+        add(entry.sequence, 2);
+    }
+    std::string digits() const
+    {
+        static constexpr std::string_view all = "0123456789abcdef";
+        std::string text;
+        for (int i = 0; i < 12; ++i) text += all[m_sum >> (4 * i) & 0xFU];
+        return text;
+    }
+
+private:
+    u64 m_sum = 0xCBF29CE484222325;
+};
+
+// By how much an id follows from more than the least that identifies a deletion.
+enum class id_detail {
+    least,
+    all,     // for deletions that have the least in common
+    numbered // for those that have all in common
+};
+
+void add_statement(id_sum &sum, const group &from)
+{
+    if (from.metadata == nullptr) return;
+    const auto [deleted, path, size, number] = statement_of(*from.metadata);
+    sum.add(deleted, 8);
+    sum.add(path);
+    sum.add(size, 8);
+    sum.add(number, 4);
+}
+
+// The least is what carving doesn't change when it learns more of a deletion: the
+// random name that its two files share. Names of lists count up and come again, so
+// there the record of the data item, or else what the list states, is part of it.
+id_sum sum_of(const group &from, const deletion &made, u64 region_offset,
+              id_detail detail)
+{
+    id_sum sum;
+    sum.add(region_offset, 8);
+    sum.add(from.item);
+    const bool is_random =
+        !from.item.empty() && kind_of_name(from.item) != bin_name_kind::listed_data;
+    if (!is_random && made.data_entry)
+        sum.add(*made.data_entry);
+    else if (!is_random)
+        add_statement(sum, from);
+    if (detail == id_detail::least) return sum;
+    sum.add(from.user);
+    if (made.data_entry) sum.add(*made.data_entry);
+    add_statement(sum, from);
+    return sum;
+}
+
+// Gives each deletion of a region an id of its own.
+void set_ids(std::span<deletion> made, const std::vector<group> &groups,
+             u64 region_offset)
+{
+    std::vector<std::size_t> rest(made.size());
+    std::iota(rest.begin(), rest.end(), std::size_t{0});
+    for (const id_detail detail :
+         {id_detail::least, id_detail::all, id_detail::numbered}) {
+        std::map<std::string, std::vector<std::size_t>> called;
+        for (const std::size_t at : rest) {
+            id_sum sum = sum_of(groups[at], made[at], region_offset, detail);
+            if (detail == id_detail::numbered) sum.add(at, 8);
+            made[at].id = sum.digits();
+            called[made[at].id].push_back(at);
+        }
+        rest.clear();
+        for (const auto &[id, same] : called)
+            if (same.size() > 1) rest.insert(rest.end(), same.begin(), same.end());
+    }
 }
 
 deletion tell(const group &from)
@@ -386,16 +455,19 @@ deletion tell(const group &from)
     made.state = state_of(from);
     for (const sighting *seen : from.seen) made.sightings.push_back(*seen);
     std::ranges::sort(made.sightings, comes_before);
-    made.id = id_of(made);
     return made;
 }
 
 } // namespace
 
-void assemble(std::vector<deletion> &out, std::vector<sighting> sightings)
+void assemble(std::vector<deletion> &out, std::vector<sighting> sightings,
+              u64 region_offset)
 {
     std::ranges::sort(sightings, comes_before);
-    for (const group &from : assembly(sightings).groups()) out.push_back(tell(from));
+    const std::vector<group> groups = assembly(sightings).groups();
+    const std::size_t before = out.size();
+    for (const group &from : groups) out.push_back(tell(from));
+    set_ids(std::span(out).subspan(before), groups, region_offset);
 }
 
 } // namespace hv

@@ -58,6 +58,9 @@ struct examined_region {
     u64 offset = 0;
     u64 size = 0;
     bool is_volume = false;
+    /// Of a volume: 1 and up, in the order of their offsets on the medium, whether all
+    /// are examined or one. 0 for a stretch outside of them.
+    u32 number = 0;
     std::string found_by = {}; ///< "MBR", "GPT", "copy of the GPT", "boot sector", ...
     std::string label = {};
     u64 serial = 0;

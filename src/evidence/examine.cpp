@@ -28,9 +28,12 @@ public:
         const medium_layout layout =
             find_volumes(*m_medium, m_options.carve ? volume_search::every_sector
                                                     : volume_search::lost_tables);
-        for (const found_volume &volume : layout.volumes)
+        u32 number = 0;
+        for (const found_volume &volume : layout.volumes) {
+            ++number;
             if (!m_options.offset || *m_options.offset == volume.offset)
-                examine_volume(volume);
+                examine_volume(volume, number);
+        }
         if (m_options.carve && !m_options.offset)
             for (const byte_range &gap : layout.gaps) examine_gap(gap);
         m_out.unreadable_bytes = m_medium->unreadable();
@@ -43,11 +46,12 @@ private:
         return static_cast<u32>(m_out.regions.size() - 1);
     }
 
-    static examined_region describe(const found_volume &volume)
+    static examined_region describe(const found_volume &volume, u32 number)
     {
         return {.offset = volume.offset,
                 .size = volume.size,
                 .is_volume = true,
+                .number = number,
                 .found_by = found_by_text(volume.how),
                 .serial = volume.geometry.serial,
                 .cluster_size = volume.geometry.cluster_size,
@@ -71,9 +75,9 @@ private:
         return source;
     }
 
-    void examine_volume(const found_volume &volume)
+    void examine_volume(const found_volume &volume, u32 number)
     {
-        region_evidence evidence(add_region(describe(volume)));
+        region_evidence evidence(add_region(describe(volume, number)));
         const byte_source_ptr source = patched(volume);
         volume_view live(source, volume.offset, 0);
         if (!live.open()) {
@@ -157,7 +161,8 @@ private:
 
     void finish(region_evidence &evidence)
     {
-        assemble(m_out.deletions, evidence.take());
+        const u64 offset = m_out.regions[evidence.number()].offset;
+        assemble(m_out.deletions, evidence.take(), offset);
     }
 
     examination &m_out;
@@ -174,7 +179,7 @@ void examine(examination &out, const byte_source_ptr &medium,
     // By volume and time; what has no time comes last.
     std::ranges::sort(out.deletions, {}, [](const deletion &each) {
         return std::tuple(each.volume, each.deleted.value_or(~u64{0}), each.user,
-                          each.data_name, each.id);
+                          each.data_name, each.path, each.id);
     });
 }
 

@@ -23,7 +23,8 @@ void examine(examination &out, const byte_source_ptr &medium,
              const examine_options &options);
 
 /// Joins sightings of one region to deletions. The order of the sightings doesn't
-/// matter. Appends to `out`.
-void assemble(std::vector<deletion> &out, std::vector<sighting> sightings);
+/// matter. Appends to `out`. The region's offset on the medium is part of each id.
+void assemble(std::vector<deletion> &out, std::vector<sighting> sightings,
+              u64 region_offset);
 
 } // namespace hv

@@ -3,8 +3,7 @@
 #include "recyclebin/deletion_json.h"
 #include "recyclebin/json_text.h"
 #include "recyclebin/moments.h"
-
-#include <nlohmann/json.hpp>
+#include "recyclebin/views.h"
 
 namespace hv {
 
@@ -59,6 +58,8 @@ bool read_ranges_of(std::vector<byte_range> &ranges, const json &value)
 
 bool read_proof(row_proof &proof, const json &value)
 {
+    proof.kind = plain_text(member(value, "kind"));
+    proof.source = plain_text(member(value, "source"));
     proof.sum = plain_text(member(value, "sha256"));
     const json &metadata = member(value, "metadata");
     proof.format = format_for(plain_text(member(metadata, "format")));
@@ -93,15 +94,28 @@ bool read_row(written_row &row, std::string &problem, std::string_view line)
         return false;
     }
     row.id = plain_text(member(member(value, "event"), "id"));
+    row.name = text_of(member(own, "data_file"));
+    if (row.name.empty()) row.name = text_of(member(own, "metadata_file"));
     row.stated.deleted =
         moment_of(member(value, "@timestamp"), member(own, "deleted_filetime"));
     row.stated.size = number_of(member(own, "stated_size"));
     row.stated.path = path_of(member(member(value, "file"), "path"));
-    for (const json &proof : member(own, "sightings"))
+    const json &sightings = member(own, "sightings");
+    if (!sightings.is_array() || sightings.empty()) {
+        problem = "has no sightings";
+        return false;
+    }
+    for (const json &proof : sightings) {
         if (!read_proof(row.proofs.emplace_back(), proof)) {
             problem = "has a sighting without ranges of bytes";
             return false;
         }
+        const auto source = source_for(row.proofs.back().source);
+        row.is_carved |= source && needs_carving(*source);
+    }
+    row.is_other_version =
+        plain_text(member(own, "schema_version")) != json_schema_version;
+    row.line = std::move(value);
     return true;
 }
 

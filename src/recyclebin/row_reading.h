@@ -2,6 +2,7 @@
 
 #include "recyclebin/words.h"
 
+#include <nlohmann/json.hpp>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -20,6 +21,8 @@ struct row_statement {
 
 /// One sighting of a row, and the bytes by which it is proved.
 struct row_proof {
+    std::string kind;   ///< as `word_for` writes it
+    std::string source; ///< the same
     std::vector<byte_range> ranges;
     std::string sum;                       ///< SHA-256; may be empty
     std::optional<metadata_format> format; ///< absent: it isn't metadata
@@ -30,8 +33,14 @@ struct row_proof {
 
 struct written_row {
     std::string id;
+    std::u16string name; ///< in the bin, of the data item or else the metadata
     row_statement stated;
     std::vector<row_proof> proofs;
+    bool is_carved = false; ///< by a sighting that only carving shows
+    /// Another version of the form: it may have fields that this one lacks, or lack
+    /// fields that this one has.
+    bool is_other_version = false;
+    nlohmann::ordered_json line; ///< all of it
 };
 
 /// Reads a line. False, with `problem` in words, if it isn't a row of a schema that is

@@ -63,6 +63,13 @@ std::string seen_places::text() const
     return text;
 }
 
+bool needs_carving(evidence_source source)
+{
+    return source == evidence_source::shadow_store ||
+           source == evidence_source::free_cluster ||
+           source == evidence_source::file_slack || source == evidence_source::raw;
+}
+
 seen_places places_of(const deletion &item)
 {
     seen_places places;
@@ -104,7 +111,7 @@ volume_numbers::volume_numbers(const examination &found)
 {
     for (u32 region = 0; region < found.regions.size(); ++region)
         if (found.regions[region].is_volume)
-            m_numbers.emplace(region, static_cast<u32>(m_numbers.size()) + 1);
+            m_numbers.emplace(region, found.regions[region].number);
 }
 
 std::optional<u32> volume_numbers::number_of(u32 region) const

@@ -23,6 +23,9 @@ struct seen_places {
     std::string text() const;
 };
 
+/// Whether only an examination that carves shows what is there.
+bool needs_carving(evidence_source source);
+
 seen_places places_of(const deletion &item);
 
 /// Whether `in_use` of a sighting says something: of a record that a view leads to.
@@ -31,7 +34,7 @@ bool knows_use(const sighting &seen);
 /// Whether the metadata or the data item was in the bin, and not purged, in that view.
 bool was_in_bin(const deletion &item, u32 view);
 
-/// The numbers that volumes have in all forms: 1 and up, in the order of their offsets.
+/// The numbers that volumes have in all forms.
 class volume_numbers {
 public:
     explicit volume_numbers(const examination &found);

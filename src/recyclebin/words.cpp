@@ -90,6 +90,11 @@ std::optional<deletion_state> state_for(std::string_view word)
     return value_of<deletion_state>(state_words, word);
 }
 
+std::optional<evidence_source> source_for(std::string_view word)
+{
+    return value_of<evidence_source>(source_words, word);
+}
+
 std::optional<metadata_format> format_for(std::string_view word)
 {
     return value_of<metadata_format>(format_words, word);

@@ -21,6 +21,7 @@ std::string_view sentence_for(evidence_source source);
 
 /// The opposite of `word_for`. Nothing for any other word.
 std::optional<deletion_state> state_for(std::string_view word);
+std::optional<evidence_source> source_for(std::string_view word);
 std::optional<metadata_format> format_for(std::string_view word);
 
 /// Where a deletion was seen, in the coarse terms of the option and of the table.

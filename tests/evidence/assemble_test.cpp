@@ -61,7 +61,7 @@ sighting listed(u32 number, u64 deleted, const std::u16string &path)
 std::vector<deletion> assembled(std::vector<sighting> sightings)
 {
     std::vector<deletion> found;
-    assemble(found, std::move(sightings));
+    assemble(found, std::move(sightings), 0);
     return found;
 }
 
@@ -141,6 +141,33 @@ TEST(Assemble, NumbersOfListsAreToldApartByTheirTimes)
     ASSERT_EQ(found.size(), 2u);
     for (const deletion &each : found)
         EXPECT_EQ(each.data_entry.has_value(), each.path == u"C:\\old.txt");
+}
+
+// More evidence doesn't change what a deletion is called, and no two are called the
+// same.
+TEST(Assemble, IdsOutliveWhatIsLearned)
+{
+    const std::u16string i = u"$IAB12CD.txt", r = u"$RAB12CD.txt",
+                         listed_name = u"Dc1.txt";
+    const auto id = [](const std::vector<sighting> &sightings) {
+        return assembled(sightings).at(0).id;
+    };
+    const std::string random = id({metadata(i, 67)});
+    EXPECT_EQ(id({data(r, 68)}), random);
+    EXPECT_EQ(id({metadata(i, 67), data(r, 68)}), random);
+    EXPECT_EQ(id({data(listed_name, 70)}),
+              id({data(listed_name, 70), listed(1, moment, u"C:\\old.txt")}));
+
+    sighting other = data(r, 90);
+    other.user = u"S-1-5-21-8";
+    other.parent = entry_id{42, 1};
+    for (const auto &both : {std::vector{data(r, 68), other},
+                             std::vector{listed(1, moment, u"C:\\old.txt"),
+                                         listed(1, moment + 1, u"C:\\new.txt")}}) {
+        const std::vector<deletion> found = assembled(both);
+        ASSERT_EQ(found.size(), 2u);
+        EXPECT_NE(found[0].id, found[1].id);
+    }
 }
 
 // Metadata without a name belongs to the only item that came at its time.

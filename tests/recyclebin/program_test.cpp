@@ -181,7 +181,8 @@ TEST_F(Recyclebin, RechecksEachStatement)
         const char *failure;
     };
     for (const auto &[at, failure] :
-         {change{8, "size"}, change{16, "deletion time"}, change{40, "path"}}) {
+         {change{8, "metadata.size"}, change{16, "metadata.deleted"},
+          change{40, "metadata.path"}}) {
         std::string changed = bytes;
         changed[range[0].get<u64>() + at] ^= 1;
         const run_result result = recheck(row, changed);
@@ -189,13 +190,40 @@ TEST_F(Recyclebin, RechecksEachStatement)
         EXPECT_NE(result.out.find(failure), std::string::npos) << result.out;
         EXPECT_NE(result.out.find("another SHA-256"), std::string::npos) << result.out;
     }
-    json forged = parsed;
-    forged["file"]["path"] = "C:\\forged.txt";
-    const run_result result = recheck(forged.dump() + "\n", bytes);
-    EXPECT_EQ(result.status, 1);
-    EXPECT_NE(result.out.find("no sighting's bytes state the time, size and path"),
-              std::string::npos)
-        << result.out;
+    // What follows from the medium as a whole; each forgery is the only failure.
+    struct forgery {
+        const char *member; // of the line, as a JSON pointer
+        json value;
+        const char *failure;
+    };
+    for (const auto &[member, value, failure] : std::vector<forgery>{
+             {"/file/path", "C:\\f.txt", "  file.path C:\\f.txt; now C:\\ppp"},
+             {"/recyclebin/state", "emptied",
+              "  recyclebin.state emptied; now metadata-only"},
+             {"/user/id", "S-1-5-21-9", "  user.id S-1-5-21-9; now S-1-5-21-7"},
+             {"/event/id", "0123456789ab", "  event.id 0123456789ab; now "},
+             {"/recyclebin/conflicts",
+              {"a", "b"},
+              "  recyclebin.conflicts [a, b]; now nothing"},
+             {"/recyclebin/sightings/0/in_use", false,
+              "  sighting 1: in_use false; now true"}}) {
+        json forged = parsed;
+        forged[json::json_pointer(member)] = value;
+        const run_result result = recheck(forged.dump() + "\n", bytes);
+        EXPECT_EQ(result.status, 1) << member;
+        EXPECT_NE(result.out.find(failure), std::string::npos) << result.out;
+        EXPECT_EQ(result.lines().size(), 2u) << result.out;
+    }
+    json added = parsed;
+    added["tags"] = {"seen"};
+    const run_result unchecked = recheck(added.dump() + "\n", bytes);
+    EXPECT_EQ(unchecked.status, 4);
+    EXPECT_NE(unchecked.out.find("tags isn't a field that is known"), std::string::npos)
+        << unchecked.out;
+    const run_result gone = recheck(row, text(empty_bin().build()));
+    EXPECT_EQ(gone.status, 1);
+    EXPECT_NE(gone.out.find("doesn't show this deletion any more"), std::string::npos)
+        << gone.out;
 }
 
 TEST_F(Recyclebin, ExplainsTheBytes)

@@ -1,12 +1,9 @@
-#include "recyclebin/deletion_text.h"
+#include "evidence/examine.h"
+#include "recyclebin/deletion_json.h"
 #include "recyclebin/evidence_text.h"
-#include "recyclebin/moments.h"
-#include "recyclebin/proof_fields.h"
-#include "recyclebin/range_bytes.h"
-#include "recyclebin/row_reading.h"
+#include "recyclebin/progress.h"
+#include "recyclebin/row_comparison.h"
 #include "recyclebin/run_context.h"
-#include "recyclebin/sha256.h"
-#include "recyclebin/update_sequence.h"
 
 #include <cstdio>
 #include <fstream>
@@ -15,142 +12,166 @@ namespace hv {
 
 namespace {
 
-constexpr std::size_t max_ranges_in_text = 4;
+using row_list = std::vector<written_row>;
 
-// What the bytes of one row were asked, and what they answered.
-struct row_findings {
-    std::size_t held = 0;              // statements that the bytes still make
-    std::vector<std::string> failures; // those that they don't, in words
-
-    void add(bool holds, const std::string &failure)
+// An examination whose deletions are found by their ids or, if a row's id isn't that of
+// any, by the places of their sightings.
+class searchable_examination {
+public:
+    searchable_examination(const byte_source_ptr &medium, bool carve) : m_medium(medium)
     {
-        if (holds)
-            ++held;
-        else
-            failures.push_back(failure);
+        progress_line_on_terminal progress;
+        examine_options options;
+        options.carve = carve;
+        options.progress = [&](u64 done, u64 all) { progress.show(done, all); };
+        examine(m_found, medium, options);
+        for (const deletion &item : m_found.deletions) {
+            m_by_id.emplace(item.id, &item);
+            for (const sighting &seen : item.sightings)
+                if (!seen.ranges.empty()) m_by_place.emplace(seen.ranges[0], &item);
+        }
     }
+
+    // The row of this deletion as `list` would write it now; nothing without one.
+    std::optional<written_row> find(const written_row &row) const
+    {
+        const deletion *item = find_deletion(row);
+        if (item == nullptr) return {};
+        std::optional<written_row> found{std::in_place};
+        std::string problem;
+        const std::string line = deletion_json(*item, m_found, *m_medium);
+        return read_row(*found, problem, line) ? std::move(found) : std::nullopt;
+    }
+
+private:
+    const deletion *find_deletion(const written_row &row) const
+    {
+        const auto same = m_by_id.find(row.id);
+        if (same != m_by_id.end()) return same->second;
+        std::map<const deletion *, u64> shared;
+        const deletion *best = nullptr;
+        for (const row_proof &proof : row.proofs) {
+            if (proof.ranges.empty()) continue;
+            const auto [first, last] = m_by_place.equal_range(proof.ranges[0]);
+            for (auto at = first; at != last; ++at)
+                if (++shared[at->second] > shared[best]) best = at->second;
+        }
+        return best;
+    }
+
+    byte_source_ptr m_medium;
+    examination m_found;
+    std::map<std::string, const deletion *> m_by_id;
+    std::multimap<byte_range, const deletion *> m_by_place;
 };
 
-// Compares what the row says metadata states with what its bytes state.
-void compare(row_findings &findings, const std::string &where,
-             const row_statement &written, const row_statement &read)
-{
-    if (written.deleted)
-        findings.add(written.deleted == read.deleted,
-                     where + ": deletion time " + whole_moment(*written.deleted) +
-                         (read.deleted
-                              ? ", the bytes say " + whole_moment(*read.deleted)
-                              : ", the bytes say none"));
-    if (written.size)
-        findings.add(written.size == read.size,
-                     where + ": size " + grouped(*written.size) +
-                         (read.size ? ", the bytes say " + grouped(*read.size)
-                                    : ", the bytes say none"));
-    if (written.path)
-        findings.add(written.path == read.path,
-                     where + ": path " + escaped(*written.path) +
-                         (read.path ? ", the bytes say " + escaped(*read.path)
-                                    : ", the bytes say none"));
-}
-
-// A path that the row has in part counts as far as it goes.
-row_statement statement_in(byte_view bytes, const row_proof &proof)
-{
-    std::optional<deleted_file> read = read_statement(bytes, *proof.format);
-    if (!read) return {};
-    if (!proof.path_is_whole && proof.stated.path &&
-        read->path.starts_with(*proof.stated.path))
-        read->path = *proof.stated.path;
-    return {read->deleted, read->size, read->path};
-}
-
-// Checks the bytes of one sighting, and returns what its metadata states now.
-std::optional<row_statement> check_proof(row_findings &findings, const row_proof &proof,
-                                         const std::string &where,
-                                         const byte_source &medium)
-{
-    std::vector<u8> bytes;
-    const std::string ranges = ranges_text(proof.ranges, max_ranges_in_text);
-    if (!read_ranges(bytes, medium, proof.ranges)) {
-        findings.add(false, where + ": bytes " + ranges + " can't be read");
-        return {};
+// Examines the medium in both ways, each when the first row needs it.
+class rechecker {
+public:
+    rechecker(const byte_source_ptr &medium, const row_list &rows) : m_medium(medium)
+    {
+        for (const written_row &row : rows) m_is_carved |= row.is_carved;
     }
-    const byte_view view{bytes.data(), bytes.size()};
-    if (!proof.sum.empty()) {
-        sha256 sum;
-        sum.add(view);
-        findings.add(sum.finish() == proof.sum,
-                     where + ": bytes " + ranges + " have another SHA-256");
-    }
-    if (!proof.format) return {};
-    // Compressed metadata isn't on the medium as it reads.
-    if (bytes.size() != proof.length) return proof.stated;
-    undo_update_sequence(bytes, medium, proof.ranges);
-    const row_statement read = statement_in(view, proof);
-    compare(findings, where, proof.stated, read);
-    return read;
-}
 
-bool states_all(const row_statement &wanted, const row_statement &read)
-{
-    return (!wanted.deleted || wanted.deleted == read.deleted) &&
-           (!wanted.size || wanted.size == read.size) &&
-           (!wanted.path || wanted.path == read.path);
-}
-
-row_findings check_row(const written_row &row, const byte_source &medium)
-{
-    row_findings findings;
-    bool is_stated = !row.stated.deleted && !row.stated.size && !row.stated.path;
-    for (std::size_t at = 0; at < row.proofs.size(); ++at) {
-        const std::string where = "sighting " + std::to_string(at + 1);
-        const auto read = check_proof(findings, row.proofs[at], where, medium);
-        is_stated |= read && states_all(row.stated, *read);
+    row_findings check(const written_row &row)
+    {
+        row_findings by_bytes;
+        const settled_statements settled = check_bytes(by_bytes, row, *m_medium);
+        const auto compared = [&](const std::optional<written_row> &found) {
+            row_findings findings = by_bytes;
+            compare_rows(findings, row, found ? &*found : nullptr, settled);
+            return findings;
+        };
+        if (row.is_carved) return compared(carved().find(row));
+        const std::optional<written_row> plain = examined(m_plain, false).find(row);
+        row_findings findings = compared(plain);
+        // A row of a list with --carve may owe to it more than sightings of its own:
+        // the volume that it is on.
+        const bool may_be_carved =
+            m_is_carved || (!plain && by_bytes.failures().empty());
+        if (findings.failures().empty() || !may_be_carved) return findings;
+        row_findings others = compared(carved().find(row));
+        return others.failures().size() < findings.failures().size() ? others
+                                                                     : findings;
     }
-    findings.add(is_stated,
-                 "no sighting's bytes state the time, size and path of the row");
-    return findings;
+
+private:
+    using examination_slot = std::optional<searchable_examination>;
+
+    const searchable_examination &examined(examination_slot &slot, bool carve)
+    {
+        if (!slot) slot.emplace(m_medium, carve);
+        return *slot;
+    }
+    const searchable_examination &carved() { return examined(m_carved, true); }
+
+    byte_source_ptr m_medium;
+    bool m_is_carved = false; // some row is
+    examination_slot m_plain, m_carved;
+};
+
+bool read_rows(row_list &rows, const std::string &path)
+{
+    std::ifstream file(path);
+    if (!file) {
+        complain(path + " can't be opened");
+        return false;
+    }
+    std::string line, problem;
+    while (std::getline(file, line)) {
+        if (read_row(rows.emplace_back(), problem, line)) continue;
+        complain(path + ", line " + std::to_string(rows.size()) + " " + problem);
+        return false;
+    }
+    return true;
 }
 
 void write_findings(std::ostream &out, const written_row &row,
                     const row_findings &findings)
 {
-    out << (findings.failures.empty() ? "same     " : "changed  ")
-        << escaped(std::string_view(row.id)) << "  " << findings.held << " of "
-        << counted(findings.held + findings.failures.size(), "statement") << " hold";
-    if (row.stated.path) out << "  " << escaped(*row.stated.path);
-    out << '\n';
-    for (const std::string &failure : findings.failures) out << "  " << failure << '\n';
+    const u64 failed = findings.failures().size();
+    const u64 all = findings.held() + failed + findings.unchecked();
+    out << (failed > 0                 ? "changed    "
+            : findings.unchecked() > 0 ? "unchecked  "
+                                       : "same       ")
+        << escaped(std::string_view(row.id)) << "  " << grouped(findings.held())
+        << " of " << counted(all, "statement") << " hold";
+    out << "  "
+        << (row.stated.path ? escaped(*row.stated.path) : "<" + escaped(row.name) + ">")
+        << '\n';
+    for (const std::string &failure : findings.failures())
+        out << "  " << failure << '\n';
+    if (findings.unchecked() == 0) return;
+    out << "  " << grouped(findings.unchecked()) << " can't be checked:\n";
+    for (const std::string &reason : findings.reasons())
+        out << "    " << reason << '\n';
 }
 
 } // namespace
 
 exit_status run_recheck(std::ostream &out, const run_context &context)
 {
-    std::ifstream rows(context.line.rows_file);
-    if (!rows) {
-        complain(context.line.rows_file + " can't be opened");
-        return exit_status::no_source;
-    }
-    u64 count = 0, changed = 0;
-    std::string line;
-    while (std::getline(rows, line)) {
-        written_row row;
-        std::string problem;
-        if (!read_row(row, problem, line)) {
-            complain(context.line.rows_file + ", line " + std::to_string(count + 1) +
-                     " " + problem);
-            return exit_status::no_source;
-        }
-        const row_findings findings = check_row(row, *context.medium);
+    row_list rows;
+    if (!read_rows(rows, context.line.rows_file)) return exit_status::no_source;
+    rechecker checker(context.medium, rows);
+    u64 changed = 0, unchecked = 0;
+    for (const written_row &row : rows) {
+        const row_findings findings = checker.check(row);
         write_findings(out, row, findings);
-        ++count;
-        changed += !findings.failures.empty();
+        if (!findings.failures().empty())
+            ++changed;
+        else
+            unchecked += findings.unchecked() > 0;
     }
     out.flush();
-    std::fprintf(stderr, "%s: %s the same, %s changed\n", counted(count, "row").c_str(),
-                 grouped(count - changed).c_str(), grouped(changed).c_str());
-    return changed == 0 ? exit_status::rows : exit_status::no_rows;
+    std::fprintf(
+        stderr, "%s: %s the same, %s changed", counted(rows.size(), "row").c_str(),
+        grouped(rows.size() - changed - unchecked).c_str(), grouped(changed).c_str());
+    if (unchecked > 0)
+        std::fprintf(stderr, ", %s not checked whole", grouped(unchecked).c_str());
+    std::fputc('\n', stderr);
+    if (changed > 0) return exit_status::no_rows;
+    return unchecked > 0 ? exit_status::partly : exit_status::rows;
 }
 
 } // namespace hv
