@@ -256,6 +256,26 @@ void add_other_commands(CLI::App &app, command_line &line)
     recheck->add_option("MEDIUM", line.medium, medium_help)->required();
 }
 
+// What is wrong with the arguments. Of a line without a command, the library names
+// neither the word that it doesn't know nor what there is.
+std::string fault_text(const CLI::App &app, const CLI::ParseError &error)
+{
+    if (!app.get_subcommands().empty()) return error.what();
+    const string_list unknown = app.remaining();
+    std::string text = "no command is named";
+    if (!unknown.empty())
+        text = "there is no " +
+               std::string(unknown.front().starts_with("-") ? "option" : "command") +
+               " \"" + unknown.front() + "\" here";
+    text += "; the commands are";
+    const char *separator = " ";
+    for (const CLI::App *known : app.get_subcommands(nullptr)) {
+        text += separator + known->get_name();
+        separator = ", ";
+    }
+    return text;
+}
+
 } // namespace
 
 std::optional<exit_status> read_command_line(command_line &line, int argc,
@@ -281,7 +301,8 @@ std::optional<exit_status> read_command_line(command_line &line, int argc,
         std::cout.flush();
         return std::cout ? exit_status::rows : exit_status::no_output;
     } catch (const CLI::ParseError &error) {
-        std::cerr << "recyclebin: " << escaped(std::string_view(error.what())) << '\n'
+        std::cerr << "recyclebin: " << escaped(std::string_view(fault_text(app, error)))
+                  << '\n'
                   << "Try \"recyclebin --help\", or \"recyclebin list --help\".\n";
         return exit_status::usage;
     }
