@@ -26,4 +26,7 @@ void examine(examination &out, const byte_source_ptr &medium,
 /// matter. Appends to `out`.
 void assemble(std::vector<deletion> &out, std::vector<sighting> sightings);
 
+/// Puts deletions in order by region and time.
+void sort_deletions(std::vector<deletion> &deletions);
+
 } // namespace hv

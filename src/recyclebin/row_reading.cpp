@@ -59,6 +59,7 @@ bool read_ranges_of(std::vector<byte_range> &ranges, const json &value)
 
 bool read_proof(row_proof &proof, const json &value)
 {
+    proof.file = path_of(member(value, "file")).value_or(u"");
     proof.sum = plain_text(member(value, "sha256"));
     const json &metadata = member(value, "metadata");
     proof.format = format_for(plain_text(member(metadata, "format")));

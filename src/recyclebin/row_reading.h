@@ -20,6 +20,7 @@ struct row_statement {
 
 /// One sighting of a row, and the bytes by which it is proved.
 struct row_proof {
+    std::u16string file; ///< that the ranges are in, below a folder; empty: the medium
     std::vector<byte_range> ranges;
     std::string sum;                       ///< SHA-256; may be empty
     std::optional<metadata_format> format; ///< absent: it isn't metadata

@@ -1,3 +1,4 @@
+#include "disk/hv_file_source.h"
 #include "recyclebin/deletion_text.h"
 #include "recyclebin/evidence_text.h"
 #include "recyclebin/moments.h"
@@ -98,13 +99,23 @@ bool states_all(const row_statement &wanted, const row_statement &read)
            (!wanted.path || wanted.path == read.path);
 }
 
-row_findings check_row(const written_row &row, const byte_source &medium)
+// What holds the bytes of a proof: the medium, or a file of the examined folder. A row
+// that names a file elsewhere gets a source without bytes.
+byte_source_ptr source_of(const row_proof &proof, const run_context &context)
+{
+    if (proof.file.empty()) return context.medium;
+    const std::string path = path_below(context.found.folder, proof.file);
+    return std::make_shared<file_source>(path);
+}
+
+row_findings check_row(const written_row &row, const run_context &context)
 {
     row_findings findings;
     bool is_stated = !row.stated.deleted && !row.stated.size && !row.stated.path;
     for (std::size_t at = 0; at < row.proofs.size(); ++at) {
         const std::string where = "sighting " + std::to_string(at + 1);
-        const auto read = check_proof(findings, row.proofs[at], where, medium);
+        const auto read = check_proof(findings, row.proofs[at], where,
+                                      *source_of(row.proofs[at], context));
         is_stated |= read && states_all(row.stated, *read);
     }
     findings.add(is_stated,
@@ -142,7 +153,7 @@ exit_status run_recheck(std::ostream &out, const run_context &context)
                      " " + problem);
             return exit_status::no_source;
         }
-        const row_findings findings = check_row(row, *context.medium);
+        const row_findings findings = check_row(row, context);
         write_findings(out, row, findings);
         ++count;
         changed += !findings.failures.empty();
