@@ -94,14 +94,20 @@ bool file_status_times(file_status &result, std::string_view path)
     return true;
 }
 
-void list_dir(std::string_view directory, std::vector<dir_item> &items)
+bool list_dir(std::string_view directory, std::vector<dir_item> &items)
 {
     items.clear();
     std::string prefix(directory);
     const dir_handle handle = open_directory(prefix);
-    if (!handle) return;
+    if (!handle) return false;
     if (!hv::ends_in_separator(prefix)) prefix += '/';
-    while (const dirent *entry = readdir(handle.get())) {
+    const dirent *entry = nullptr;
+    const auto read_next = [&] {
+        errno = 0; // the end of the directory leaves it so
+        entry = readdir(handle.get());
+        return entry != nullptr;
+    };
+    while (read_next()) {
         const std::string_view name = entry->d_name;
         if (name == "." || name == "..") continue;
         dir_item item;
@@ -110,6 +116,7 @@ void list_dir(std::string_view directory, std::vector<dir_item> &items)
         set_type(item, entry->d_type);
         items.push_back(std::move(item));
     }
+    return errno == 0;
 }
 
 bool link_guard::may_enter(const dir_item &directory)

@@ -41,8 +41,9 @@ struct dir_item {
 };
 
 /// Fills `items` with the content of a directory, without "." and "..", in the order of
-/// the system. A directory that can't be opened leaves `items` empty.
-void list_dir(std::string_view directory, std::vector<dir_item> &items);
+/// the system. False, with `errno` set, if the directory can't be opened or not be read
+/// to its end; `items` then holds what was read.
+bool list_dir(std::string_view directory, std::vector<dir_item> &items);
 
 /// Keeps a walk from going around in circles: a directory is entered through a link
 /// only once, and always where it is no link.

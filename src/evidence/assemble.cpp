@@ -62,8 +62,8 @@ bool is_list(const sighting &seen)
 bool comes_before(const sighting &a, const sighting &b)
 {
     const auto key = [](const sighting &seen) {
-        return std::tuple(seen.volume, seen.kind, seen.name, seen.ranges, seen.views,
-                          seen.source, seen.entry, seen.parent, seen.in_use,
+        return std::tuple(seen.volume, seen.kind, seen.name, seen.file, seen.ranges,
+                          seen.views, seen.source, seen.entry, seen.parent, seen.in_use,
                           seen.reason, seen.logged);
     };
     return key(a) < key(b);
@@ -281,7 +281,10 @@ void take_data_item(deletion &made, const group &from)
     made.data = best->data;
     made.members = best->members;
     made.content = best->is_directory ? data_state::none : best->content;
-    if (!best->is_directory) made.found_size = best->data_size;
+    // Of what wasn't opened, no size is known.
+    if (!best->is_directory &&
+        (best->content != data_state::unknown || best->data_size > 0))
+        made.found_size = best->data_size;
     if (!from.metadata) made.record_changed = best->times.record_changed;
 }
 
@@ -303,7 +306,7 @@ void take_names(deletion &made, const group &from)
         }
         if (seen->kind == sighting_kind::restored_item) {
             made.outside_path = seen->outside_path;
-            made.content = data_state::whole;
+            made.content = seen->content;
         }
         constexpr u32 enters = 0x2000; // USN_REASON_RENAME_NEW_NAME
         if (seen->kind == sighting_kind::journal_line && is_data_name(*seen) &&

@@ -53,16 +53,19 @@ struct deletion {
     std::vector<sighting> sightings;
 };
 
-/// A volume, or a stretch of the medium outside of all volumes.
+/// A volume, or a stretch of the medium outside of all volumes. Where no medium was
+/// examined: a folder, a file, or a copy of an $MFT.
 struct examined_region {
     u64 offset = 0;
     u64 size = 0;
-    bool is_volume = false;
+    bool is_volume = false; ///< true as well where no medium was examined
     /// Of a volume: 1 and up, in the order of their offsets on the medium, whether all
     /// are examined or one. 0 for a stretch outside of them.
     u32 number = 0;
-    std::string found_by = {}; ///< "MBR", "GPT", "copy of the GPT", "boot sector", ...
-    std::string label = {};
+    /// "MBR", "GPT", "copy of the GPT", "boot sector", ..., or "folder", "file", "copy
+    /// of an $MFT"
+    std::string found_by = {};
+    std::string label = {}; ///< of a folder: its path
     u64 serial = 0;
     u32 cluster_size = 0;
     u32 record_size = 0;
@@ -80,6 +83,9 @@ struct examined_region {
 struct examination {
     std::vector<examined_region> regions;
     std::vector<deletion> deletions;
+    /// The folder that was examined, or that holds the only file that was; the files
+    /// of sightings are in it. Empty for a medium.
+    std::string folder = {};
     u64 unreadable_bytes = 0;
 };
 

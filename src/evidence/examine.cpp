@@ -1,6 +1,5 @@
 #include "evidence/examine.h"
 
-#include "base/hv_text_convert.h"
 #include "disk/hv_patched_source.h"
 #include "evidence/carve_volume.h"
 #include "evidence/find_volumes.h"
@@ -103,20 +102,6 @@ private:
         finish(evidence);
     }
 
-    // What the owner called the volume.
-    static std::string label_of(const volume_view &view)
-    {
-        constexpr u64 volume_entry = 3, max_label = 256;
-        file_facts facts;
-        record_bytes record;
-        file_content content;
-        std::string label;
-        if (view.read_file(facts, record, volume_entry) &&
-            view.read_stream(content, facts, max_label, attribute_type::volume_name))
-            uni::utf16_name_to_utf8(byte_view{content.bytes}, label);
-        return label;
-    }
-
     // Each snapshot is a volume of its own, whose bytes are partly those of this one.
     void examine_snapshots(const volume_view &live, region_evidence &evidence)
     {
@@ -176,8 +161,13 @@ void examine(examination &out, const byte_source_ptr &medium,
              const examine_options &options)
 {
     examiner(out, medium, options).run();
-    // By volume and time; what has no time comes last.
-    std::ranges::sort(out.deletions, {}, [](const deletion &each) {
+    sort_deletions(out.deletions);
+}
+
+void sort_deletions(std::vector<deletion> &deletions)
+{
+    // What has no time comes last.
+    std::ranges::sort(deletions, {}, [](const deletion &each) {
         return std::tuple(each.volume, each.deleted.value_or(~u64{0}), each.user,
                           each.data_name, each.path, each.id);
     });

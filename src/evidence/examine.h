@@ -27,4 +27,7 @@ void examine(examination &out, const byte_source_ptr &medium,
 void assemble(std::vector<deletion> &out, std::vector<sighting> sightings,
               u64 region_offset);
 
+/// Puts deletions in order by region and time.
+void sort_deletions(std::vector<deletion> &deletions);
+
 } // namespace hv

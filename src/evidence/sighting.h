@@ -56,7 +56,8 @@ enum class data_state {
     none,   ///< there is no data item, or a folder
     whole,  ///< in use by the item, or free and by no sign written over
     partly, ///< some of its clusters are in use by others
-    gone    ///< all of them are
+    gone,   ///< all of them are
+    unknown ///< what was read holds no content, or it couldn't be read
 };
 
 /// An MFT entry and its sequence number.

@@ -1,10 +1,12 @@
 #include "evidence/volume_view.h"
 
+#include "base/hv_checked_math.h"
+#include "base/hv_text_convert.h"
+#include "disk/hv_source_bytes.h"
 #include "ntfs/hv_attribute_list.h"
 #include "ntfs/hv_lznt1.h"
 
 #include <algorithm>
-#include <set>
 
 namespace hv {
 
@@ -15,6 +17,7 @@ constexpr u64 max_bitmap = u64{1} << 28; // of a volume with 2^31 clusters
 constexpr std::size_t max_extensions = 1024;
 // Of the content of one file. In a snapshot each block may be in another place.
 constexpr std::size_t max_ranges = 65536;
+constexpr u32 min_record = 512, max_record = 65536; // bytes
 
 const parse_rules rules = parse_rules::complete();
 
@@ -40,6 +43,9 @@ bool volume_view::open()
 {
     m_volume = std::make_unique<CNtfs>(m_source, m_offset, rules);
     if (!m_volume->validate_volume()) return false;
+    m_mft_runs = m_volume->get_mft_runs();
+    m_record_size = m_volume->get_mft_record_size();
+    m_cluster_size = m_volume->get_cluster_size();
     // Hostile runs may claim more than there is.
     m_entry_count =
         std::min(m_volume->get_mft_entry_count(), m_source->size() / record_size() + 1);
@@ -47,6 +53,31 @@ bool volume_view::open()
         (m_source->size() - std::min(m_source->size(), m_offset)) / cluster_size();
     m_cluster_count = std::min(m_volume->get_total_clusters(), end);
     load_bitmap();
+    return true;
+}
+
+bool volume_view::open_mft_copy()
+{
+    const std::vector<u8> head = read_bytes(*m_source, 0, file_record::header_size);
+    const byte_view header{head};
+    const u32 size = header.read_padded<u32>(file_record::bytes_allocated.offset);
+    // A sparse file could claim any number of records.
+    const u64 bytes =
+        std::min(m_source->size(), saturating_product(64, m_source->stored_size()));
+    const u64 count = size == 0 ? 0 : bytes / size + 1;
+    if (header.read_padded<u32>(file_record::signature_field.offset) !=
+            file_record::signature ||
+        size < min_record || size > max_record || size % min_record != 0 ||
+        count > UINT32_MAX)
+        return false;
+    // The copy is taken for one run of clusters that each hold a record.
+    m_record_size = m_cluster_size = size;
+    m_mft_runs = {{.clusters = static_cast<u32>(count)}};
+    m_entry_count = count;
+    for_each_record([this](u64 entry, byte_view raw) {
+        const u64 base = raw.read_padded<u64>(file_record::base_reference.offset);
+        if (base != 0) m_extensions.emplace(reference_entry(base), entry);
+    });
     return true;
 }
 
@@ -95,7 +126,7 @@ void volume_view::for_each_record(
 {
     const u32 size = record_size();
     std::vector<u8> batch;
-    for (const cluster_run &run : m_volume->get_mft_runs()) {
+    for (const cluster_run &run : m_mft_runs) {
         if (run.is_sparse) continue;
         const u64 bytes = u64{run.clusters} * cluster_size();
         u64 at = (size - run.vcn * cluster_size() % size) % size;
@@ -118,9 +149,11 @@ void volume_view::for_each_record(
 
 bool volume_view::raw_record(std::vector<u8> &out, u64 entry) const
 {
-    const u64 position = m_volume->get_entry_position(entry);
-    if (position == 0 || entry >= m_entry_count) return false;
+    if (entry >= m_entry_count) return false;
     out.resize(record_size());
+    if (!has_clusters()) return m_source->read(entry * out.size(), out) != 0;
+    const u64 position = m_volume->get_entry_position(entry);
+    if (position == 0) return false;
     // A record may be divided between two runs.
     const u64 cluster = cluster_size();
     if (cluster >= out.size()) return m_source->read(m_offset + position, out) != 0;
@@ -128,7 +161,7 @@ bool volume_view::raw_record(std::vector<u8> &out, u64 entry) const
         std::size_t index = 0;
         u64 lcn = 0;
         const u64 vcn = (entry * out.size() + done) / cluster;
-        if (!find_vcn(m_volume->get_mft_runs(), vcn, index, lcn)) return false;
+        if (!find_vcn(m_mft_runs, vcn, index, lcn)) return false;
         const std::span<u8> part = std::span(out).subspan(done, cluster);
         if (m_source->read(m_offset + lcn * cluster, part) != cluster) return false;
     }
@@ -145,19 +178,32 @@ bool volume_view::read_file(file_facts &out, record_bytes &record, u64 entry) co
     return true;
 }
 
-// Adds the facts of the records that an attribute list names.
+// The records that extend a file's own, by its attribute list. Where that is in
+// clusters that aren't there, those that name the file as their base.
+std::set<u64> volume_view::extensions_of(const file_facts &facts, u64 entry) const
+{
+    std::set<u64> records;
+    file_content list;
+    if (read_stream(list, facts, max_list_bytes, attribute_type::attribute_list)) {
+        for_each_list_entry(
+            byte_view{list.bytes}, [&](const attribute_list_entry &each) {
+                if (each.record != entry && records.size() < max_extensions)
+                    records.insert(each.record);
+            });
+        return records;
+    }
+    if (facts.stream(attribute_type::attribute_list) == nullptr) return records;
+    const auto [begin, end] = m_extensions.equal_range(entry);
+    for (auto each = begin; each != end && records.size() < max_extensions; ++each)
+        records.insert(each->second);
+    return records;
+}
+
+// Adds the facts of the records that extend a file's own.
 void volume_view::follow_list(file_facts &facts, const record_bytes &record,
                               u64 entry) const
 {
-    file_content list;
-    if (!read_stream(list, facts, max_list_bytes, attribute_type::attribute_list))
-        return;
-    std::set<u64> records;
-    for_each_list_entry(byte_view{list.bytes}, [&](const attribute_list_entry &each) {
-        if (each.record != entry && records.size() < max_extensions)
-            records.insert(each.record);
-    });
-    for (const u64 number : records) {
+    for (const u64 number : extensions_of(facts, entry)) {
         std::vector<u8> raw;
         record_bytes extension;
         if (!raw_record(raw, number) ||
@@ -186,7 +232,7 @@ std::vector<byte_range> volume_view::places_in_record(u64 entry, u64 at,
         const u64 offset = entry * record_size() + at + done;
         std::size_t index = 0;
         u64 lcn = 0;
-        if (!find_vcn(m_volume->get_mft_runs(), offset / cluster, index, lcn)) break;
+        if (!find_vcn(m_mft_runs, offset / cluster, index, lcn)) break;
         const u64 count = std::min(cluster - offset % cluster, length - done);
         for (const byte_range &range :
              places_at(lcn * cluster + offset % cluster, count))
@@ -218,6 +264,7 @@ std::vector<byte_range> volume_view::places(const std::vector<flat_run> &runs,
                                             u64 limit) const
 {
     std::vector<byte_range> ranges;
+    if (!has_clusters()) return ranges;
     for (const flat_run &run : runs) {
         const u64 bytes = std::min(limit, u64{run.clusters} * cluster_size());
         if (!is_hole(run))
@@ -291,12 +338,26 @@ bool volume_view::read_stream(file_content &out, const file_facts &facts, u64 li
                 places_in_record(facts.id.entry, pieces.first->place, out.bytes.size());
         return true;
     }
+    if (!has_clusters()) return false;
     limit = std::min(limit, pieces.first->length);
     if (pieces.first->is_compressed)
         expand(out, pieces, limit);
     else
         read_runs(out, pieces.runs, limit);
     return true;
+}
+
+std::string label_of(const volume_view &view)
+{
+    constexpr u64 volume_entry = 3, max_label = 256;
+    file_facts facts;
+    record_bytes record;
+    file_content content;
+    std::string label;
+    if (view.read_file(facts, record, volume_entry) &&
+        view.read_stream(content, facts, max_label, attribute_type::volume_name))
+        uni::utf16_name_to_utf8(byte_view{content.bytes}, label);
+    return label;
 }
 
 } // namespace hv

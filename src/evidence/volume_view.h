@@ -5,7 +5,9 @@
 #include "ntfs/ntfs.h"
 
 #include <functional>
+#include <map>
 #include <memory>
+#include <set>
 
 /// A volume as it is now, or as a snapshot saw it: its records, and the bytes of its
 /// files with their places on the medium.
@@ -26,14 +28,20 @@ public:
 
     /// False if it isn't a volume that can be read; nothing else works then.
     bool open();
+    /// The same for a source that is a copy of an $MFT and nothing else: only what is
+    /// in the records can be read, and `volume` and `offset` mean nothing. False if it
+    /// doesn't begin with a record.
+    bool open_mft_copy();
+    /// False for a copy of an $MFT: no stream outside of the records can be read.
+    bool has_clusters() const { return m_volume != nullptr; }
     u32 number() const { return m_number; }
     u64 offset() const { return m_offset; }
     /// Whether the volume says which clusters are in use.
     bool has_bitmap() const { return !m_bitmap.empty(); }
     const CNtfs &volume() const { return *m_volume; }
     u64 entry_count() const { return m_entry_count; }
-    u32 record_size() const { return m_volume->get_mft_record_size(); }
-    u32 cluster_size() const { return m_volume->get_cluster_size(); }
+    u32 record_size() const { return m_record_size; }
+    u32 cluster_size() const { return m_cluster_size; }
 
     /// Calls `visit` with each record of the $MFT as it is on the medium, in order.
     /// Stretches without a byte on the medium are left out.
@@ -71,6 +79,7 @@ private:
         const stream_fact *first = nullptr;
     };
     bool raw_record(std::vector<u8> &out, u64 entry) const;
+    std::set<u64> extensions_of(const file_facts &facts, u64 entry) const;
     void follow_list(file_facts &facts, const record_bytes &record, u64 entry) const;
     stream_pieces pieces_of(const file_facts &facts, attribute_type type,
                             std::u16string_view name) const;
@@ -82,11 +91,19 @@ private:
     byte_source_ptr m_source;
     u64 m_offset;
     u32 m_number;
-    std::unique_ptr<CNtfs> m_volume;
+    std::unique_ptr<CNtfs> m_volume; ///< null for a copy of an $MFT
+    std::vector<cluster_run> m_mft_runs;
+    u32 m_record_size = 0;
+    u32 m_cluster_size = 0; ///< of a copy of an $MFT: that of a record
     u64 m_entry_count = 0;
+    /// Of a copy of an $MFT: the records that extend others, by their base's entry.
+    std::multimap<u64, u64> m_extensions;
     u64 m_cluster_count = 0;
     std::vector<u8> m_bitmap;
 };
+
+/// What the owner called the volume; empty if it has no name, or if it can't be read.
+std::string label_of(const volume_view &view);
 
 /// Whether a run stands for clusters that aren't stored.
 inline bool is_hole(const flat_run &run)

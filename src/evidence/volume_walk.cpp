@@ -73,7 +73,7 @@ void volume_walk::scan_record(u64 entry, byte_view raw)
         of.in_use = facts.in_use;
         of.is_directory = facts.is_directory;
     }
-    if (facts.in_use) note_slack(facts);
+    if (facts.in_use && m_view.has_clusters()) note_slack(facts);
     // A name may be in a record that extends the file's own.
     for (const file_name_fact &name : facts.names) note_name(owner, facts, name);
 }
@@ -261,7 +261,7 @@ void volume_walk::find_restored()
         found.outside_path = *path;
         found.ranges =
             m_view.places_in_record(seen.entry->entry, 0, m_view.record_size());
-        found.content = data_state::whole;
+        found.content = m_view.has_clusters() ? data_state::whole : data_state::unknown;
         restored.push_back(std::move(found));
     }
     for (sighting &found : restored) m_evidence.add(std::move(found));

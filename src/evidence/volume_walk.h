@@ -53,6 +53,8 @@ public:
     /// What lies after the ends of files in their last clusters, in bytes on the
     /// volume.
     const std::vector<byte_range> &file_slack() const { return m_file_slack; }
+    /// How many lists of a bin are in clusters that aren't there.
+    u64 unread_lists() const { return m_unread_lists; }
 
 private:
     // What is kept of each record: 16 bytes.
@@ -134,6 +136,7 @@ private:
     std::vector<flat_run> m_store_runs;
     std::vector<byte_range> m_file_slack;
     std::vector<sighting> m_slack_names;
+    u64 m_unread_lists = 0;
     // What hostile records may cost: many can name the same clusters.
     u64 m_byte_budget;
     u64 m_cluster_budget;

@@ -99,6 +99,10 @@ void volume_walk::take_list(const looked_at &file)
 {
     file_content content;
     std::vector<listed_file> records;
+    if (file.where.is_in_bin && !m_view.has_clusters()) {
+        const stream_fact *data = file.facts.stream(attribute_type::data);
+        m_unread_lists += data != nullptr && !data->is_resident;
+    }
     if (!file.where.is_in_bin || !m_view.read_stream(content, file.facts, max_list) ||
         !spend(content.bytes.size(), m_byte_budget))
         return;
@@ -124,6 +128,10 @@ void volume_walk::take_list(const looked_at &file)
 // How much of the content of an item is still its own.
 void volume_walk::judge_content(sighting &item, const stream_fact &data)
 {
+    if (!m_view.has_clusters() && !data.is_resident) {
+        item.content = data_state::unknown;
+        return;
+    }
     if (data.is_resident || item.in_use) {
         item.content = data_state::whole;
         return;

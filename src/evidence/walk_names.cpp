@@ -239,7 +239,9 @@ void volume_walk::read_journal()
     file_facts facts;
     record_bytes record;
     file_content content;
-    if (!m_journal || !m_view.read_file(facts, record, *m_journal)) return;
+    if (!m_journal || !m_view.has_clusters() ||
+        !m_view.read_file(facts, record, *m_journal))
+        return;
     for (const stream_fact &stream : facts.streams) {
         if (!is_type(stream.type, attribute_type::data) || stream.name != u"$J")
             continue;

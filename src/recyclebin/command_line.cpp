@@ -15,7 +15,8 @@ namespace {
 
 using string_list = std::vector<std::string>;
 
-const char *const medium_help = "an image, a device, or a virtual disk";
+const char *const medium_help =
+    "an image, a device, a virtual disk, a folder, a copy of an $MFT, $I or INFO2";
 
 // Decimal, or hexadecimal after "0x".
 std::optional<u64> parse_number(std::string_view text)
@@ -254,6 +255,14 @@ void add_other_commands(CLI::App &app, command_line &line)
     recheck->add_option("FILE", line.rows_file, "what list --format jsonl wrote")
         ->required();
     recheck->add_option("MEDIUM", line.medium, medium_help)->required();
+
+    CLI::App *bytes = add_command(app, line, command::bytes, "bytes",
+                                  "Write bytes of a medium, whatever holds them");
+    bytes->add_option("MEDIUM", line.medium, "an image, a device, or a virtual disk")
+        ->required();
+    add_value(*bytes, "OFFSET", line.first_byte, parse_number, "of the first byte")
+        ->required();
+    add_value(*bytes, "LENGTH", line.byte_count, parse_number, "how many")->required();
 }
 
 // What is wrong with the arguments. Of a line without a command, the library names

@@ -17,7 +17,7 @@ enum class exit_status {
     no_output = 5  ///< results couldn't be written
 };
 
-enum class command { check, list, snapshots, diff, explain, recheck };
+enum class command { bytes, check, list, snapshots, diff, explain, recheck };
 
 /// What the user asks for. Constant once it is read.
 struct command_line {
@@ -27,6 +27,7 @@ struct command_line {
     std::string id;              ///< of `explain`
     std::optional<u32> from, to; ///< views, of `diff`
     std::optional<u64> offset;
+    std::optional<u64> first_byte, byte_count; ///< of `bytes`
     bool carve = false;
     selection wanted;
     /// Never empty. Commands other than `list` write to the first one, in a form of

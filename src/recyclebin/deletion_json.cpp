@@ -125,19 +125,23 @@ json data_json(const sighting &seen)
 }
 
 // The bytes that prove it, and how to know them again.
-void add_proof(json &object, const sighting &seen, const byte_source &medium)
+void add_proof(json &object, const sighting &seen, const examination &found,
+               const byte_source &medium)
 {
     object["views"] = seen.views;
+    if (!seen.file.empty())
+        add_text(object, "file", relative_path(seen.file, found.folder));
     object["ranges"] = json::array();
     add_ranges(object, "ranges", seen.ranges);
-    const std::string sum = sha256_of_ranges(medium, seen.ranges);
+    const std::string sum = sha256_of_proof(medium, seen);
     if (!sum.empty()) object["sha256"] = sum;
 }
 
-json sighting_json(const sighting &seen, const byte_source &medium)
+json sighting_json(const sighting &seen, const examination &found,
+                   const byte_source &medium)
 {
     json object = {{"kind", word_for(seen.kind)}, {"source", word_for(seen.source)}};
-    add_proof(object, seen, medium);
+    add_proof(object, seen, found, medium);
     object["torn"] = seen.is_torn;
     if (knows_use(seen)) object["in_use"] = seen.in_use;
     object["in_bin"] = seen.is_in_bin;
@@ -198,7 +202,7 @@ json own_json(const deletion &item, const examination &found, const byte_source 
     own["volume"] = volume_json(item, found);
     own["sightings"] = json::array();
     for (const sighting &seen : item.sightings)
-        own["sightings"].push_back(sighting_json(seen, medium));
+        own["sightings"].push_back(sighting_json(seen, found, medium));
     return own;
 }
 

@@ -141,6 +141,7 @@ std::string data_text(const deletion &item)
     case data_state::whole: return "whole";
     case data_state::partly: return "partly";
     case data_state::gone: return "gone";
+    case data_state::unknown: return "unknown";
     }
     return "-";
 }
@@ -170,9 +171,10 @@ void write_story_head(std::ostream &out, const deletion &item)
 
 void write_sighting(std::ostream &out, std::size_t number, const sighting &seen)
 {
-    out << "  " << number << "  " << where_text(seen) << ", bytes "
-        << ranges_text(seen.ranges, max_ranges_in_story) << entry_text(seen.entry)
-        << (knows_use(seen) && !seen.in_use ? ", freed" : "")
+    out << "  " << number << "  " << where_text(seen)
+        << (seen.file.empty() ? "" : ", file " + escaped(std::string_view(seen.file)))
+        << ", bytes " << ranges_text(seen.ranges, max_ranges_in_story)
+        << entry_text(seen.entry) << (knows_use(seen) && !seen.in_use ? ", freed" : "")
         << (seen.is_torn ? ", torn" : "") << "\n     " << what_was_seen(seen) << '\n';
 }
 

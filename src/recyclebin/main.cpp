@@ -1,4 +1,4 @@
-#include "evidence/examine.h"
+#include "recyclebin/input.h"
 #include "recyclebin/progress.h"
 #include "recyclebin/result_file.h"
 #include "recyclebin/run_context.h"
@@ -35,7 +35,7 @@ void examine_medium(run_context &context)
     options.offset = context.line.offset;
     options.carve = context.line.carve;
     options.progress = [&progress](u64 done, u64 all) { progress.show(done, all); };
-    examine(context.found, context.medium, options);
+    context.input.examine(context.found, options);
 }
 
 exit_status run_command(const std::vector<std::ostream *> &outs,
@@ -43,6 +43,7 @@ exit_status run_command(const std::vector<std::ostream *> &outs,
 {
     std::ostream &out = *outs.front();
     switch (context.line.what) {
+    case command::bytes: return run_bytes(out, context);
     case command::check: return run_check(out, context);
     case command::list: return run_list(outs, context);
     case command::snapshots: return run_snapshots(out, context);
@@ -62,30 +63,52 @@ bool is_incomplete(const run_context &context)
     const auto &found = context.found;
     return found.unreadable_bytes > 0 ||
            std::any_of(found.regions.begin(), found.regions.end(), has_trouble) ||
-           context.medium->unreadable() > 0 || !context.source.faults().empty();
+           context.medium->unreadable() > 0 || !context.input.source().faults().empty();
 }
 
 void report_troubles(const run_context &context)
 {
     for (const examined_region &region : context.found.regions)
         if (!region.trouble.empty()) complain(region.trouble);
-    for (const std::string &fault : context.source.faults())
+    for (const std::string &fault : context.input.source().faults())
         complain(context.line.medium + ": " + fault);
 }
 
 // Of a medium without any volume: why, and what to try. Carving needs no volume.
 bool is_refused(const run_context &context)
 {
-    if (context.line.carve || volume_numbers(context.found).count() > 0) return false;
+    if (context.line.carve || context.input.kind() != input_kind::medium ||
+        volume_numbers(context.found).count() > 0)
+        return false;
     complain(context.line.medium + ": " +
              refusal_text(describe_medium(*context.medium)));
     return true;
 }
 
+// What only a medium has, asked of something else; a status is what to end with.
+std::optional<exit_status> refuse_for_files(const run_context &context)
+{
+    const command what = context.line.what;
+    if (context.input.kind() == input_kind::medium) return {};
+    const std::string name =
+        context.line.medium + " is " + std::string(name_of(context.input.kind()));
+    if (what == command::snapshots || what == command::diff) {
+        complain(name + ": there are no snapshots");
+        return exit_status::no_rows;
+    }
+    const bool is_bytes =
+        what == command::bytes && context.input.kind() == input_kind::folder;
+    if (!context.line.offset && !is_bytes) return {};
+    complain(name + (is_bytes ? ": name one of its files" : ": it has no volumes"));
+    return exit_status::usage;
+}
+
 exit_status examine_and_run(const std::vector<std::ostream *> &outs,
                             run_context &context)
 {
-    if (context.line.what == command::recheck) return run_command(outs, context);
+    if (const auto refused = refuse_for_files(context)) return *refused;
+    if (context.line.what == command::recheck || context.line.what == command::bytes)
+        return run_command(outs, context);
     examine_medium(context);
     report_troubles(context);
     if (context.line.what != command::check && is_refused(context))
@@ -99,14 +122,17 @@ using result_files = std::vector<std::unique_ptr<result_file>>;
 
 // Opens every output, or none: false, after a complaint.
 bool open_outputs(result_files &results, const command_line &line,
-                  const opened_medium &source)
+                  const opened_input &input)
 {
-    std::vector<std::string> sources = source.files;
+    std::vector<std::string> sources = input.source().files;
     sources.push_back(line.rows_file);
     for (const output_target &target : line.outputs) {
         std::string problem;
         results.push_back(std::make_unique<result_file>());
-        if (results.back()->open(problem, target.path, line.force, sources)) continue;
+        if (!target.path.empty() && input.holds(target.path))
+            problem = target.path + " would be in what is to be read";
+        else if (results.back()->open(problem, target.path, line.force, sources))
+            continue;
         complain(problem);
         return false;
     }
@@ -127,17 +153,17 @@ bool finish_outputs(const result_files &results)
 
 exit_status run(const command_line &line)
 {
-    opened_medium source = open_medium(line.medium);
-    if (!source.source) {
-        complain(line.medium + ": " + source.problem);
+    const opened_input input(line.medium);
+    const byte_source_ptr medium = input.source().source;
+    if (!medium) {
+        complain(line.medium + ": " + input.source().problem);
         return exit_status::no_source;
     }
     result_files results;
-    if (!open_outputs(results, line, source)) return exit_status::no_output;
+    if (!open_outputs(results, line, input)) return exit_status::no_output;
     std::vector<std::ostream *> outs;
     for (const auto &result : results) outs.push_back(&result->stream());
-    const byte_source_ptr medium = source.source;
-    run_context context{line, std::move(source), medium, {}};
+    run_context context{line, input, medium};
     const exit_status status = examine_and_run(outs, context);
     const bool has_results =
         status != exit_status::usage &&

@@ -12,9 +12,21 @@ inline constexpr u64 max_proof_bytes = 1 << 20;
 /// they are more than `max_proof_bytes`, or if one of them passes the medium's end.
 bool read_ranges(std::vector<u8> &bytes, const byte_source &medium,
                  const std::vector<byte_range> &ranges);
+/// The same for the bytes that prove a sighting: those of `seen.file`, which is opened,
+/// or else of the medium.
+bool read_proof(std::vector<u8> &bytes, const byte_source &medium,
+                const sighting &seen);
 
-/// The sum of these bytes; empty if they can't be read.
+/// The sum of these bytes; empty if there are none, or if they can't be read.
 std::string sha256_of_ranges(const byte_source &medium,
                              const std::vector<byte_range> &ranges);
+/// The same for the bytes that prove a sighting.
+std::string sha256_of_proof(const byte_source &medium, const sighting &seen);
+
+/// The path of `file` below `folder`, both as bytes of this system, as text; different
+/// paths stay different. Empty if it isn't below it.
+std::u16string relative_path(const std::string &file, const std::string &folder);
+/// The opposite. Empty, too, for a path that would lead out of the folder.
+std::string path_below(const std::string &folder, const std::u16string &relative);
 
 } // namespace hv

@@ -1,3 +1,4 @@
+#include "disk/hv_file_source.h"
 #include "recyclebin/deletion_text.h"
 #include "recyclebin/evidence_text.h"
 #include "recyclebin/moments.h"
@@ -100,6 +101,22 @@ check_proof(row_findings &findings, std::set<std::string> &settled,
     return read;
 }
 
+// The same for a sighting in a file below the folder. A row that names one elsewhere
+// isn't followed there.
+std::optional<row_statement> check_proof_in_file(row_findings &findings,
+                                                 std::set<std::string> &settled,
+                                                 const row_proof &proof,
+                                                 const std::string &where,
+                                                 const std::string &folder)
+{
+    const file_source file(path_below(folder, proof.file));
+    if (file.failure() == open_failure::none)
+        return check_proof(findings, settled, proof, where, file);
+    settled.insert("sha256");
+    findings.fail(where + "file " + escaped(proof.file) + " can't be read");
+    return {};
+}
+
 bool states_all(const row_statement &wanted, const row_statement &read)
 {
     return (!wanted.deleted || wanted.deleted == read.deleted) &&
@@ -110,15 +127,18 @@ bool states_all(const row_statement &wanted, const row_statement &read)
 } // namespace
 
 settled_statements check_bytes(row_findings &findings, const written_row &row,
-                               const byte_source &medium)
+                               const byte_source &medium, const std::string &folder)
 {
     settled_statements settled;
     bool is_stated = false;
     for (const row_proof &proof : row.proofs) {
         const std::string where =
             "sighting " + std::to_string(settled.of_sightings.size() + 1) + ": ";
-        const auto read = check_proof(findings, settled.of_sightings.emplace_back(),
-                                      proof, where, medium);
+        std::set<std::string> &of_sighting = settled.of_sightings.emplace_back();
+        const auto read =
+            proof.file.empty()
+                ? check_proof(findings, of_sighting, proof, where, medium)
+                : check_proof_in_file(findings, of_sighting, proof, where, folder);
         is_stated |= read && states_all(row.stated, *read);
     }
     if (!is_stated) return settled;

@@ -38,9 +38,9 @@ struct settled_statements {
 
 /// Settles what the bytes of the row's sightings say by themselves: their sums; the
 /// time, size and path of metadata; and those of the row, if one sighting's bytes state
-/// all three of them.
+/// all three of them. Sightings in files name these below `folder`.
 settled_statements check_bytes(row_findings &findings, const written_row &row,
-                               const byte_source &medium);
+                               const byte_source &medium, const std::string &folder);
 
 /// Settles the others by what an examination of the medium found; null if it didn't
 /// find this deletion.

@@ -60,6 +60,7 @@ bool read_proof(row_proof &proof, const json &value)
 {
     proof.kind = plain_text(member(value, "kind"));
     proof.source = plain_text(member(value, "source"));
+    proof.file = path_of(member(value, "file")).value_or(u"");
     proof.sum = plain_text(member(value, "sha256"));
     const json &metadata = member(value, "metadata");
     proof.format = format_for(plain_text(member(metadata, "format")));

@@ -21,8 +21,9 @@ struct row_statement {
 
 /// One sighting of a row, and the bytes by which it is proved.
 struct row_proof {
-    std::string kind;   ///< as `word_for` writes it
-    std::string source; ///< the same
+    std::u16string file; ///< that the ranges are in, below a folder; empty: the medium
+    std::string kind;    ///< as `word_for` writes it
+    std::string source;  ///< the same
     std::vector<byte_range> ranges;
     std::string sum;                       ///< SHA-256; may be empty
     std::optional<metadata_format> format; ///< absent: it isn't metadata

@@ -32,7 +32,7 @@ std::set<u32> run_context::snapshots() const
 std::string run_context::unread_text() const
 {
     const u64 bytes = std::max(found.unreadable_bytes, medium->unreadable());
-    u64 troubles = 0;
+    u64 troubles = input.source().faults().size();
     for (const examined_region &region : found.regions)
         troubles += !region.trouble.empty();
     std::string text;

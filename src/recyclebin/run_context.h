@@ -1,8 +1,8 @@
 #pragma once
 
 #include "evidence/describe_medium.h"
-#include "media/open_medium.h"
 #include "recyclebin/command_line.h"
+#include "recyclebin/input.h"
 
 #include <ostream>
 
@@ -11,9 +11,9 @@ namespace hv {
 /// What every command works on: the medium, and what an examination found on it.
 struct run_context {
     const command_line &line;
-    opened_medium source;   ///< what is read, and which files that needs
-    byte_source_ptr medium; ///< `source.source`
-    examination found;
+    const opened_input &input; ///< what is read, and which files that needs
+    byte_source_ptr medium;    ///< the bytes of `input`
+    examination found = {};
 
     /// The deletions that the user asks for, in the order of `found`.
     std::vector<const deletion *> selected() const;
@@ -25,13 +25,16 @@ struct run_context {
 
 /// The commands. Each writes its results to `out`, and says whether there were any.
 exit_status run_check(std::ostream &out, const run_context &context);
+/// The same for what isn't a medium.
+exit_status run_check_files(std::ostream &out, const run_context &context);
 exit_status run_snapshots(std::ostream &out, const run_context &context);
 exit_status run_diff(std::ostream &out, const run_context &context);
 exit_status run_explain(std::ostream &out, const run_context &context);
 /// Writes to each of the outputs that the user asks for, in their order.
 exit_status run_list(const std::vector<std::ostream *> &outs,
                      const run_context &context);
-/// Needs the medium alone, without an examination.
+/// These need the medium alone, without an examination.
+exit_status run_bytes(std::ostream &out, const run_context &context);
 exit_status run_recheck(std::ostream &out, const run_context &context);
 
 /// Why a medium without an NTFS volume can't be read, and what to try.

@@ -17,8 +17,8 @@ constexpr std::array<std::string_view, 6> state_sentences = {
     "in the bin, without its data",
     "in the bin, without its metadata",
     "known from the change journal alone"};
-constexpr std::array<std::string_view, 4> data_words = {"none", "whole", "partly",
-                                                        "gone"};
+constexpr std::array<std::string_view, 5> data_words = {"none", "whole", "partly",
+                                                        "gone", "unknown"};
 constexpr std::array<std::string_view, 5> kind_words = {
     "metadata", "data-item", "index-name", "journal-line", "restored-item"};
 constexpr std::array<std::string_view, 9> source_words = {

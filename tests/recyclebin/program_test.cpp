@@ -108,7 +108,7 @@ TEST_F(Recyclebin, EndsWithItsStatus)
              {{}, 2, "--help"},
              {{"diff", medium, "1", "now"}, 2, "there is no snapshot 1"},
              {{"list", dir / "none"}, 3, "no such file"},
-             {{"list", dir.path}, 3, "not of a supported form"},
+             {{"list", "/dev/null/none"}, 3, "no such file"},
              {{"list", noise}, 3, "noise: "},
              {{"check", noise}, 3, "noise"},
              {{"list", medium, "--output", medium, "--force"},

@@ -52,6 +52,8 @@ void write_snapshots(std::ostream &out, const std::vector<u64> &times)
 
 exit_status run_check(std::ostream &out, const run_context &context)
 {
+    if (context.input.kind() != input_kind::medium)
+        return run_check_files(out, context);
     const examination &found = context.found;
     const volume_numbers volumes(found);
     const medium_description description = describe_medium(*context.medium);

@@ -1,3 +1,4 @@
+#include "recyclebin/bytes_command.h"
 #include "recyclebin/deletion_text.h"
 #include "recyclebin/evidence_text.h"
 #include "recyclebin/proof_fields.h"
@@ -41,58 +42,37 @@ void write_field(std::ostream &out, byte_view bytes, const proof_field &field)
 
 void write_fields(std::ostream &out, const sighting &seen, byte_view bytes)
 {
-    const std::vector<proof_field> fields = proof_fields(seen, bytes);
+    // A data item that is a file is proved by its content, not by a record.
+    const bool is_content = seen.kind == sighting_kind::data_item && !seen.file.empty();
+    const std::vector<proof_field> fields =
+        is_content ? std::vector<proof_field>() : proof_fields(seen, bytes);
     for (const proof_field &field : fields) write_field(out, bytes, field);
     if (!fields.empty()) return;
-    for (u64 at = 0; at < bytes.size() && at < max_unnamed_bytes; at += 16)
+    for (u64 at = 0; at < bytes.size() && at < max_unnamed_bytes; at += max_field_bytes)
         write_field(out, bytes,
                     {at, std::min<u64>(max_field_bytes, bytes.size() - at), ""});
-}
-
-// A path as a shell takes it, whatever it holds.
-std::string shell_quoted(const std::string &text)
-{
-    std::string quoted = "'";
-    for (const char c : text) quoted += c == '\'' ? "'\\''" : std::string(1, c);
-    return quoted + "'";
-}
-
-std::string dd_text(const std::string &medium, const byte_range &range)
-{
-    char numbers[96];
-    std::snprintf(numbers, sizeof numbers, " bs=1 skip=$((0x%llx)) count=%llu",
-                  static_cast<unsigned long long>(range.offset),
-                  static_cast<unsigned long long>(range.length));
-    return "dd if=" + shell_quoted(medium) + numbers + " 2>/dev/null";
-}
-
-// The command that shows these bytes.
-std::string check_text(const std::string &medium, const std::vector<byte_range> &ranges)
-{
-    if (ranges.size() == 1) return dd_text(medium, ranges[0]) + " | xxd";
-    std::string text = "{ ";
-    for (const byte_range &range : ranges) text += dd_text(medium, range) + "; ";
-    return text + "} | xxd";
 }
 
 void write_proof(std::ostream &out, const sighting &seen, const run_context &context)
 {
     std::vector<u8> bytes;
-    if (seen.ranges.empty() || !read_ranges(bytes, *context.medium, seen.ranges)) {
+    if (seen.ranges.empty() || !read_proof(bytes, *context.medium, seen)) {
         out << "     its bytes can't be shown\n";
         return;
     }
     const byte_view view{bytes.data(), bytes.size()};
     sha256 sum;
     sum.add(view);
-    if (undo_update_sequence(bytes, *context.medium, seen.ranges) > 0)
+    if (seen.file.empty() &&
+        undo_update_sequence(bytes, *context.medium, seen.ranges) > 0)
         out << "     at the ends of sectors, what the update sequence keeps is put "
                "back\n";
     write_fields(out, seen, view);
     out << "     sha256 " << sum.finish() << '\n';
     if (seen.ranges.size() <= max_commands)
         out << "     check it yourself: "
-            << escaped(std::string_view(check_text(context.line.medium, seen.ranges)))
+            << escaped(std::string_view(bytes_command(
+                   seen, context.line.medium, context.input.source().is_plain_file)))
             << '\n';
 }
 

@@ -1,4 +1,3 @@
-#include "evidence/examine.h"
 #include "recyclebin/deletion_json.h"
 #include "recyclebin/evidence_text.h"
 #include "recyclebin/progress.h"
@@ -18,13 +17,14 @@ using row_list = std::vector<written_row>;
 // any, by the places of their sightings.
 class searchable_examination {
 public:
-    searchable_examination(const byte_source_ptr &medium, bool carve) : m_medium(medium)
+    searchable_examination(const run_context &context, bool carve)
+        : m_medium(context.medium)
     {
         progress_line_on_terminal progress;
         examine_options options;
         options.carve = carve;
         options.progress = [&](u64 done, u64 all) { progress.show(done, all); };
-        examine(m_found, medium, options);
+        context.input.examine(m_found, options);
         for (const deletion &item : m_found.deletions) {
             m_by_id.emplace(item.id, &item);
             for (const sighting &seen : item.sightings)
@@ -68,7 +68,7 @@ private:
 // Examines the medium in both ways, each when the first row needs it.
 class rechecker {
 public:
-    rechecker(const byte_source_ptr &medium, const row_list &rows) : m_medium(medium)
+    rechecker(const run_context &context, const row_list &rows) : m_context(context)
     {
         for (const written_row &row : rows) m_is_carved |= row.is_carved;
     }
@@ -76,7 +76,8 @@ public:
     row_findings check(const written_row &row)
     {
         row_findings by_bytes;
-        const settled_statements settled = check_bytes(by_bytes, row, *m_medium);
+        const settled_statements settled =
+            check_bytes(by_bytes, row, *m_context.medium, m_context.input.folder());
         const auto compared = [&](const std::optional<written_row> &found) {
             row_findings findings = by_bytes;
             compare_rows(findings, row, found ? &*found : nullptr, settled);
@@ -100,12 +101,12 @@ private:
 
     const searchable_examination &examined(examination_slot &slot, bool carve)
     {
-        if (!slot) slot.emplace(m_medium, carve);
+        if (!slot) slot.emplace(m_context, carve);
         return *slot;
     }
     const searchable_examination &carved() { return examined(m_carved, true); }
 
-    byte_source_ptr m_medium;
+    const run_context &m_context;
     bool m_is_carved = false; // some row is
     examination_slot m_plain, m_carved;
 };
@@ -153,7 +154,7 @@ exit_status run_recheck(std::ostream &out, const run_context &context)
 {
     row_list rows;
     if (!read_rows(rows, context.line.rows_file)) return exit_status::no_source;
-    rechecker checker(context.medium, rows);
+    rechecker checker(context, rows);
     u64 changed = 0, unchecked = 0;
     for (const written_row &row : rows) {
         const row_findings findings = checker.check(row);

@@ -1,0 +1,26 @@
+#include "recyclebin/bytes_command.h"
+
+#include "recyclebin/proof_command.h"
+
+#include <cstdio>
+
+namespace hv {
+
+std::string bytes_command(const sighting &seen, const std::string &medium,
+                          bool is_plain_file)
+{
+    if (!seen.file.empty() || is_plain_file)
+        return check_command(seen.file.empty() ? medium : seen.file, seen.ranges);
+    std::string text;
+    for (const byte_range &range : seen.ranges) {
+        char numbers[64];
+        std::snprintf(numbers, sizeof numbers, " 0x%llx %llu",
+                      static_cast<unsigned long long>(range.offset),
+                      static_cast<unsigned long long>(range.length));
+        text += (text.empty() ? "" : "; ") +
+                ("recyclebin bytes " + shell_quoted(medium)) + numbers;
+    }
+    return seen.ranges.size() == 1 ? text + " | xxd" : "{ " + text + "; } | xxd";
+}
+
+} // namespace hv
