@@ -11,8 +11,6 @@ namespace hv {
 namespace {
 
 constexpr u64 sector_size = 512;
-// Small enough to be searched while the processor still has it at hand.
-constexpr u64 batch_bytes = u64{1} << 19;
 
 record_bytes record_of(const carved_block &block)
 {
@@ -113,7 +111,7 @@ void carve_stretches(carve_keeper &keeper, const byte_source &source,
                      const std::function<void(u64)> &progress)
 {
     carver search(keeper);
-    std::vector<u8> batch;
+    source_window window(source);
     u64 done = 0;
     for (const carve_stretch &stretch : stretches) {
         search.finish();
@@ -128,12 +126,11 @@ void carve_stretches(carve_keeper &keeper, const byte_source &source,
                 at = data;
                 continue;
             }
-            batch.resize(std::min(batch_bytes, end - at));
-            const std::size_t count = source.read(at, batch);
-            if (count == 0) break;
-            search.carve(byte_view(batch.data(), count), at);
-            at += count;
-            done += count;
+            const byte_view bytes = window.at(at, end - at);
+            if (bytes.empty()) break;
+            search.carve(bytes, at);
+            at += bytes.size();
+            done += bytes.size();
             if (progress) progress(done);
         }
     }

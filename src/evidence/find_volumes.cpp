@@ -215,14 +215,13 @@ void volume_finder::search_every_sector(byte_range stretch)
 {
     const u64 end = std::min(end_of(stretch), m_medium.size());
     u64 at = saturating_sum(stretch.offset, sector - 1) / sector * sector;
-    std::vector<u8> chunk(mebibyte);
+    source_window window(m_medium);
     while (at < end && m_boot_sectors_seen < max_boot_sectors) {
         at = std::max(at, m_medium.next_data(at) / sector * sector);
         if (at >= end) return;
-        const std::size_t wanted = std::min(end - at, mebibyte);
-        const std::size_t count = m_medium.read(at, std::span(chunk).first(wanted));
-        if (count == 0) return;
-        at = search_chunk(at, byte_view{chunk}.clip(0, count));
+        const byte_view bytes = window.at(at, end - at);
+        if (bytes.empty()) return;
+        at = search_chunk(at, bytes);
     }
 }
 
