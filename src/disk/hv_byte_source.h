@@ -50,6 +50,9 @@ public:
     /// The next offset, at or after this one, where bytes may be other than zero: a
     /// hole of a sparse image is passed over. `size` if there is none.
     virtual u64 next_data(u64 offset) const { return offset; }
+    /// Where the data ends that `offset` is in, as returned by `next_data`: after it,
+    /// and at the start of a hole or at the end.
+    virtual u64 next_hole(u64 /*offset*/) const { return size(); }
     /// How many different bytes of the medium couldn't be read so far. A source over
     /// another one may leave the count to that.
     virtual u64 unreadable() const { return 0; }
@@ -69,14 +72,18 @@ public:
     {
         if (offset >= m_source.size()) return {};
         length = std::min(length, m_source.size() - offset);
-        const std::span<const u8> bytes =
-            m_source.view(offset, std::min(length, max_view));
-        if (!bytes.empty()) return bytes;
+        if (length >= min_view) {
+            const std::span<const u8> bytes =
+                m_source.view(offset, std::min(length, max_view));
+            if (!bytes.empty()) return bytes;
+        }
         m_buffer.resize(std::min(length, max_read));
         return std::span(m_buffer).first(m_source.read(offset, m_buffer));
     }
 
 private:
+    // Mapping a shorter stretch costs more than copying it.
+    static constexpr u64 min_view = u64{64} << 10;
     // Large enough to make the requests cheap.
     static constexpr u64 max_view = u64{2} << 20;
     // Small enough to be searched while the processor still has it at hand.

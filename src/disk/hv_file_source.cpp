@@ -77,4 +77,12 @@ u64 file_source::next_data(u64 offset) const
     return std::min(static_cast<u64>(data), m_size);
 }
 
+u64 file_source::next_hole(u64 offset) const
+{
+    if (offset >= m_size) return m_size;
+    const off_t hole = lseek(m_descriptor, static_cast<off_t>(offset), SEEK_HOLE);
+    if (hole < 0 || static_cast<u64>(hole) <= offset) return m_size;
+    return std::min(static_cast<u64>(hole), m_size);
+}
+
 } // namespace hv

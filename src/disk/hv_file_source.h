@@ -26,6 +26,7 @@ public:
     std::size_t read(u64 offset, std::span<u8> out) const override;
     std::span<const u8> view(u64 offset, std::size_t length) const override;
     u64 next_data(u64 offset) const override;
+    u64 next_hole(u64 offset) const override;
     u64 unreadable() const override;
 
 private:

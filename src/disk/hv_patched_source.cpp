@@ -91,4 +91,12 @@ u64 patched_source::next_data(u64 offset) const
     return next;
 }
 
+// A patch may be in a hole: the data ends with it there, or with the next patch.
+u64 patched_source::next_hole(u64 offset) const
+{
+    if (offset >= size()) return size();
+    const auto [origin, length] = stretch_at(offset);
+    return origin != nullptr ? offset + length : m_base->next_hole(offset);
+}
+
 } // namespace hv

@@ -27,6 +27,7 @@ public:
     std::span<const u8> view(u64 offset, std::size_t length) const override;
     place locate(u64 offset) const override;
     u64 next_data(u64 offset) const override;
+    u64 next_hole(u64 offset) const override;
     u64 unreadable() const override { return m_base->unreadable(); }
 
 private:

@@ -12,6 +12,9 @@ namespace {
 
 constexpr u64 sector_size = 512;
 
+// A structure that ends in a hole ends with zeros. None is longer than this.
+constexpr u64 bytes_into_hole = u64{128} << 10;
+
 record_bytes record_of(const carved_block &block)
 {
     record_bytes record;
@@ -120,13 +123,16 @@ void carve_stretches(carve_keeper &keeper, const byte_source &source,
             std::min(source.size(), saturating_sum(stretch.position, stretch.length));
         for (u64 at = stretch.position; at < end;) {
             // Holes of a sparse image read as zeros, in which there is nothing.
-            const u64 data = source.next_data(at) / sector_size * sector_size;
-            if (data > at) {
-                done += std::min(data, end) - at;
-                at = data;
+            const u64 data = source.next_data(at);
+            if (data / sector_size * sector_size > at) {
+                const u64 next = data / sector_size * sector_size;
+                done += std::min(next, end) - at;
+                at = next;
                 continue;
             }
-            const byte_view bytes = window.at(at, end - at);
+            const u64 last = (source.next_hole(data) + bytes_into_hole) / sector_size;
+            const byte_view bytes =
+                window.at(at, std::min(end, last * sector_size) - at);
             if (bytes.empty()) break;
             search.carve(bytes, at);
             at += bytes.size();

@@ -217,9 +217,11 @@ void volume_finder::search_every_sector(byte_range stretch)
     u64 at = saturating_sum(stretch.offset, sector - 1) / sector * sector;
     source_window window(m_medium);
     while (at < end && m_boot_sectors_seen < max_boot_sectors) {
-        at = std::max(at, m_medium.next_data(at) / sector * sector);
+        const u64 data = m_medium.next_data(at);
+        at = std::max(at, data / sector * sector);
         if (at >= end) return;
-        const byte_view bytes = window.at(at, end - at);
+        const u64 hole = m_medium.next_hole(data);
+        const byte_view bytes = window.at(at, std::min(end, hole) - at);
         if (bytes.empty()) return;
         at = search_chunk(at, bytes);
     }

@@ -77,6 +77,13 @@ TEST(FileSource, PassesOverHoles)
     for (const auto &[offset, next] :
          {std::pair{0u, 5000u}, {5002u, 5002u}, {5003u, 1u << 20}})
         EXPECT_EQ(patched.next_data(offset), next) << offset;
+    EXPECT_EQ(patched.next_hole(5001), 5003u);
+    EXPECT_EQ(patched.next_hole(1 << 20), 1u << 20);
+
+    const std::string sparse = dir.write_file("sparse", std::string(8192, 'x'));
+    std::filesystem::resize_file(sparse, 1 << 20);
+    const file_source source(sparse);
+    EXPECT_EQ(source.next_hole(100), 8192u);
 }
 
 TEST(FileSource, SaysWhyItCannotBeOpened)
