@@ -2,9 +2,11 @@
 
 #include "base/hv_types.h"
 
+#include <algorithm>
 #include <cstddef>
 #include <memory>
 #include <span>
+#include <vector>
 
 namespace hv {
 
@@ -26,6 +28,14 @@ public:
     /// fewer at the end, 0 from there on. Bytes before the end that can't be read are
     /// zeros, and are counted by `unreadable`.
     virtual std::size_t read(u64 offset, std::span<u8> out) const = 0;
+    /// The `length` bytes at `offset` where they are, without a copy; empty if they
+    /// have to be read, as at the end or where some can't be read. They are good until
+    /// the next call of `view`. For passes over large parts of a medium;
+    /// `source_window` reads where it has to.
+    virtual std::span<const u8> view(u64 /*offset*/, std::size_t /*length*/) const
+    {
+        return {};
+    }
 
     /// Where bytes of this source are on the medium.
     struct place {
@@ -40,11 +50,47 @@ public:
     /// The next offset, at or after this one, where bytes may be other than zero: a
     /// hole of a sparse image is passed over. `size` if there is none.
     virtual u64 next_data(u64 offset) const { return offset; }
+    /// Where the data ends that `offset` is in, as returned by `next_data`: after it,
+    /// and at the start of a hole or at the end.
+    virtual u64 next_hole(u64 /*offset*/) const { return size(); }
     /// How many different bytes of the medium couldn't be read so far. A source over
     /// another one may leave the count to that.
     virtual u64 unreadable() const { return 0; }
 };
 
 using byte_source_ptr = std::shared_ptr<const byte_source>;
+
+/// Shows the bytes of a source to a pass over it, with as few copies as it can.
+class source_window {
+public:
+    /// `source` outlives the window.
+    explicit source_window(const byte_source &source) : m_source(source) {}
+
+    /// Some of the `length` bytes at `offset`; none only at the end. They are good
+    /// until the next call. What can't be read is zeros; see `byte_source::read`.
+    std::span<const u8> at(u64 offset, u64 length)
+    {
+        if (offset >= m_source.size()) return {};
+        length = std::min(length, m_source.size() - offset);
+        if (length >= min_view) {
+            const std::span<const u8> bytes =
+                m_source.view(offset, std::min(length, max_view));
+            if (!bytes.empty()) return bytes;
+        }
+        m_buffer.resize(std::min(length, max_read));
+        return std::span(m_buffer).first(m_source.read(offset, m_buffer));
+    }
+
+private:
+    // Mapping a shorter stretch costs more than copying it.
+    static constexpr u64 min_view = u64{64} << 10;
+    // Large enough to make the requests cheap.
+    static constexpr u64 max_view = u64{2} << 20;
+    // Small enough to be searched while the processor still has it at hand.
+    static constexpr u64 max_read = u64{1} << 19;
+
+    const byte_source &m_source;
+    std::vector<u8> m_buffer;
+};
 
 } // namespace hv

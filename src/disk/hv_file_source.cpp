@@ -17,6 +17,7 @@ file_source::file_source(const std::string &path)
     const off_t end = lseek(m_descriptor, 0, SEEK_END);
     if (end < 0) m_failure = open_failure::unreadable;
     if (end > 0) m_size = static_cast<u64>(end);
+    m_is_mappable = mapped_window::is_useful_for(m_descriptor);
 }
 
 file_source::~file_source()
@@ -39,6 +40,33 @@ std::size_t file_source::read(u64 offset, std::span<u8> out) const
     return out.size();
 }
 
+std::span<const u8> file_source::view(u64 offset, std::size_t length) const
+{
+    count_failed_window();
+    if (!m_is_mappable || length == 0 || offset >= m_size || length > m_size - offset)
+        return {};
+    if (!m_window.map(m_descriptor, offset, length)) return {};
+    const byte_view bytes = m_window.view(offset, length);
+    // The caller reads these bytes again, and what can't be read is counted then.
+    if (bytes.empty()) m_window.unmap();
+    return bytes.bytes();
+}
+
+u64 file_source::unreadable() const
+{
+    count_failed_window();
+    return m_bad.bytes();
+}
+
+// A window may also fail while its bytes are in use. Reading it says which are lost.
+void file_source::count_failed_window() const
+{
+    if (!m_window.is_mapped() || !m_window.has_failed()) return;
+    std::vector<u8> bytes(m_window.size());
+    read(m_window.offset(), bytes);
+    m_window.unmap();
+}
+
 u64 file_source::next_data(u64 offset) const
 {
     if (offset >= m_size) return m_size;
@@ -47,6 +75,14 @@ u64 file_source::next_data(u64 offset) const
     const off_t data = lseek(m_descriptor, static_cast<off_t>(offset), SEEK_DATA);
     if (data < 0) return errno == ENXIO ? m_size : offset;
     return std::min(static_cast<u64>(data), m_size);
+}
+
+u64 file_source::next_hole(u64 offset) const
+{
+    if (offset >= m_size) return m_size;
+    const off_t hole = lseek(m_descriptor, static_cast<off_t>(offset), SEEK_HOLE);
+    if (hole < 0 || static_cast<u64>(hole) <= offset) return m_size;
+    return std::min(static_cast<u64>(hole), m_size);
 }
 
 } // namespace hv

@@ -3,6 +3,7 @@
 #include "base/hv_open_failure.h"
 #include "disk/hv_bad_sectors.h"
 #include "disk/hv_byte_source.h"
+#include "disk/hv_mapped_window.h"
 
 #include <string>
 
@@ -23,14 +24,20 @@ public:
     u64 size() const override { return m_size; }
     u64 stored_size() const override;
     std::size_t read(u64 offset, std::span<u8> out) const override;
+    std::span<const u8> view(u64 offset, std::size_t length) const override;
     u64 next_data(u64 offset) const override;
-    u64 unreadable() const override { return m_bad.bytes(); }
+    u64 next_hole(u64 offset) const override;
+    u64 unreadable() const override;
 
 private:
+    void count_failed_window() const;
+
     int m_descriptor = -1;
+    bool m_is_mappable = false;
     u64 m_size = 0;
     open_failure m_failure = open_failure::none;
     mutable bad_sectors m_bad;
+    mutable mapped_window m_window;
 };
 
 } // namespace hv

@@ -2,8 +2,6 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <csignal>
-#include <sys/mman.h>
 #include <unistd.h>
 
 namespace hv {
@@ -17,113 +15,35 @@ constexpr u64 buffer_size = u64{256} << 10;
 // Mapping a shorter stretch costs more than copying it.
 constexpr u64 min_mapping = u64{64} << 10;
 
-// Touching a page of a mapped file that can't be read, because of a bad sector or
-// because the file was truncated meanwhile, raises a signal. The handler maps a page of
-// zeros in its place and remembers the fault, and the scan goes back to plain reads.
-// The handler knows the window from these plain variables: there is one thread and one
-// window.
-const u8 *guarded_begin = nullptr;
-const u8 *guarded_end = nullptr;
-volatile std::sig_atomic_t fault_seen = 0;
-u64 page_size = 4096;
-
-void replace_faulting_page(int number, siginfo_t *info, void *)
-{
-    const auto *fault = static_cast<const u8 *>(info->si_addr);
-    if (fault >= guarded_begin && fault < guarded_end) {
-        const u64 page_offset =
-            static_cast<u64>(fault - guarded_begin) / page_size * page_size;
-        void *page = const_cast<u8 *>(guarded_begin) + page_offset;
-        if (mmap(page, page_size, PROT_READ, MAP_PRIVATE | MAP_ANONYMOUS | MAP_FIXED,
-                 -1, 0) != MAP_FAILED) {
-            fault_seen = 1;
-            return;
-        }
-    }
-    // Not our window: the instruction runs again and the system handles the fault.
-    std::signal(number, SIG_DFL);
-}
-
-void guard_mappings()
-{
-    static bool installed = false;
-    if (installed) return;
-    installed = true;
-    page_size = static_cast<u64>(sysconf(_SC_PAGESIZE));
-    struct sigaction action {};
-    action.sa_sigaction = replace_faulting_page;
-    action.sa_flags = SA_SIGINFO;
-    sigaction(SIGBUS, &action, nullptr);
-}
-
-// Reads a byte of each page, so that a fault occurs before the bytes are used.
-bool touch_pages(const u8 *bytes, u64 length)
-{
-    fault_seen = 0;
-    volatile u8 sink = 0;
-    for (u64 at = 0; at < length; at += page_size) sink = bytes[at];
-    sink = bytes[length - 1];
-    static_cast<void>(sink);
-    return fault_seen == 0;
-}
-
 } // namespace
 
 medium_reader::medium_reader(const RAW_DISK_IO &disk)
     : m_disk(disk),
       m_descriptor(disk.mappable_descriptor())
 {
-    if (m_descriptor >= 0) guard_mappings();
-}
-
-medium_reader::~medium_reader()
-{
-    unmap();
-}
-
-void medium_reader::unmap()
-{
-    if (m_mapped) munmap(const_cast<u8 *>(m_window), m_window_size);
-    m_mapped = false;
-    m_window = nullptr;
-    guarded_begin = guarded_end = nullptr;
 }
 
 bool medium_reader::covers(u64 offset, u32 length) const
 {
-    return m_window != nullptr && offset >= m_window_offset &&
-           offset - m_window_offset <= m_window_size &&
-           length <= m_window_size - (offset - m_window_offset);
+    if (m_window.is_mapped()) return m_window.covers(offset, length);
+    return offset >= m_buffer_offset &&
+           byte_view(m_buffer).fits(offset - m_buffer_offset, length);
 }
 
 bool medium_reader::map_window(u64 offset, u64 length)
 {
-    const u64 begin = offset / page_size * page_size;
-    length += offset - begin;
-    void *window = mmap(nullptr, length, PROT_READ, MAP_SHARED, m_descriptor,
-                        static_cast<off_t>(begin));
-    if (window == MAP_FAILED) {
-        m_descriptor = -1;
-        return false;
-    }
-    madvise(window, length, MADV_SEQUENTIAL);
-    m_mapped = true;
-    m_window = static_cast<const u8 *>(window);
-    m_window_offset = begin;
-    m_window_size = length;
-    guarded_begin = m_window;
-    guarded_end = m_window + length;
-    return true;
+    if (m_window.map(m_descriptor, offset, length)) return true;
+    m_descriptor = -1;
+    return false;
 }
 
 bool medium_reader::read_window(u64 offset, u64 length)
 {
-    m_buffer.resize(std::max<u64>(m_buffer.size(), length));
-    if (!m_disk.read_exact(m_buffer.data(), length, offset)) return false;
-    m_window = m_buffer.data();
-    m_window_offset = offset;
-    m_window_size = length;
-    return true;
+    m_buffer.resize(length);
+    m_buffer_offset = offset;
+    if (m_disk.read_exact(m_buffer.data(), length, offset)) return true;
+    m_buffer.clear();
+    return false;
 }
 
 byte_view medium_reader::view(u64 offset, u32 length, u64 wanted_in_all)
@@ -133,9 +53,8 @@ byte_view medium_reader::view(u64 offset, u32 length, u64 wanted_in_all)
         return {};
     // A page that failed while it was in use is one of zeros now, and must not be used
     // again.
-    if (m_mapped && fault_seen != 0) unmap();
-    if (!covers(offset, length)) {
-        unmap();
+    if (m_window.has_failed() || !covers(offset, length)) {
+        m_window.unmap();
         const u64 wanted =
             std::clamp<u64>(wanted_in_all, length, std::max<u64>(window_size, length));
         const u64 stretch = std::min(wanted, medium_size - offset);
@@ -144,12 +63,11 @@ byte_view medium_reader::view(u64 offset, u32 length, u64 wanted_in_all)
             if (!read_window(offset, piece) && !read_window(offset, length)) return {};
         }
     }
-    const u8 *bytes = m_window + (offset - m_window_offset);
-    if (m_mapped && !touch_pages(bytes, length)) {
-        unmap();
-        return {};
-    }
-    return {bytes, length};
+    if (!m_window.is_mapped())
+        return byte_view(m_buffer).clip(offset - m_buffer_offset, length);
+    const byte_view bytes = m_window.view(offset, length);
+    if (bytes.empty()) m_window.unmap();
+    return bytes;
 }
 
 u64 medium_reader::next_data(u64 offset)

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "base/hv_byte_view.h"
+#include "disk/hv_mapped_window.h"
 #include "disk/hv_raw_disk_io.h"
 
 #include <vector>
@@ -10,11 +11,10 @@ namespace hv {
 /// Provides the bytes of a medium to a scan that goes through it from start to end. It
 /// reads large pieces, maps a plain file into memory where the system allows that, and
 /// knows the holes of a sparse one. Where it has no bytes, the scan has to read the
-/// disk itself. Only one reader at a time may have a mapping.
+/// disk itself.
 class medium_reader {
 public:
     explicit medium_reader(const RAW_DISK_IO &disk);
-    ~medium_reader();
     medium_reader(const medium_reader &) = delete;
     medium_reader &operator=(const medium_reader &) = delete;
 
@@ -31,15 +31,12 @@ private:
     bool covers(u64 offset, u32 length) const;
     bool map_window(u64 offset, u64 length);
     bool read_window(u64 offset, u64 length);
-    void unmap();
 
     const RAW_DISK_IO &m_disk;
     int m_descriptor; ///< of a file that can be mapped; -1 for none
-    const u8 *m_window = nullptr;
-    u64 m_window_offset = 0;
-    u64 m_window_size = 0;
-    bool m_mapped = false;
-    std::vector<u8> m_buffer;
+    mapped_window m_window;
+    std::vector<u8> m_buffer; ///< what was read, if nothing is mapped
+    u64 m_buffer_offset = 0;
     u64 m_data_begin = 0; ///< a stretch without holes
     u64 m_data_end = 0;
     u64 m_last_hole = ~u64{0}; ///< from here on there is no data

@@ -63,6 +63,14 @@ std::size_t patched_source::read(u64 offset, std::span<u8> out) const
     return out.size();
 }
 
+std::span<const u8> patched_source::view(u64 offset, std::size_t length) const
+{
+    if (offset >= size()) return {};
+    const auto [origin, whole] = stretch_at(offset);
+    if (origin != nullptr || length > whole) return {};
+    return m_base->view(offset, length);
+}
+
 byte_source::place patched_source::locate(u64 offset) const
 {
     const auto [origin, length] = stretch_at(offset);
@@ -81,6 +89,14 @@ u64 patched_source::next_data(u64 offset) const
         if (candidate.offset + candidate.length > offset)
             next = std::min(next, std::max(candidate.offset, offset));
     return next;
+}
+
+// A patch may be in a hole: the data ends with it there, or with the next patch.
+u64 patched_source::next_hole(u64 offset) const
+{
+    if (offset >= size()) return size();
+    const auto [origin, length] = stretch_at(offset);
+    return origin != nullptr ? offset + length : m_base->next_hole(offset);
 }
 
 } // namespace hv

@@ -24,8 +24,10 @@ public:
     u64 size() const override { return m_base->size(); }
     u64 stored_size() const override { return m_base->stored_size(); }
     std::size_t read(u64 offset, std::span<u8> out) const override;
+    std::span<const u8> view(u64 offset, std::size_t length) const override;
     place locate(u64 offset) const override;
     u64 next_data(u64 offset) const override;
+    u64 next_hole(u64 offset) const override;
     u64 unreadable() const override { return m_base->unreadable(); }
 
 private:

@@ -11,8 +11,9 @@ namespace hv {
 namespace {
 
 constexpr u64 sector_size = 512;
-// Small enough to be searched while the processor still has it at hand.
-constexpr u64 batch_bytes = u64{1} << 19;
+
+// A structure that ends in a hole ends with zeros. None is longer than this.
+constexpr u64 bytes_into_hole = u64{128} << 10;
 
 record_bytes record_of(const carved_block &block)
 {
@@ -113,7 +114,7 @@ void carve_stretches(carve_keeper &keeper, const byte_source &source,
                      const std::function<void(u64)> &progress)
 {
     carver search(keeper);
-    std::vector<u8> batch;
+    source_window window(source);
     u64 done = 0;
     for (const carve_stretch &stretch : stretches) {
         search.finish();
@@ -122,18 +123,20 @@ void carve_stretches(carve_keeper &keeper, const byte_source &source,
             std::min(source.size(), saturating_sum(stretch.position, stretch.length));
         for (u64 at = stretch.position; at < end;) {
             // Holes of a sparse image read as zeros, in which there is nothing.
-            const u64 data = source.next_data(at) / sector_size * sector_size;
-            if (data > at) {
-                done += std::min(data, end) - at;
-                at = data;
+            const u64 data = source.next_data(at);
+            if (data / sector_size * sector_size > at) {
+                const u64 next = data / sector_size * sector_size;
+                done += std::min(next, end) - at;
+                at = next;
                 continue;
             }
-            batch.resize(std::min(batch_bytes, end - at));
-            const std::size_t count = source.read(at, batch);
-            if (count == 0) break;
-            search.carve(byte_view(batch.data(), count), at);
-            at += count;
-            done += count;
+            const u64 last = (source.next_hole(data) + bytes_into_hole) / sector_size;
+            const byte_view bytes =
+                window.at(at, std::min(end, last * sector_size) - at);
+            if (bytes.empty()) break;
+            search.carve(bytes, at);
+            at += bytes.size();
+            done += bytes.size();
             if (progress) progress(done);
         }
     }

@@ -215,14 +215,15 @@ void volume_finder::search_every_sector(byte_range stretch)
 {
     const u64 end = std::min(end_of(stretch), m_medium.size());
     u64 at = saturating_sum(stretch.offset, sector - 1) / sector * sector;
-    std::vector<u8> chunk(mebibyte);
+    source_window window(m_medium);
     while (at < end && m_boot_sectors_seen < max_boot_sectors) {
-        at = std::max(at, m_medium.next_data(at) / sector * sector);
+        const u64 data = m_medium.next_data(at);
+        at = std::max(at, data / sector * sector);
         if (at >= end) return;
-        const std::size_t wanted = std::min(end - at, mebibyte);
-        const std::size_t count = m_medium.read(at, std::span(chunk).first(wanted));
-        if (count == 0) return;
-        at = search_chunk(at, byte_view{chunk}.clip(0, count));
+        const u64 hole = m_medium.next_hole(data);
+        const byte_view bytes = window.at(at, std::min(end, hole) - at);
+        if (bytes.empty()) return;
+        at = search_chunk(at, bytes);
     }
 }
 

@@ -8,6 +8,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <filesystem>
 #include <sys/stat.h>
 #include <tuple>
@@ -41,6 +42,27 @@ TEST(FileSource, ReadsWhatTheFileHas)
     EXPECT_EQ(source.unreadable(), 2u) << "each byte counts once";
 }
 
+// A file that shrinks under a window must not end the process: what is lost is zeros,
+// and counts once, whether that shows in the window or only while its bytes are in use.
+TEST(FileSource, ShowsAFileThatShrinks)
+{
+    const temp_dir dir;
+    const std::string path = dir.write_file("image", std::string(100'000, 'x'));
+    const file_source source(path);
+    source_window window(source);
+    EXPECT_EQ(source.view(90'000, 10'001).size(), 0u);
+    EXPECT_EQ(window.at(100'000, 1).size(), 0u);
+    const std::span<const u8> in_use = window.at(5000, ~u64{0});
+    ASSERT_EQ(in_use.size(), 95'000u);
+    std::filesystem::resize_file(path, 20'480);
+    EXPECT_EQ(in_use[20'479 - 5000], 'x');
+    EXPECT_EQ(in_use[20'480 - 5000], 0);
+    EXPECT_EQ(source.unreadable(), 79'520u);
+    EXPECT_TRUE(source.view(5000, 95'000).empty());
+    EXPECT_EQ(std::ranges::count(window.at(5000, 95'000), 'x'), 15'480);
+    EXPECT_EQ(source.unreadable(), 79'520u);
+}
+
 TEST(FileSource, PassesOverHoles)
 {
     const temp_dir dir;
@@ -55,6 +77,13 @@ TEST(FileSource, PassesOverHoles)
     for (const auto &[offset, next] :
          {std::pair{0u, 5000u}, {5002u, 5002u}, {5003u, 1u << 20}})
         EXPECT_EQ(patched.next_data(offset), next) << offset;
+    EXPECT_EQ(patched.next_hole(5001), 5003u);
+    EXPECT_EQ(patched.next_hole(1 << 20), 1u << 20);
+
+    const std::string sparse = dir.write_file("sparse", std::string(8192, 'x'));
+    std::filesystem::resize_file(sparse, 1 << 20);
+    const file_source source(sparse);
+    EXPECT_EQ(source.next_hole(100), 8192u);
 }
 
 TEST(FileSource, SaysWhyItCannotBeOpened)
@@ -118,6 +147,17 @@ TEST(PatchedSource, ShowsTheCopiesAndTheirPlaces)
     }
     EXPECT_EQ(read_text(source, 15, 9), "d");
     EXPECT_EQ(read_text(source, 16, 1), "");
+    // Only bytes of one piece of the base can be shown as they are.
+    const temp_dir dir;
+    patched_source shown(
+        std::make_shared<file_source>(dir.write_file("image", "aaaabbbbcccc")));
+    ASSERT_TRUE(shown.replace(4, 4, 0));
+    for (const auto &[offset, length, size] : {std::tuple{0u, 4u, 4u},
+                                               {3u, 2u, 0u},
+                                               {5u, 1u, 0u},
+                                               {8u, 4u, 4u},
+                                               {8u, 5u, 0u}})
+        EXPECT_EQ(shown.view(offset, length).size(), size) << offset;
     // Offset, place and length, and whether it is on the medium.
     const std::tuple<u64, u64, u64, bool> places[] = {
         {1, 13, 3, true}, {4, 4, 2, true},  {6, 0, 2, false},
