@@ -1,5 +1,6 @@
 #include "recyclebin/deletion_text.h"
 #include "recyclebin/evidence_text.h"
+#include "recyclebin/proof_command.h"
 #include "recyclebin/proof_fields.h"
 #include "recyclebin/range_bytes.h"
 #include "recyclebin/run_context.h"
@@ -49,32 +50,6 @@ void write_fields(std::ostream &out, const sighting &seen, byte_view bytes)
                     {at, std::min<u64>(max_field_bytes, bytes.size() - at), ""});
 }
 
-// A path as a shell takes it, whatever it holds.
-std::string shell_quoted(const std::string &text)
-{
-    std::string quoted = "'";
-    for (const char c : text) quoted += c == '\'' ? "'\\''" : std::string(1, c);
-    return quoted + "'";
-}
-
-std::string dd_text(const std::string &medium, const byte_range &range)
-{
-    char numbers[96];
-    std::snprintf(numbers, sizeof numbers, " bs=1 skip=$((0x%llx)) count=%llu",
-                  static_cast<unsigned long long>(range.offset),
-                  static_cast<unsigned long long>(range.length));
-    return "dd if=" + shell_quoted(medium) + numbers + " 2>/dev/null";
-}
-
-// The command that shows these bytes.
-std::string check_text(const std::string &medium, const std::vector<byte_range> &ranges)
-{
-    if (ranges.size() == 1) return dd_text(medium, ranges[0]) + " | xxd";
-    std::string text = "{ ";
-    for (const byte_range &range : ranges) text += dd_text(medium, range) + "; ";
-    return text + "} | xxd";
-}
-
 void write_proof(std::ostream &out, const sighting &seen, const run_context &context)
 {
     std::vector<u8> bytes;
@@ -92,7 +67,8 @@ void write_proof(std::ostream &out, const sighting &seen, const run_context &con
     out << "     sha256 " << sum.finish() << '\n';
     if (seen.ranges.size() <= max_commands)
         out << "     check it yourself: "
-            << escaped(std::string_view(check_text(context.line.medium, seen.ranges)))
+            << escaped(
+                   std::string_view(check_command(context.line.medium, seen.ranges)))
             << '\n';
 }
 

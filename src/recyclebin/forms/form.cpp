@@ -14,6 +14,8 @@ std::span<const form> all_forms()
         {"story", "", "how each deletion is known, for people", write_stories},
         {"jsonl", ".jsonl", "a line of JSON for each, with its proof",
          write_json_lines},
+        {"sqlite", ".sqlite", "a database with all that is known", write_sqlite, ".db"},
+        {"html", ".html", "a report for a browser, in one file", write_html, ".htm"},
     });
     return forms;
 }
@@ -27,7 +29,10 @@ const form *form_called(std::string_view name)
 const form *form_for_file(std::string_view path)
 {
     const auto found = std::ranges::find_if(all_forms(), [&](const form &each) {
-        return !each.ending.empty() && path.ends_with(each.ending);
+        const auto has = [path](std::string_view ending) {
+            return !ending.empty() && path.ends_with(ending);
+        };
+        return has(each.ending) || has(each.other_ending);
     });
     return found == all_forms().end() ? nullptr : &*found;
 }
