@@ -50,6 +50,10 @@ input { min-width: 18rem; }
 summary { cursor: pointer; }
 details > div { margin: .4rem 0 1rem; padding: .2rem 1rem; background: var(--band);
   border-left: 3px solid var(--bar); }
+/* The cells before it are empty beside it. */
+@media screen and (min-width: 70rem) {
+  details > div { margin-left: -24rem; position: relative; }
+}
 dl { display: grid; grid-template-columns: max-content 1fr; gap: .1rem 1rem;
   margin: .4rem 0 .8rem; }
 dt { color: var(--quiet); }
@@ -120,7 +124,9 @@ inline constexpr const char *html_script = R"(
       if (!sorted || sorted.column !== column) head.removeAttribute("aria-sort");
       else head.setAttribute("aria-sort", sorted.descending ? "descending" : "ascending");
     });
-    body.append(...rows);
+    const ordered = document.createDocumentFragment();
+    for (const row of rows) ordered.append(row);
+    body.append(ordered);
   };
 
   const apply_filter = () => {
@@ -135,7 +141,8 @@ inline constexpr const char *html_script = R"(
       row.hidden = !is_shown;
       count += is_shown;
     }
-    shown.textContent = count + " of " + first_order.length + " rows shown";
+    shown.textContent = count.toLocaleString("en") + " of " +
+      first_order.length.toLocaleString("en") + " rows shown";
   };
 
   const write_address = () => {
@@ -154,7 +161,7 @@ inline constexpr const char *html_script = R"(
     sorted = column < 0 ? null : {column, descending: direction === "descending"};
     for (const field of ["filter", "user", "state"])
       form[field].value = parts.get(field) || "";
-    apply_sort();
+    if (sorted || table.querySelector("[aria-sort]")) apply_sort();
     apply_filter();
   };
 
