@@ -14,8 +14,15 @@ std::span<const form> all_forms()
         {"story", "", "how each deletion is known, for people", write_stories},
         {"jsonl", ".jsonl", "a line of JSON for each, with its proof",
          write_json_lines},
-        {"sqlite", ".sqlite", "a database with all that is known", write_sqlite, ".db"},
+        {"body", ".body", "a body file for mactime", write_body},
+        {"csv", ".csv", "a line of comma-separated values for each", write_csv},
         {"html", ".html", "a report for a browser, in one file", write_html, ".htm"},
+        {"l2tcsv", "", "log2timeline's CSV, a line for each moment", write_l2tcsv},
+        {"sqlite", ".sqlite", "a database with all that is known", write_sqlite, ".db"},
+        {"timesketch-csv", "", "CSV for Timesketch, a line for each moment",
+         write_timesketch_csv},
+        {"timesketch-jsonl", "", "JSON for Timesketch, a line for each moment",
+         write_timesketch_json},
     });
     return forms;
 }
