@@ -17,10 +17,10 @@ struct listing {
     const examination &found;
     std::vector<const deletion *> items; ///< of `found`, in its order
     const byte_source &medium;
-    std::string medium_name;   ///< as the user named it; not escaped
-    std::string medium_kind;   ///< for people: "raw image"
-    bool is_plain_file = true; ///< an offset in the medium is one in the named file
-    bool is_carved = false;    ///< free clusters were searched, too
+    std::string medium_name;      ///< as the user named it; not escaped
+    std::string medium_kind = {}; ///< for people: "raw image"
+    bool is_plain_file = true;    ///< an offset in the medium is one in the named file
+    bool is_carved = false;       ///< free clusters were searched, too
 };
 
 /// What a user asks of forms. Each has a meaning in some of them only.

@@ -1,4 +1,5 @@
 #include "recyclebin/evidence_text.h"
+#include "recyclebin/forms/cell_text.h"
 #include "recyclebin/forms/sqlite_database.h"
 #include "recyclebin/forms/sqlite_schema.h"
 #include "recyclebin/forms/writers.h"
@@ -38,7 +39,7 @@ sql_value text_or_null(const std::string &utf8)
 
 sql_value text_or_null(const std::u16string &text)
 {
-    return text.empty() ? sql_value() : sql_value(escaped(text));
+    return text.empty() ? sql_value() : sql_value(cell_text(text));
 }
 
 sql_blob utf16_bytes(std::u16string_view text)
@@ -58,7 +59,7 @@ sql_blob utf16_bytes(std::u16string_view text)
 void add_path(sql_row &row, const std::string &column,
               const std::optional<std::u16string> &path)
 {
-    row.push_back({column, path ? sql_value(escaped(*path)) : sql_value()});
+    row.push_back({column, path ? sql_value(cell_text(*path)) : sql_value()});
     row.push_back(
         {column + "_utf16", path ? sql_value(utf16_bytes(*path)) : sql_value()});
 }
@@ -121,15 +122,14 @@ private:
     void add_deletion(const deletion &item, const std::string &id);
     void add_parts(const deletion &item, const std::string &id);
     void add_sighting(const std::string &id, u64 number_in_item, const sighting &seen);
+    std::string free_id(const std::string &id);
     sql_row key(const std::string &id, u64 number_in_item) const;
-    sql_value user_key(const deletion &item) const;
 
     const listing &m_told;
     const std::string m_medium = escaped(std::string_view(m_told.medium_name));
     const volume_numbers m_volumes = volume_numbers(m_told.found);
     sqlite_database m_database;
-    std::map<std::pair<u32, std::u16string>, std::string> m_users; // and their keys
-    std::set<std::pair<u32, std::string>> m_user_keys;
+    std::set<std::pair<u32, std::u16string>> m_users;
     std::set<std::string> m_ids;
     sqlite_table m_media{m_database, "medium"};
     sqlite_table m_volume_rows{m_database, "volume"};
@@ -144,12 +144,12 @@ private:
     sqlite_table m_conflicts{m_database, "conflict"};
 };
 
-// A key that isn't taken yet: ids are short sums, and two names may be escaped alike.
-template <class Insert> std::string free_key(const std::string &key, Insert insert)
+// Ids are short sums, so that two deletions may share one.
+std::string database_writer::free_id(const std::string &id)
 {
-    std::string candidate = key;
-    for (u64 next = 2; !insert(candidate); ++next)
-        candidate = key + "-" + std::to_string(next);
+    std::string candidate = id;
+    for (u64 next = 2; !m_ids.insert(candidate).second; ++next)
+        candidate = id + "-" + std::to_string(next);
     return candidate;
 }
 
@@ -188,25 +188,15 @@ void database_writer::add_region(u32 region)
 void database_writer::add_user(const deletion &item)
 {
     if (item.user.empty()) return;
-    const auto [place, is_new] = m_users.try_emplace({item.volume, item.user});
-    if (!is_new) return;
-    place->second = free_key(escaped(item.user), [&](const std::string &candidate) {
-        return m_user_keys.insert({item.volume, candidate}).second;
-    });
+    if (!m_users.insert({item.volume, item.user}).second) return;
     const auto &names = m_told.found.regions[item.volume].user_names;
     const auto name = names.find(item.user);
     m_user_rows.add(
         {{"medium", m_medium},
          {"region", number(item.volume)},
-         {"folder", place->second},
+         {"folder", cell_text(item.user)},
          {"folder_utf16", utf16_bytes(item.user)},
          {"name", name == names.end() ? sql_value() : text_or_null(name->second)}});
-}
-
-sql_value database_writer::user_key(const deletion &item) const
-{
-    const auto found = m_users.find({item.volume, item.user});
-    return found == m_users.end() ? sql_value() : sql_value(found->second);
 }
 
 void database_writer::add_deletion(const deletion &item, const std::string &id)
@@ -214,7 +204,7 @@ void database_writer::add_deletion(const deletion &item, const std::string &id)
     sql_row row = {{"medium", m_medium},
                    {"id", id},
                    {"region", number(item.volume)},
-                   {"user", user_key(item)},
+                   {"user", text_or_null(item.user)},
                    {"state", word(word_for(item.state))},
                    {"content", word(word_for(item.content))},
                    {"is_directory", number(item.is_directory)},
@@ -226,8 +216,8 @@ void database_writer::add_deletion(const deletion &item, const std::string &id)
     row.push_back({"found_size", number_or_null(item.found_size)});
     row.push_back(
         {"metadata_format", item.format ? word(word_for(*item.format)) : sql_value()});
-    row.push_back({"metadata_file", escaped(item.metadata_name)});
-    row.push_back({"data_file", escaped(item.data_name)});
+    row.push_back({"metadata_file", cell_text(item.metadata_name)});
+    row.push_back({"data_file", cell_text(item.data_name)});
     add_entry(row, "metadata_", item.metadata_entry);
     add_entry(row, "data_", item.data_entry);
     add_moment(row, "record_changed", item.record_changed);
@@ -314,7 +304,7 @@ void database_writer::add_sighting(const std::string &id, u64 number_in_item,
     row.push_back({"is_in_bin", number(seen.is_in_bin)});
     add_entry(row, "", seen.entry);
     add_entry(row, "parent_", seen.parent);
-    row.push_back({"name", escaped(seen.name)});
+    row.push_back({"name", cell_text(seen.name)});
     row.push_back({"user", text_or_null(seen.user)});
     add_statement(row, seen.metadata);
     add_record_facts(row, seen);
@@ -350,9 +340,7 @@ void database_writer::add_all()
     for (u32 region = 0; region < m_told.found.regions.size(); ++region)
         add_region(region);
     for (const deletion *item : m_told.items) {
-        const std::string id = free_key(item->id, [this](const std::string &candidate) {
-            return m_ids.insert(candidate).second;
-        });
+        const std::string id = free_id(item->id);
         add_user(*item);
         add_deletion(*item, id);
         add_parts(*item, id);
