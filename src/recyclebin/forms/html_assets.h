@@ -29,9 +29,10 @@ th, td {
   text-align: left; vertical-align: top;
 }
 th { white-space: nowrap; }
-td { font-variant-numeric: tabular-nums; }
+td { font-variant-numeric: tabular-nums; overflow-wrap: anywhere; }
 td.number, th.number { text-align: right; white-space: nowrap; }
 td.time { white-space: nowrap; }
+td.number, td.time, th { overflow-wrap: normal; }
 #deletions { width: 100%; }
 #deletions thead th { position: sticky; top: 0; background: var(--band); }
 #deletions td { white-space: nowrap; }
@@ -46,6 +47,7 @@ form { display: flex; flex-wrap: wrap; gap: .5rem 1.2rem; margin: .7rem 0;
 form[hidden] { display: none; }
 input, select { font: inherit; padding: .15rem .35rem; }
 input { min-width: 18rem; }
+select { max-width: 20rem; }
 :focus-visible { outline: 3px solid var(--bar); outline-offset: 2px; }
 summary { cursor: pointer; }
 details > div { margin: .4rem 0 1rem; padding: .2rem 1rem; background: var(--band);

@@ -1,5 +1,6 @@
 #include "recyclebin/forms/html_text.h"
 
+#include <algorithm>
 #include <array>
 #include <new>
 #include <openssl/evp.h>
@@ -23,7 +24,19 @@ std::string html_escaped(std::string_view utf8)
 
 std::string evidence_html(std::string_view escaped_text)
 {
-    return "<bdi>" + html_escaped(escaped_text) + "</bdi>";
+    const auto is_ascii = [](char c) { return static_cast<unsigned char>(c) < 0x80; };
+    if (std::ranges::all_of(escaped_text, is_ascii))
+        return "<bdi>" + html_escaped(escaped_text) + "</bdi>";
+    const std::string begin = "<bdi dir=\"ltr\">";
+    std::string html = begin;
+    while (true) {
+        const std::size_t cut = escaped_text.find('\\');
+        html += begin + html_escaped(escaped_text.substr(0, cut)) + "</bdi>";
+        if (cut == std::string_view::npos) break;
+        html += '\\';
+        escaped_text.remove_prefix(cut + 1);
+    }
+    return html + "</bdi>";
 }
 
 std::string policy_hash(std::string_view content)

@@ -11,7 +11,7 @@ namespace hv {
 /// content and for attributes in quotes. It has to be valid UTF-8.
 std::string html_escaped(std::string_view utf8);
 /// Text of evidence, escaped as in the table, in an element of its own: letters that
-/// run from right to left don't move their neighbours.
+/// run from right to left move neither their neighbours nor the parts of a path.
 std::string evidence_html(std::string_view escaped_text);
 
 /// "sha256-..." as a Content-Security-Policy names a script or a style that it allows.

@@ -225,21 +225,23 @@ SELECT d.medium, v.number AS volume, d.deleted,
 
 CREATE VIEW timeline AS
 WITH moments (medium, id, moment, filetime, what) AS (
-    SELECT medium, id, deleted, deleted_filetime, 'deleted' FROM deletion
+    SELECT medium, id, deleted, deleted_filetime, 'Content Deletion Time'
+      FROM deletion
     UNION ALL
-    SELECT medium, id, logged, logged_filetime, 'journal: entered the bin' FROM deletion
+    SELECT medium, id, logged, logged_filetime, 'Recycle Bin Entry Logged'
+      FROM deletion
     UNION ALL
     SELECT medium, id, coalesce(data_record_changed, record_changed),
            coalesce(data_record_changed_filetime, record_changed_filetime),
-           'record of the data changed' FROM deletion
+           'Metadata Modification Time' FROM deletion
     UNION ALL
-    SELECT medium, id, data_created, data_created_filetime, 'data created'
+    SELECT medium, id, data_created, data_created_filetime, 'Creation Time'
       FROM deletion
     UNION ALL
-    SELECT medium, id, data_modified, data_modified_filetime, 'data modified'
+    SELECT medium, id, data_modified, data_modified_filetime, 'Content Modification Time'
       FROM deletion
     UNION ALL
-    SELECT medium, id, data_accessed, data_accessed_filetime, 'data accessed'
+    SELECT medium, id, data_accessed, data_accessed_filetime, 'Last Access Time'
       FROM deletion)
 SELECT m.moment, m.what, d.medium, d.volume, d.user, d.user_name, d.path, d.state, d.id
   FROM moments m JOIN deletions d USING (medium, id)
