@@ -57,6 +57,7 @@ std::vector<lane> make_lanes(const listing &told)
         ++of_user.days[*item->deleted / ticks_per_day];
     }
     std::vector<lane> lanes;
+    lanes.reserve(by_name.size());
     for (auto &[name, of_user] : by_name) lanes.push_back(std::move(of_user));
     std::ranges::stable_sort(lanes, std::ranges::greater(), &lane::total);
     if (lanes.size() <= max_lanes) return lanes;
