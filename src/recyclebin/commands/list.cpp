@@ -37,8 +37,10 @@ exit_status run_list(const std::vector<std::ostream *> &outs,
                  "; the command \"snapshots\" lists those that there are");
         return exit_status::usage;
     }
-    const listing told{context.found, context.selected(), *context.medium,
-                       context.line.medium};
+    const opened_medium &source = context.input.source();
+    const listing told{context.found,       context.selected(), *context.medium,
+                       context.line.medium, source.description, source.is_plain_file,
+                       context.line.carve};
     for (std::size_t at = 0; at < outs.size(); ++at) {
         const form &how = *context.line.outputs[at].how;
         how.write(*outs[at], told, context.line.how_to_write);

@@ -16,7 +16,9 @@ std::span<const form> all_forms()
          write_json_lines},
         {"body", ".body", "a body file for mactime", write_body},
         {"csv", ".csv", "a line of comma-separated values for each", write_csv},
+        {"html", ".html", "a report for a browser, in one file", write_html, ".htm"},
         {"l2tcsv", "", "log2timeline's CSV, a line for each moment", write_l2tcsv},
+        {"sqlite", ".sqlite", "a database with all that is known", write_sqlite, ".db"},
         {"timesketch-csv", "", "CSV for Timesketch, a line for each moment",
          write_timesketch_csv},
         {"timesketch-jsonl", "", "JSON for Timesketch, a line for each moment",
@@ -34,7 +36,10 @@ const form *form_called(std::string_view name)
 const form *form_for_file(std::string_view path)
 {
     const auto found = std::ranges::find_if(all_forms(), [&](const form &each) {
-        return !each.ending.empty() && path.ends_with(each.ending);
+        const auto has = [path](std::string_view ending) {
+            return !ending.empty() && path.ends_with(ending);
+        };
+        return has(each.ending) || has(each.other_ending);
     });
     return found == all_forms().end() ? nullptr : &*found;
 }

@@ -17,7 +17,10 @@ struct listing {
     const examination &found;
     std::vector<const deletion *> items; ///< of `found`, in its order
     const byte_source &medium;
-    std::string medium_name; ///< as the user named it; not escaped
+    std::string medium_name;      ///< as the user named it; not escaped
+    std::string medium_kind = {}; ///< for people: "raw image"
+    bool is_plain_file = true;    ///< an offset in the medium is one in the named file
+    bool is_carved = false;       ///< free clusters were searched, too
 };
 
 /// What a user asks of forms. Each has a meaning in some of them only.
@@ -33,6 +36,7 @@ struct form {
     std::string_view about;  ///< for the help
     /// Writes all of it. That the stream refuses bytes shows in the stream's state.
     void (*write)(std::ostream &out, const listing &told, const form_options &options);
+    std::string_view other_ending = {}; ///< that means this form, too
 };
 
 /// All forms; the first one is the default.

@@ -9,6 +9,8 @@ void write_table(std::ostream &out, const listing &told, const form_options &opt
 void write_stories(std::ostream &out, const listing &told, const form_options &options);
 void write_json_lines(std::ostream &out, const listing &told,
                       const form_options &options);
+void write_sqlite(std::ostream &out, const listing &told, const form_options &options);
+void write_html(std::ostream &out, const listing &told, const form_options &options);
 
 void write_body(std::ostream &out, const listing &told, const form_options &options);
 void write_csv(std::ostream &out, const listing &told, const form_options &options);
