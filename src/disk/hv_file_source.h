@@ -25,6 +25,10 @@ public:
     std::size_t read(u64 offset, std::span<u8> out) const override;
     u64 next_data(u64 offset) const override;
     u64 unreadable() const override { return m_bad.bytes(); }
+    std::vector<unread_part> unreadable_in(u64 offset, u64 length) const override
+    {
+        return m_bad.within(offset, length);
+    }
 
 private:
     int m_descriptor = -1;

@@ -1,5 +1,6 @@
 #include "evidence/volume_view.h"
 
+#include "base/hv_checked_math.h"
 #include "ntfs/hv_attribute_list.h"
 #include "ntfs/hv_lznt1.h"
 
@@ -71,6 +72,13 @@ std::vector<u8> volume_view::read_at(u64 position, u64 length) const
     std::vector<u8> bytes(length);
     m_source->read(m_offset + position, bytes);
     return bytes;
+}
+
+byte_source::place volume_view::place_at(u64 position) const
+{
+    const u64 at = saturating_sum(m_offset, position);
+    if (at >= m_source->size()) return {.position = 0, .length = 0, .is_stored = false};
+    return m_source->locate(at);
 }
 
 std::vector<byte_range> volume_view::places_at(u64 position, u64 length) const

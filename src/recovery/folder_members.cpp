@@ -1,0 +1,101 @@
+#include "recovery/folder_members.h"
+
+#include "base/hv_parse_rules.h"
+#include "evidence/walk_parts.h"
+
+#include <algorithm>
+#include <set>
+
+namespace hv {
+
+namespace {
+
+const parse_rules rules = parse_rules::complete();
+
+} // namespace
+
+folder_members::folder_members(volume_view_ptr view) : m_view(std::move(view))
+{
+    m_view->for_each_record([&](u64 entry, byte_view raw) {
+        record_bytes record;
+        if (!read_record(record, raw, rules)) return;
+        const file_facts facts = read_facts(record, entry);
+        // A name may be in a record that extends the file's own.
+        const u64 owner = facts.base ? facts.base->entry : entry;
+        for (const file_name_fact &name : facts.names)
+            if (name.parent.entry > walk::extend_entry)
+                m_links.push_back({walk::reference_of(name.parent), owner});
+    });
+    std::ranges::sort(m_links);
+    const auto end = std::unique(m_links.begin(), m_links.end());
+    m_links.erase(end, m_links.end());
+}
+
+std::vector<folder_members::child>
+folder_members::children_of(const entry_id &folder) const
+{
+    std::vector<child> children;
+    const auto links = std::ranges::equal_range(m_links, walk::reference_of(folder), {},
+                                                &link::folder);
+    for (const link &each : links) {
+        file_facts facts;
+        record_bytes record;
+        if (!m_view->read_file(facts, record, each.entry)) continue;
+        const file_name_fact *best = nullptr;
+        for (const file_name_fact &name : facts.names)
+            if (name.parent == folder &&
+                (best == nullptr || best->name_space == file_name::dos_name_space))
+                best = &name;
+        if (best != nullptr) children.push_back({best->name, each.entry, facts.in_use});
+    }
+    std::ranges::stable_sort(children, {},
+                             [](const child &each) { return !each.in_use; });
+    return children;
+}
+
+item_record folder_members::record_of(u64 entry) const
+{
+    item_record found;
+    record_bytes record;
+    m_view->read_file(found.facts, record, entry);
+    found.view = m_view;
+    found.sound = record.sound;
+    const bool is_now = m_view->number() == 0;
+    if (found.facts.in_use)
+        found.origin = is_now ? record_origin::live : record_origin::snapshot;
+    else
+        found.origin = is_now ? record_origin::freed : record_origin::freed_snapshot;
+    return found;
+}
+
+void folder_members::for_each_below(
+    const entry_id &folder, const std::function<bool(const member &)> &visit) const
+{
+    struct pending {
+        std::vector<std::u16string> path;
+        u64 entry = 0;
+    };
+    std::vector<pending> open;
+    const auto enter = [&](const std::vector<std::u16string> &path,
+                           const entry_id &id) {
+        const std::vector<child> children = children_of(id);
+        for (auto each = children.rbegin(); each != children.rend(); ++each) {
+            open.push_back({path, each->entry});
+            open.back().path.push_back(each->name);
+        }
+    };
+    std::set<entry_id> entered = {folder};
+    enter({}, folder);
+    while (!open.empty()) {
+        member next{std::move(open.back().path), record_of(open.back().entry)};
+        open.pop_back();
+        if (!visit(next)) return;
+        const file_facts &facts = next.record.facts;
+        const entry_id id{facts.id.entry, sequence_of_file(facts)};
+        if (facts.is_directory && next.path.size() < walk::max_depth &&
+            entered.insert(id).second)
+            enter(next.path, id);
+    }
+}
+
+} // namespace hv
