@@ -49,6 +49,7 @@ exit_status run_command(const std::vector<std::ostream *> &outs,
     case command::diff: return run_diff(out, context);
     case command::explain: return run_explain(out, context);
     case command::recheck: return run_recheck(out, context);
+    case command::export_data: return run_export(out, context);
     }
     return exit_status::usage;
 }
@@ -134,6 +135,8 @@ exit_status run(const command_line &line)
     }
     result_files results;
     if (!open_outputs(results, line, source)) return exit_status::no_output;
+    if (line.what == command::export_data && !can_export(line))
+        return exit_status::no_output;
     std::vector<std::ostream *> outs;
     for (const auto &result : results) outs.push_back(&result->stream());
     const byte_source_ptr medium = source.source;
