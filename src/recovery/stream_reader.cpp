@@ -26,7 +26,7 @@ stream_reader::stream_reader(const volume_view &view, const byte_source &medium,
                              const stream_choice &choice)
     : m_view(view),
       m_medium(medium),
-      m_is_freed(choice.is_freed),
+      m_is_freed(choice.is_freed && view.has_bitmap()),
       m_sound(choice.sound),
       m_record_position(choice.record_position),
       m_entry(choice.facts.id.entry)

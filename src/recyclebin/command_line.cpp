@@ -246,7 +246,7 @@ void add_export(CLI::App &app, command_line &line)
     add_value(*data, "--max-size", how.max_size, parse_number,
               "leave out files of more bytes")
         ->type_name("BYTES");
-    data->final_callback([&how] {
+    data->parse_complete_callback([&how] {
         if (how.to.empty() && !how.only_hash)
             throw CLI::RequiredError("--to DIR or --only-hash");
     });

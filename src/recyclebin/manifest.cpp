@@ -34,6 +34,7 @@ const char *word_for(written_state state)
     switch (state) {
     case written_state::whole: return "whole";
     case written_state::partly: return "partly";
+    case written_state::unproven: return "unproven";
     case written_state::gone: return "gone";
     case written_state::not_written: return "not written";
     }

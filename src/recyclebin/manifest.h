@@ -17,6 +17,7 @@ enum class manifest_type { file, folder, stream };
 enum class written_state {
     whole,      ///< all bytes are its own, as far as anything shows
     partly,     ///< some aren't: `gaps` says which
+    unproven,   ///< nothing shows whose they are now: `notes` say why
     gone,       ///< none is left; nothing was written
     not_written ///< `reason` says why
 };

@@ -10,9 +10,6 @@
 /// for, and the files may be copied on to systems with other rules than this one's.
 namespace hv {
 
-/// What is appended to the name of a file that isn't whole.
-inline constexpr std::string_view partial_suffix = ".partial";
-
 /// One name that every system takes, UTF-8 of at most 200 bytes: what isn't allowed
 /// somewhere is written as "%" and two digits for each byte, half a surrogate pair as
 /// "%ud83d"; a name of a device gets a "_" in front; an empty name is "_"; of a long

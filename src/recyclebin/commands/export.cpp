@@ -102,6 +102,18 @@ bool holds_data(const stream_reader &data)
            (data.stream().is_resident || data.count_clusters().stored > 0);
 }
 
+bool is_all_zero(byte_view bytes)
+{
+    return std::ranges::all_of(bytes.bytes(), [](u8 byte) { return byte == 0; });
+}
+
+// What the name of a file shows that isn't surely whole.
+std::string suffix_for(written_state state)
+{
+    if (state == written_state::partly) return ".partial";
+    return state == written_state::unproven ? ".unproven" : "";
+}
+
 bool is_missing(const stream_gap &gap)
 {
     return gap.why == gap_reason::unreadable || gap.why == gap_reason::off_medium;
@@ -145,10 +157,12 @@ public:
 
     void write_closing_line() const
     {
-        std::string text =
-            counted(m_count, "deletion") + ": " + counted(m_whole + m_partly, "file") +
-            (m_how.only_hash ? " read, " : " written, ") + counted(m_bytes, "byte");
+        std::string text = counted(m_count, "deletion") + ": " +
+                           counted(m_whole + m_partly + m_unproven, "file") +
+                           (m_how.only_hash ? " read, " : " written, ") +
+                           counted(m_bytes, "byte");
         if (m_partly > 0) text += ", " + grouped(m_partly) + " of them in part";
+        if (m_unproven > 0) text += ", " + grouped(m_unproven) + " unproven";
         if (m_gone > 0) text += "; " + grouped(m_gone) + " gone";
         if (m_not_written > 0) text += "; " + grouped(m_not_written) + " not written";
         std::fprintf(stderr, "%s; %s\n", text.c_str(), m_context.unread_text().c_str());
@@ -196,6 +210,7 @@ private:
         switch (line.state) {
         case written_state::whole: m_whole += is_file ? 1 : 0; break;
         case written_state::partly: m_partly += is_file ? 1 : 0; break;
+        case written_state::unproven: m_unproven += is_file ? 1 : 0; break;
         case written_state::gone: ++m_gone; break;
         case written_state::not_written: ++m_not_written; break;
         }
@@ -408,9 +423,6 @@ private:
             line.notes.emplace_back(
                 "encrypted: these are its encrypted bytes, in whole "
                 "sectors");
-        if (line.record->origin == record_origin::carved && !line.ranges.empty())
-            line.notes.emplace_back("its clusters are taken to be those of the volume "
-                                    "of today");
         const std::string why = reason_to_leave_out(data);
         if (!why.empty()) {
             add_unwritten(line, why);
@@ -460,12 +472,14 @@ private:
         }
         digest sha256(digest_kind::sha256), md5(digest_kind::md5);
         u64 count = 0;
+        bool is_zero = true;
         while (error == 0 && stop_signal == 0) {
             const byte_view bytes = data.next();
             if (bytes.size() == 0) break;
             sha256.add(bytes);
             md5.add(bytes);
             count += bytes.size();
+            is_zero = is_zero && is_all_zero(bytes);
             if (is_writing) error = file.write(bytes);
         }
         if (error != 0 || stop_signal != 0) {
@@ -477,26 +491,47 @@ private:
         line.sha256 = sha256.finish();
         line.md5 = md5.finish();
         line.gaps = data.gaps();
-        judge(line, data);
+        judge(line, data, is_zero);
         const std::string name = finish(line, file, place);
         add(line);
         return name;
     }
 
     // What the gaps make of a file.
-    static void judge(manifest_line &line, const stream_reader &data)
+    static void judge(manifest_line &line, const stream_reader &data, bool is_zero)
     {
+        const item_record &record = *line.record;
         u64 missing = 0;
         for (const stream_gap &gap : line.gaps) missing += gap.length;
-        const bool is_doubtful = !data.stream().is_resident &&
-                                 line.record->sound < line.record->view->record_size();
-        if (is_doubtful)
+        const bool in_clusters =
+            !data.stream().is_resident && data.count_clusters().stored > 0;
+        const bool is_torn =
+            !data.stream().is_resident && record.sound < record.view->record_size();
+        if (is_torn)
             line.notes.emplace_back(
                 "its record is torn: the runs may be of two writes");
-        line.state = missing == 0 && !is_doubtful ? written_state::whole
-                     : missing > 0 && missing == line.bytes_read
-                         ? written_state::gone
-                         : written_state::partly;
+        const std::string doubt =
+            in_clusters ? doubt_about(record, is_zero) : std::string();
+        if (!doubt.empty()) line.notes.push_back(doubt);
+        if (missing > 0 && missing == line.bytes_read)
+            line.state = written_state::gone;
+        else if (missing > 0 || is_torn)
+            line.state = written_state::partly;
+        else
+            line.state = doubt.empty() ? written_state::whole : written_state::unproven;
+    }
+
+    // Why clusters may be those of others, though the volume says nothing of it.
+    static std::string doubt_about(const item_record &record, bool is_zero)
+    {
+        if (record.origin == record_origin::carved)
+            return "no view has its record: its clusters are taken to be those of the "
+                   "volume of today";
+        if (record.is_freed() && !record.view->has_bitmap())
+            return "the volume doesn't say any more which clusters are free";
+        if (record.is_freed() && is_zero)
+            return "all zeros: the disk may have discarded its clusters";
+        return {};
     }
 
     // Gives a file its name, unless nothing of it is left.
@@ -507,9 +542,8 @@ private:
         if (m_how.only_hash) return place.name;
         const std::string name = m_names.file(joined(place.folders), place.name);
         std::string full = name;
-        if (line.state == written_state::partly)
-            full =
-                m_names.file(joined(place.folders), name + std::string(partial_suffix));
+        const std::string suffix = suffix_for(line.state);
+        if (!suffix.empty()) full = m_names.file(joined(place.folders), name + suffix);
         const int error = file.finish(full, line.record->facts.times);
         if (error != 0) {
             m_bytes -= *line.bytes_read;
@@ -548,7 +582,8 @@ private:
     std::string m_stop_reason;
     bool m_has_failed = false;
     bool m_is_incomplete = false;
-    u64 m_count = 0, m_whole = 0, m_partly = 0, m_gone = 0, m_not_written = 0;
+    u64 m_count = 0, m_whole = 0, m_partly = 0, m_unproven = 0, m_gone = 0,
+        m_not_written = 0;
     u64 m_bytes = 0;
 };
 
