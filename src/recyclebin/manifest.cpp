@@ -101,9 +101,8 @@ void add_sums(json &object, const manifest_line &line)
     add_text(object, "sha256", line.sha256);
     add_text(object, "md5", line.md5);
     if (!line.sha256.empty())
-        object["sums_are_of"] = line.state == written_state::partly
-                                    ? "these bytes with their gaps"
-                                    : "all of it";
+        object["sums_are_of"] = line.gaps.empty() ? "all of it"
+                                                   : "these bytes with their gaps";
 }
 
 } // namespace
@@ -128,6 +127,7 @@ std::string manifest_json(const manifest_line &line)
     add_text(object, "user", line.item->user);
     object["type"] = word_for(line.type);
     add_text(object, "path_before", line.path_before);
+    add_text(object, "name_in_bin", line.item->data_name);
     add_text(object, "stream", line.stream);
     add_text(object, "path_written", line.path_written);
     object["state"] = word_for(line.state);

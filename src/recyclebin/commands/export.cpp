@@ -142,13 +142,14 @@ public:
         if (!m_manifest || m_has_failed) return exit_status::no_output;
         const std::vector<const deletion *> items = m_context.selected();
         u64 lines = 0;
-        for (const deletion *item : items) lines += 3 + item->members.size();
-        m_manifest->reserve(lines);
-        progress_line_on_terminal progress;
-        for (std::size_t at = 0; at < items.size(); ++at) {
-            progress.show(at, items.size());
-            export_deletion(*items[at]);
+        for (const deletion *item : items) {
+            lines += 3 + item->members.size();
+            m_all_bytes = saturating_sum(
+                m_all_bytes,
+                item->found_size.value_or(item->stated_size.value_or(0)));
         }
+        m_manifest->reserve(lines);
+        for (const deletion *item : items) export_deletion(*item);
         m_count = items.size();
         if (m_has_failed) return exit_status::no_output;
         if (m_is_incomplete) return exit_status::partly;
@@ -479,6 +480,8 @@ private:
             sha256.add(bytes);
             md5.add(bytes);
             count += bytes.size();
+            m_read_bytes += bytes.size();
+            m_progress.show(std::min(m_read_bytes, m_all_bytes), m_all_bytes);
             is_zero = is_zero && is_all_zero(bytes);
             if (is_writing) error = file.write(bytes);
         }
@@ -585,6 +588,8 @@ private:
     u64 m_count = 0, m_whole = 0, m_partly = 0, m_unproven = 0, m_gone = 0,
         m_not_written = 0;
     u64 m_bytes = 0;
+    progress_line_on_terminal m_progress;
+    u64 m_all_bytes = 0, m_read_bytes = 0; // of the progress
 };
 
 } // namespace
