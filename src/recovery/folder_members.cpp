@@ -4,12 +4,14 @@
 #include "evidence/walk_parts.h"
 
 #include <algorithm>
+#include <memory>
 #include <set>
 
 namespace hv {
 
 namespace {
 
+constexpr std::size_t max_depth = 1024;
 const parse_rules rules = parse_rules::complete();
 
 } // namespace
@@ -71,28 +73,29 @@ item_record folder_members::record_of(u64 entry) const
 void folder_members::for_each_below(
     const entry_id &folder, const std::function<bool(const member &)> &visit) const
 {
+    using name_list = std::vector<std::u16string>;
     struct pending {
-        std::vector<std::u16string> path;
+        std::shared_ptr<const name_list> folder;
+        std::u16string name;
         u64 entry = 0;
     };
     std::vector<pending> open;
-    const auto enter = [&](const std::vector<std::u16string> &path,
-                           const entry_id &id) {
-        const std::vector<child> children = children_of(id);
-        for (auto each = children.rbegin(); each != children.rend(); ++each) {
-            open.push_back({path, each->entry});
-            open.back().path.push_back(each->name);
-        }
+    const auto enter = [&](const name_list &path, const entry_id &id) {
+        const auto parent = std::make_shared<const name_list>(path);
+        std::vector<child> children = children_of(id);
+        for (auto each = children.rbegin(); each != children.rend(); ++each)
+            open.push_back({parent, std::move(each->name), each->entry});
     };
     std::set<entry_id> entered = {folder};
     enter({}, folder);
     while (!open.empty()) {
-        member next{std::move(open.back().path), record_of(open.back().entry)};
+        member next{*open.back().folder, record_of(open.back().entry)};
+        next.path.push_back(std::move(open.back().name));
         open.pop_back();
         if (!visit(next)) return;
         const file_facts &facts = next.record.facts;
         const entry_id id{facts.id.entry, sequence_of_file(facts)};
-        if (facts.is_directory && next.path.size() < walk::max_depth &&
+        if (facts.is_directory && next.path.size() < max_depth &&
             entered.insert(id).second)
             enter(next.path, id);
     }

@@ -110,11 +110,16 @@ std::optional<item_record> read_carved(region_views &views, const sighting &seen
 }
 
 // How much of the unnamed stream can be left, by the bitmap of the volume.
-data_state state_of_data(const item_record &record, const byte_source &medium)
+data_state state_of_data(const item_record &record, const byte_source &medium,
+                         u64 &cluster_budget)
 {
     if (!record.is_freed()) return data_state::whole;
     const stream_reader data(*record.view, medium, record.stream());
     if (!data.exists() || data.stream().is_resident) return data_state::whole;
+    // Many hostile records can name the same clusters.
+    const u64 cost = std::min(data.stored_clusters(), record.view->cluster_count());
+    if (cost > cluster_budget) return data_state::gone;
+    cluster_budget -= cost;
     const auto [stored, taken] = data.count_clusters();
     return taken == 0        ? data_state::whole
            : taken == stored ? data_state::gone
@@ -126,7 +131,8 @@ data_state state_of_data(const item_record &record, const byte_source &medium)
 std::optional<item_record> find_item_record(region_views &views,
                                             const examined_region &region,
                                             const deletion &item,
-                                            std::optional<u32> preferred)
+                                            std::optional<u32> preferred,
+                                            u64 &cluster_budget)
 {
     std::optional<item_record> best;
     data_state state_of_best = data_state::gone;
@@ -135,7 +141,7 @@ std::optional<item_record> find_item_record(region_views &views,
                          ? read_carved(views, *each.seen)
                          : read_by_view(views, each);
         if (!found) continue;
-        const data_state state = state_of_data(*found, views.medium());
+        const data_state state = state_of_data(*found, views.medium(), cluster_budget);
         if (state == data_state::whole) return found;
         if (!best || state < state_of_best) {
             best = std::move(found);

@@ -42,10 +42,12 @@ struct item_record {
 /// The best record of the item of a deletion: of those that are in use the one of now,
 /// or else of the latest snapshot; of those that are not the one with the most of its
 /// clusters left. `preferred` is a view that goes before all others. Nothing if no
-/// record is left.
+/// record is left. How many clusters are looked up in the bitmap is taken from the
+/// budget.
 std::optional<item_record> find_item_record(region_views &views,
                                             const examined_region &region,
                                             const deletion &item,
-                                            std::optional<u32> preferred);
+                                            std::optional<u32> preferred,
+                                            u64 &cluster_budget);
 
 } // namespace hv

@@ -87,10 +87,16 @@ stream_reader::stretch stream_reader::stretch_at(u64 vcn) const
 u64 stream_reader::hole_bytes() const
 {
     if (m_first->is_resident) return 0;
+    const u64 stored = saturating_product(stored_clusters(), m_view.cluster_size());
+    return m_size - std::min(m_size, stored);
+}
+
+u64 stream_reader::stored_clusters() const
+{
     u64 stored = 0;
     for (const flat_run &run : m_runs)
         if (!is_hole(run)) stored = saturating_sum(stored, run.clusters);
-    return m_size - std::min(m_size, saturating_product(stored, m_view.cluster_size()));
+    return stored;
 }
 
 stream_reader::cluster_count stream_reader::count_clusters() const
@@ -102,12 +108,12 @@ stream_reader::cluster_count stream_reader::count_clusters() const
         if (run.clusters > m_view.cluster_count() ||
             count.stored > m_view.cluster_count())
             return {count.stored + 1, count.stored + 1};
-        for (u64 i = 0; i < run.clusters; ++i) {
-            ++count.stored;
-            const u64 cluster = run.lcn + i;
-            count.taken += cluster >= m_view.cluster_count() ||
-                           (m_is_freed && m_view.is_in_use(cluster));
-        }
+        count.stored += run.clusters;
+        const u64 end = std::max(run.lcn, m_view.cluster_count());
+        const u64 inside = std::min<u64>(run.clusters, end - run.lcn);
+        count.taken += run.clusters - inside;
+        for (u64 i = 0; m_is_freed && i < inside; ++i)
+            count.taken += m_view.is_in_use(run.lcn + i);
     }
     return count;
 }

@@ -54,6 +54,8 @@ public:
     const stream_fact &stream() const { return *m_first; }
     /// Bytes that holes take; they cost a disk nothing, and a reader time.
     u64 hole_bytes() const;
+    /// How many clusters its runs claim, without holes.
+    u64 stored_clusters() const;
     /// How many of its clusters are stored, and how many of them are in use by others.
     struct cluster_count {
         u64 stored = 0;

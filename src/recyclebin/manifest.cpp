@@ -101,8 +101,8 @@ void add_sums(json &object, const manifest_line &line)
     add_text(object, "sha256", line.sha256);
     add_text(object, "md5", line.md5);
     if (!line.sha256.empty())
-        object["sums_are_of"] = line.gaps.empty() ? "all of it"
-                                                   : "these bytes with their gaps";
+        object["sums_are_of"] =
+            line.gaps.empty() ? "all of it" : "these bytes with their gaps";
 }
 
 } // namespace
@@ -122,7 +122,8 @@ std::string view_text(const item_record &record)
 
 std::string manifest_json(const manifest_line &line)
 {
-    json object = {{"id", line.item->id}, {"medium", line.medium}};
+    json object = {{"id", line.item->id},
+                   {"medium", to_lossless_utf8(from_lossless_utf8(line.medium))}};
     if (line.volume) object["volume"] = *line.volume;
     add_text(object, "user", line.item->user);
     object["type"] = word_for(line.type);
@@ -159,10 +160,13 @@ void manifest_file::reserve(u64 lines)
 {
     constexpr u64 max_reserve = u64{64} << 20;
     if (m_descriptor < 0) return;
-    const u64 length = std::min(lines, max_reserve / usual_line) * usual_line;
-    if (fallocate(m_descriptor, FALLOC_FL_KEEP_SIZE, static_cast<off_t>(m_size),
-                  static_cast<off_t>(length)) != 0)
-        return; // not every file system can: then there is room, or there isn't
+    // Not every file system can; one that is nearly full keeps less.
+    u64 length = std::min(lines, max_reserve / usual_line) * usual_line;
+    while (length >= usual_line &&
+           fallocate(m_descriptor, FALLOC_FL_KEEP_SIZE, 0,
+                     static_cast<off_t>(length)) != 0 &&
+           errno == ENOSPC)
+        length /= 2;
 }
 
 bool manifest_file::add(const manifest_line &line)
