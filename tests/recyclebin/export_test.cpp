@@ -1,5 +1,7 @@
 // Files that leave a medium: their names, their bytes, and what is said of them.
 
+#include "disk/hv_file_source.h"
+#include "recovery/stream_reader.h"
 #include "recyclebin/safe_names.h"
 #include "samples/bins.h"
 #include "support/fixtures.h"
@@ -74,6 +76,36 @@ std::string pattern(std::size_t size)
     for (std::size_t at = 0; at < size; at += 512)
         bytes.replace(at, 8, std::to_string(10000000 + at).substr(0, size - at));
     return bytes;
+}
+
+// Sectors that fail while they are read, and an image that was cut off before.
+TEST(StreamReader, NamesWhatTheMediumDoesntDeliver)
+{
+    const temp_dir dir;
+    ntfs_item item = bin_item(68, "$RAB12CD.txt", pattern(10000));
+    item.stored.runs = {{1500, 3}};
+    const std::string path =
+        dir.write_file("medium", text(empty_bin().clusters(2000).file(item).build()));
+    std::string half = pattern(4096);
+    half.resize(10000);
+    for (const gap_reason why : {gap_reason::unreadable, gap_reason::off_medium}) {
+        const auto medium = std::make_shared<file_source>(path);
+        volume_view view(medium, 0, 0);
+        ASSERT_TRUE(view.open());
+        file_facts facts;
+        record_bytes record;
+        ASSERT_TRUE(view.read_file(facts, record, 68));
+        // The first time, the file loses these bytes while it is open.
+        std::filesystem::resize_file(path, 1501 * 4096);
+        stream_reader data(view, *medium, {.facts = facts});
+        std::string bytes;
+        for (byte_view next = data.next(); next.size() > 0; next = data.next())
+            bytes.append(next.bytes().begin(), next.bytes().end());
+        EXPECT_EQ(bytes, half);
+        ASSERT_EQ(data.gaps().size(), 1u);
+        const auto [offset, length, reason] = data.gaps().front();
+        EXPECT_EQ(std::tuple(offset, length, reason), std::tuple(4096, 5904, why));
+    }
 }
 
 constexpr u32 reparse_type = 0xC0;
