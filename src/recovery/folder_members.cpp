@@ -37,18 +37,19 @@ std::vector<folder_members::child>
 folder_members::children_of(const entry_id &folder) const
 {
     std::vector<child> children;
-    const auto links = std::ranges::equal_range(m_links, walk::reference_of(folder), {},
-                                                &link::folder);
-    for (const link &each : links) {
+    const u64 reference = walk::reference_of(folder);
+    for (auto each = std::ranges::lower_bound(m_links, reference, {}, &link::folder);
+         each != m_links.end() && each->folder == reference; ++each) {
         file_facts facts;
         record_bytes record;
-        if (!m_view->read_file(facts, record, each.entry)) continue;
+        if (!m_view->read_file(facts, record, each->entry)) continue;
         const file_name_fact *best = nullptr;
         for (const file_name_fact &name : facts.names)
             if (name.parent == folder &&
                 (best == nullptr || best->name_space == file_name::dos_name_space))
                 best = &name;
-        if (best != nullptr) children.push_back({best->name, each.entry, facts.in_use});
+        if (best != nullptr)
+            children.push_back({best->name, each->entry, facts.in_use});
     }
     std::ranges::stable_sort(children, {},
                              [](const child &each) { return !each.in_use; });
