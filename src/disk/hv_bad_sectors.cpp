@@ -22,6 +22,20 @@ void bad_sectors::read(u64 offset, std::span<u8> out, const read_some &from)
     }
 }
 
+std::vector<byte_source::unread_part> bad_sectors::within(u64 offset, u64 length) const
+{
+    std::vector<byte_source::unread_part> parts;
+    const u64 limit = offset + std::min(length, ~offset);
+    auto next = m_stretches.upper_bound(offset);
+    if (next != m_stretches.begin()) --next;
+    for (; next != m_stretches.end() && next->first < limit; ++next) {
+        const u64 begin = std::max(offset, next->first);
+        const u64 end = std::min(limit, next->second);
+        if (begin < end) parts.push_back({begin, end - begin});
+    }
+    return parts;
+}
+
 // Joins a stretch to those that it overlaps or touches, so that none is counted twice.
 void bad_sectors::add(u64 begin, u64 end)
 {

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "base/hv_types.h"
+#include "disk/hv_byte_source.h"
 
 #include <functional>
 #include <map>
@@ -20,6 +20,8 @@ public:
     void read(u64 offset, std::span<u8> out, const read_some &from);
     /// How many different bytes weren't delivered so far.
     u64 bytes() const { return m_bytes; }
+    /// Which bytes of a stretch weren't delivered so far, in order.
+    std::vector<byte_source::unread_part> within(u64 offset, u64 length) const;
 
 private:
     void add(u64 begin, u64 end);

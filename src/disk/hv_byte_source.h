@@ -56,6 +56,18 @@ public:
     /// How many different bytes of the medium couldn't be read so far. A source over
     /// another one may leave the count to that.
     virtual u64 unreadable() const { return 0; }
+
+    /// A stretch of this source.
+    struct unread_part {
+        u64 offset = 0;
+        u64 length = 0;
+    };
+    /// Which of these bytes were read and couldn't be delivered so far, in order. A
+    /// source that doesn't know says nothing, and counts them all the same.
+    virtual std::vector<unread_part> unreadable_in(u64 /*offset*/, u64 /*length*/) const
+    {
+        return {};
+    }
 };
 
 using byte_source_ptr = std::shared_ptr<const byte_source>;

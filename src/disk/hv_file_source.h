@@ -28,6 +28,10 @@ public:
     u64 next_data(u64 offset) const override;
     u64 next_hole(u64 offset) const override;
     u64 unreadable() const override;
+    std::vector<unread_part> unreadable_in(u64 offset, u64 length) const override
+    {
+        return m_bad.within(offset, length);
+    }
 
 private:
     void count_failed_window() const;

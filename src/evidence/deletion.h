@@ -1,6 +1,7 @@
 #pragma once
 
 #include "evidence/sighting.h"
+#include "evidence/source_bytes.h"
 
 #include <map>
 #include <string>
@@ -77,6 +78,8 @@ struct examined_region {
     /// Names of users by the name of their folder in the bin, from the volume's hives.
     std::map<std::u16string, std::u16string> user_names = {};
     std::string trouble = {}; ///< why (part of) it can't be read; empty: nothing
+    /// What has to be replaced on the medium to open the volume; see `patch_source`.
+    std::vector<source_patch> patches = {};
 };
 
 /// What an examination found.

@@ -1,6 +1,5 @@
 #include "evidence/examine.h"
 
-#include "disk/hv_patched_source.h"
 #include "evidence/carve_volume.h"
 #include "evidence/find_volumes.h"
 #include "vss/hv_snapshot_source.h"
@@ -58,26 +57,14 @@ private:
                 .sector_size = volume.geometry.sector_size,
                 .boot_from_copy = volume.boot_from_copy,
                 .mft_from_mirror = volume.mft == mft_state::from_mirror,
-                .trouble = volume.trouble};
-    }
-
-    byte_source_ptr patched(const found_volume &volume) const
-    {
-        if (volume.patches.empty()) return m_medium;
-        auto source = std::make_shared<patched_source>(m_medium);
-        for (const source_patch &patch : volume.patches) {
-            if (patch.bytes.empty())
-                source->replace(patch.offset, patch.length, patch.from);
-            else
-                source->replace(patch.offset, patch.bytes);
-        }
-        return source;
+                .trouble = volume.trouble,
+                .patches = volume.patches};
     }
 
     void examine_volume(const found_volume &volume, u32 number)
     {
         region_evidence evidence(add_region(describe(volume, number)));
-        const byte_source_ptr source = patched(volume);
+        const byte_source_ptr source = patch_source(m_medium, volume.patches);
         volume_view live(source, volume.offset, 0);
         if (!live.open()) {
             m_out.regions[evidence.number()].trouble = "the $MFT can't be read";

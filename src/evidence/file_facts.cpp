@@ -72,6 +72,7 @@ stream_fact read_stream(attribute_ref attribute, u64 place)
     made.length = attribute.real_size();
     made.valid = attribute.valid_size();
     made.is_compressed = (attribute.flags() & 1U) != 0;
+    made.is_encrypted = (attribute.flags() & 0x4000U) != 0;
     const u16 shift = bytes.read_padded<u16>(attribute::compression_unit);
     // Windows has units of 16 clusters. Larger ones would only cost memory.
     made.unit_clusters = shift > 0 && shift <= 4 ? 1U << shift : 16;

@@ -44,6 +44,7 @@ struct stream_fact {
     std::u16string name;
     bool is_resident = true;
     bool is_compressed = false;
+    bool is_encrypted = false;
     u64 place = 0;  ///< of resident content, in the record
     u64 length = 0; ///< of resident content, or the stream's size
     u64 valid = 0;  ///< initialised bytes of a non-resident stream

@@ -104,6 +104,13 @@ std::vector<u8> volume_view::read_at(u64 position, u64 length) const
     return bytes;
 }
 
+byte_source::place volume_view::place_at(u64 position) const
+{
+    const u64 at = saturating_sum(m_offset, position);
+    if (at >= m_source->size()) return {.position = 0, .length = 0, .is_stored = false};
+    return m_source->locate(at);
+}
+
 std::vector<byte_range> volume_view::places_at(u64 position, u64 length) const
 {
     std::vector<byte_range> ranges;

@@ -70,6 +70,9 @@ public:
     /// Bytes of the source, at a place relative to the volume; zeros for what can't be
     /// read.
     std::vector<u8> read_at(u64 position, u64 length) const;
+    /// Where the byte at a place relative to the volume is on the medium, and how many
+    /// follow it there. Of length 0 after the end of the source.
+    byte_source::place place_at(u64 position) const;
     /// Where bytes at a place relative to the volume are on the medium.
     std::vector<byte_range> places_at(u64 position, u64 length) const;
 

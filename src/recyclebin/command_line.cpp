@@ -177,7 +177,7 @@ CLI::App *add_command(CLI::App &app, command_line &line, command what,
     added->callback([&line, what] { line.what = what; });
     if (what == command::list)
         add_forms(*added, line);
-    else
+    else if (what != command::export_data)
         add_output(*added, line);
     return added;
 }
@@ -225,6 +225,35 @@ void add_list(CLI::App &app, command_line &line)
             "--story", [&line] { line.format = form_called("story"); },
             "the same as --format story")
         ->excludes("--format");
+}
+
+void add_export(CLI::App &app, command_line &line)
+{
+    CLI::App *data = add_command(app, line, command::export_data, "export",
+                                 "Write the data of deletions into a folder");
+    export_options &how = line.exporting;
+    add_medium(*data, line);
+    CLI::Option *to = data->add_option("--to", how.to,
+                                       "the folder; nothing that is in "
+                                       "it is written over")
+                          ->type_name("DIR");
+    CLI::Option *hash =
+        data->add_flag("--only-hash", how.only_hash, "write nothing but the manifest");
+    to->excludes(hash);
+    data->add_option("--manifest", how.manifest,
+                     "write what became of each file to this new file; else to "
+                     "manifest.jsonl in the folder, or to standard output")
+        ->type_name("FILE");
+    add_value(*data, "--max-size", how.max_size, parse_number,
+              "leave out files of more bytes")
+        ->type_name("BYTES");
+    data->parse_complete_callback([&how] {
+        if (how.to.empty() && !how.only_hash)
+            throw CLI::RequiredError("--to DIR or --only-hash");
+    });
+    add_carve(*data, line);
+    add_volume(*data, line);
+    add_selection(*data, line.wanted);
 }
 
 void add_other_commands(CLI::App &app, command_line &line)
@@ -302,6 +331,7 @@ std::optional<exit_status> read_command_line(command_line &line, int argc,
                             "Say what a medium is, or why it can't be read"),
                line);
     add_list(app, line);
+    add_export(app, line);
     add_other_commands(app, line);
     try {
         app.parse(argc, argv);

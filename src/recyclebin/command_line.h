@@ -17,7 +17,24 @@ enum class exit_status {
     no_output = 5  ///< results couldn't be written
 };
 
-enum class command { bytes, check, list, snapshots, diff, explain, recheck };
+enum class command {
+    bytes,
+    check,
+    list,
+    snapshots,
+    diff,
+    explain,
+    recheck,
+    export_data
+};
+
+/// What `export` is asked for.
+struct export_options {
+    std::string to;       ///< folder; empty with `only_hash`
+    std::string manifest; ///< file; empty: in the folder, or standard output
+    bool only_hash = false;
+    std::optional<u64> max_size; ///< bytes of a file
+};
 
 /// What the user asks for. Constant once it is read.
 struct command_line {
@@ -36,6 +53,7 @@ struct command_line {
     const form *format = nullptr; ///< of outputs whose form nothing else says
     form_options how_to_write;
     bool force = false;
+    export_options exporting;
 };
 
 /// Reads the arguments. A status is what to end with at once: help or the version was

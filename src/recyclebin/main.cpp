@@ -50,6 +50,7 @@ exit_status run_command(const std::vector<std::ostream *> &outs,
     case command::diff: return run_diff(out, context);
     case command::explain: return run_explain(out, context);
     case command::recheck: return run_recheck(out, context);
+    case command::export_data: return run_export(out, context);
     }
     return exit_status::usage;
 }
@@ -95,6 +96,10 @@ std::optional<exit_status> refuse_for_files(const run_context &context)
     if (what == command::snapshots || what == command::diff) {
         complain(name + ": there are no snapshots");
         return exit_status::no_rows;
+    }
+    if (what == command::export_data) {
+        complain(name + ": what it holds of the data is in files already");
+        return exit_status::usage;
     }
     const bool is_bytes =
         what == command::bytes && context.input.kind() == input_kind::folder;
@@ -161,6 +166,8 @@ exit_status run(const command_line &line)
     }
     result_files results;
     if (!open_outputs(results, line, input)) return exit_status::no_output;
+    if (line.what == command::export_data && !can_export(line))
+        return exit_status::no_output;
     std::vector<std::ostream *> outs;
     for (const auto &result : results) outs.push_back(&result->stream());
     run_context context{line, input, medium};

@@ -30,6 +30,10 @@ exit_status run_check_files(std::ostream &out, const run_context &context);
 exit_status run_snapshots(std::ostream &out, const run_context &context);
 exit_status run_diff(std::ostream &out, const run_context &context);
 exit_status run_explain(std::ostream &out, const run_context &context);
+/// Writes data into a folder; `out` gets the manifest, if that goes nowhere else.
+exit_status run_export(std::ostream &out, const run_context &context);
+/// Whether the folder and the manifest can be made; false after a complaint.
+bool can_export(const command_line &line);
 /// Writes to each of the outputs that the user asks for, in their order.
 exit_status run_list(const std::vector<std::ostream *> &outs,
                      const run_context &context);

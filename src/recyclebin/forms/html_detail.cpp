@@ -5,6 +5,7 @@
 #include "recyclebin/evidence_text.h"
 #include "recyclebin/forms/html_text.h"
 #include "recyclebin/moments.h"
+#include "recyclebin/proof_command.h"
 #include "recyclebin/range_bytes.h"
 #include "recyclebin/views.h"
 
