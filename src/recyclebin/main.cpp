@@ -1,4 +1,5 @@
 #include "evidence/examine.h"
+#include "evidence/unlock_volumes.h"
 #include "recyclebin/progress.h"
 #include "recyclebin/result_file.h"
 #include "recyclebin/run_context.h"
@@ -125,9 +126,24 @@ bool finish_outputs(const result_files &results)
     return is_written;
 }
 
+// Puts the volumes that the user has keys for in the place of their locked bytes.
+void unlock(opened_medium &source, const command_line &line)
+{
+    if (!source.source || line.keys.empty()) return;
+    unlocked_medium result = unlock_volumes(source.source, line.keys);
+    for (const std::string &problem : result.problems)
+        complain(line.medium + ": " + problem);
+    if (result.source == source.source) return;
+    source.source = result.source;
+    source.is_plain_file = false;
+    source.details.insert(source.details.end(), result.unlocked.begin(),
+                          result.unlocked.end());
+}
+
 exit_status run(const command_line &line)
 {
     opened_medium source = open_medium(line.medium);
+    unlock(source, line);
     if (!source.source) {
         complain(line.medium + ": " + source.problem);
         return exit_status::no_source;

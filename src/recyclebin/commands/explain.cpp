@@ -75,6 +75,14 @@ std::string check_text(const std::string &medium, const std::vector<byte_range> 
     return text + "} | xxd";
 }
 
+// Of a container, other programs see the bytes only once it is a raw image.
+std::string check_command(const run_context &context,
+                          const std::vector<byte_range> &ranges)
+{
+    if (context.source.is_plain_file) return check_text(context.line.medium, ranges);
+    return "in a raw copy of the disk inside: " + check_text("copy.raw", ranges);
+}
+
 void write_proof(std::ostream &out, const sighting &seen, const run_context &context)
 {
     std::vector<u8> bytes;
@@ -92,8 +100,7 @@ void write_proof(std::ostream &out, const sighting &seen, const run_context &con
     out << "     sha256 " << sum.finish() << '\n';
     if (seen.ranges.size() <= max_commands)
         out << "     check it yourself: "
-            << escaped(std::string_view(check_text(context.line.medium, seen.ranges)))
-            << '\n';
+            << escaped(std::string_view(check_command(context, seen.ranges))) << '\n';
 }
 
 bool is_called(const deletion &item, const std::string &id, const std::u16string &name)
