@@ -9,6 +9,15 @@
 
 namespace hv {
 
+/// The most bytes of a disk of `size` that files of `stored` bytes can hold in the
+/// methods of compression that containers use: for `byte_source::stored_size`. What
+/// limits hostile structures mustn't limit a real disk that was compressed well.
+inline u64 most_stored_bytes(u64 stored, u64 size)
+{
+    constexpr u64 best_ratio = 1032; // of deflate
+    return stored > size / best_ratio ? size : stored * best_ratio;
+}
+
 /// A disk that a library decodes, read in whole blocks. The last blocks are kept, so
 /// that reads one after the other decode none twice.
 class block_source : public byte_source {

@@ -213,7 +213,7 @@ opened_medium open_ewf(const std::string &path)
     for (const std::string &file : medium.files)
         stored += file_source(file).stored_size();
     medium.source = std::make_shared<block_source>(
-        block_source::form{size, stored, chunk},
+        block_source::form{size, most_stored_bytes(stored, size), chunk, {}},
         [image](u64 offset, std::span<u8> out) { return image->read(offset, out); },
         faults);
     medium.description =

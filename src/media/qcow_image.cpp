@@ -180,7 +180,8 @@ opened_medium open_with_library(const std::string &path,
     medium.files = {path};
     const auto faults = std::make_shared<fault_list>();
     medium.source = std::make_shared<block_source>(
-        block_source::form{size, file->stored_size(), block_bytes, {file}},
+        block_source::form{
+            size, most_stored_bytes(file->stored_size(), size), block_bytes, {file}},
         [disk](u64 offset, std::span<u8> out) { return disk->read(offset, out); },
         faults);
     medium.faults = [faults] { return faults->texts(); };

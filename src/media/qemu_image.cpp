@@ -181,6 +181,7 @@ opened_medium open_layers_with_qemu(const std::vector<qemu_layer> &layers)
         medium.files.push_back(layer.path);
         form.stored_size += file_source(layer.path).stored_size();
     }
+    form.stored_size = most_stored_bytes(form.stored_size, form.size);
     const auto faults = std::make_shared<fault_list>();
     const auto source = std::make_shared<block_source>(
         form,

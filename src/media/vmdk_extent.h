@@ -21,6 +21,7 @@ public:
 
     u64 size() const { return m_size; } ///< bytes of the disk that the file stands for
     u64 grain_bytes() const { return m_grain_bytes; }
+    bool is_packed() const { return m_packed; } ///< its grains are compressed
     const byte_source &file() const { return *m_file; }
     /// The text in the file; without extents if it has none.
     const vmdk_descriptor &descriptor() const { return m_descriptor; }

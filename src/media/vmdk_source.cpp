@@ -1,5 +1,7 @@
 #include "media/vmdk_source.h"
 
+#include "media/block_source.h"
+
 #include <algorithm>
 
 namespace hv {
@@ -10,6 +12,7 @@ bool vmdk_source::add_layer(std::vector<stretch> layer)
     std::erase_if(layer, [](const stretch &each) { return each.length == 0; });
     for (stretch &each : layer) {
         each.begin = size;
+        m_packed = m_packed || (each.grains && each.grains->is_packed());
         if (__builtin_add_overflow(size, each.length, &size)) return false;
     }
     if (m_layers.empty()) m_size = size;
@@ -114,7 +117,7 @@ u64 vmdk_source::stored_size() const
 {
     u64 bytes = 0;
     for (const byte_source_ptr &file : m_files) bytes += file->stored_size();
-    return bytes;
+    return m_packed ? most_stored_bytes(bytes, m_size) : bytes;
 }
 
 u64 vmdk_source::unreadable() const

@@ -60,6 +60,7 @@ private:
     std::vector<std::vector<stretch>> m_layers; ///< the newest first
     std::vector<byte_source_ptr> m_files;
     u64 m_size = 0;
+    bool m_packed = false; ///< there are compressed grains
 };
 
 } // namespace hv
