@@ -7,8 +7,8 @@ namespace hv {
 // One opener for each kind of container. Each fills in the source, the description, the
 // files and the faults, or the problem.
 
-/// E01 and Ex01: all segments of an Expert Witness image, by the path of any of them.
-opened_medium open_ewf(const std::string &path);
+/// `ewf` and `ewf_2`: all segments of an Expert Witness image, by the path of any.
+opened_medium open_ewf(const std::string &path, container_kind kind);
 /// VHD and VHDX, with the parents of a differencing disk.
 opened_medium open_vhd(const std::string &path);
 /// qcow and qcow2; one over a backing file is read by the tools of QEMU.

@@ -3,6 +3,7 @@
 #include "media/block_source.h"
 #include "media/container_openers.h"
 #include "media/shared_object.h"
+#include "media/signature.h"
 
 #include <algorithm>
 #include <array>
@@ -63,15 +64,45 @@ std::vector<std::string> segments_of(const std::string &path)
     return paths;
 }
 
-// A segment ends with a section of 76 bytes that begins with its name: "next" if
-// another segment follows, "done" after the last one.
-bool says_next(const std::string &path)
+// Where in the row of segments a file is.
+struct segment_facts {
+    u32 number = 0;       // as its header says, from 1
+    bool ends = false;    // with a section "done": it is the last one
+    bool goes_on = false; // with a section "next"
+};
+
+// A segment begins with a signature of eight bytes, a one, and its number. It ends with
+// a section of 76 bytes that begins with its name.
+segment_facts read_segment(const std::string &path)
 {
     constexpr u64 section_bytes = 76;
     const file_source file(path);
-    if (file.size() < section_bytes) return false;
+    const std::vector<u8> head = read_bytes(file, 0, 13);
+    segment_facts facts{.number = byte_view{head}.read_padded<u16>(9)};
+    if (file.size() < section_bytes) return facts;
     const std::vector<u8> type = read_bytes(file, file.size() - section_bytes, 5);
-    return std::equal(type.begin(), type.end(), "next");
+    facts.ends = holds_text(byte_view{type}, 0, "done");
+    facts.goes_on = holds_text(byte_view{type}, 0, "next");
+    return facts;
+}
+
+// What is missing of an image of these files, as sentences for a user.
+std::vector<std::string> missing_parts(const std::vector<std::string> &paths)
+{
+    std::vector<std::string> missing;
+    const u32 first = read_segment(paths.front()).number;
+    if (first > 1)
+        missing.push_back("the segments before " + paths.front() +
+                          ", which is number " + std::to_string(first) +
+                          ", are missing; put all segments into one folder");
+    const segment_facts last = read_segment(paths.back());
+    if (last.goes_on)
+        missing.push_back("segment " + std::to_string(last.number + 1) +
+                          " is missing after " + paths.back() +
+                          "; put all segments into one folder");
+    else if (!last.ends)
+        missing.push_back(paths.back() + " is damaged or cut off at its end");
+    return missing;
 }
 
 struct open_image {
@@ -184,7 +215,7 @@ std::string segment_text(std::size_t count)
 
 } // namespace
 
-opened_medium open_ewf(const std::string &path)
+opened_medium open_ewf(const std::string &path, container_kind kind)
 {
     if (!ewf().library.is_complete())
         return unopened(package_problem("Expert Witness images", "libewf2"));
@@ -193,22 +224,23 @@ opened_medium open_ewf(const std::string &path)
     // A copy under another name is read by itself.
     if (std::ranges::find(medium.files, path) == medium.files.end())
         medium.files = {path};
-    const bool is_cut = says_next(medium.files.back());
-    const std::string missing = "segment " + std::to_string(medium.files.size() + 1) +
-                                " is missing after " + medium.files.back() +
-                                "; put all segments into one folder";
+    // The sections of Ex01 are built otherwise.
+    const std::vector<std::string> missing = kind == container_kind::ewf
+                                                 ? missing_parts(medium.files)
+                                                 : std::vector<std::string>();
     const auto image = std::make_shared<open_image>();
     size64_t size = 0;
     size32_t chunk = 0;
     if (!image->open(medium.files) ||
         ewf().handle_get_media_size(image->handle, &size, nullptr) != 1 ||
         ewf().handle_get_chunk_size(image->handle, &chunk, nullptr) != 1 || chunk == 0)
-        return unopened(is_cut ? missing
-                               : "this Expert Witness image is damaged or cut off; "
-                                 "check its segments with ewfverify");
+        return unopened(!missing.empty()
+                            ? missing.front()
+                            : "this Expert Witness image is damaged or cut off; "
+                              "check its segments with ewfverify");
     const auto faults = std::make_shared<fault_list>("chunk", chunk);
     image->faults = faults;
-    if (is_cut) faults->add(missing);
+    for (const std::string &text : missing) faults->add(text);
     u64 stored = 0;
     for (const std::string &file : medium.files)
         stored += file_source(file).stored_size();
@@ -217,7 +249,7 @@ opened_medium open_ewf(const std::string &path)
         [image](u64 offset, std::span<u8> out) { return image->read(offset, out); },
         faults);
     medium.description =
-        "Expert Witness image (E01), " + segment_text(medium.files.size());
+        std::string(texts_of(kind).name) + ", " + segment_text(medium.files.size());
     medium.details = acquiry_texts(image->handle);
     medium.faults = [faults] { return faults->texts(); };
     return medium;
@@ -225,7 +257,7 @@ opened_medium open_ewf(const std::string &path)
 
 #else
 
-opened_medium open_ewf(const std::string &)
+opened_medium open_ewf(const std::string &, container_kind)
 {
     return unopened(package_problem("Expert Witness images", "libewf-dev") +
                     ", with this program built again");

@@ -1,6 +1,8 @@
 #include "media/fault_list.h"
 
+#include <algorithm>
 #include <cstdio>
+#include <iterator>
 
 namespace hv {
 
@@ -10,10 +12,22 @@ constexpr std::size_t max_texts = 256;
 
 } // namespace
 
+// Only what no earlier stretch covers is new: reads may overlap.
 void fault_list::add(u64 begin, u64 end, const std::string &reason)
 {
-    if (m_stretches.try_emplace(begin, stretch{end, reason}).second)
-        m_bytes += end - begin;
+    auto next = m_stretches.upper_bound(begin);
+    if (next != m_stretches.begin())
+        begin = std::max(begin, std::prev(next)->second.end);
+    while (begin < end) {
+        const u64 stop = next == m_stretches.end() ? end : std::min(end, next->first);
+        if (begin < stop) {
+            m_stretches.emplace_hint(next, begin, stretch{stop, reason});
+            m_bytes += stop - begin;
+        }
+        if (next == m_stretches.end()) return;
+        begin = std::max(stop, next->second.end);
+        ++next;
+    }
 }
 
 std::string fault_list::text_of(u64 begin, const stretch &bad) const

@@ -21,8 +21,7 @@ public:
     }
 
     /// Notes that the bytes from `begin` to before `end` of the disk are zeros instead
-    /// of what they were, and why: "wrong checksum". A stretch with the same begin as
-    /// an earlier one is the same again.
+    /// of what they were, and why: "wrong checksum". What was noted before isn't again.
     void add(u64 begin, u64 end, const std::string &reason);
     /// Notes a fault that isn't at certain bytes.
     void add(std::string text) { m_general.push_back(std::move(text)); }

@@ -13,10 +13,11 @@ bool can_inflate()
     return true;
 }
 
-std::size_t inflate_zlib(std::span<u8> out, byte_view packed)
+std::size_t inflate_block(std::span<u8> out, byte_view packed, deflate_form form)
 {
     z_stream stream{};
-    if (inflateInit(&stream) != Z_OK) return 0;
+    const int window = form == deflate_form::zlib ? MAX_WBITS : -MAX_WBITS;
+    if (inflateInit2(&stream, window) != Z_OK) return 0;
     // The library takes its input as bytes that it might change, and doesn't.
     stream.next_in = const_cast<u8 *>(packed.bytes().data());
     stream.avail_in = static_cast<uInt>(packed.size());
@@ -35,7 +36,7 @@ bool can_inflate()
     return false;
 }
 
-std::size_t inflate_zlib(std::span<u8>, byte_view)
+std::size_t inflate_block(std::span<u8>, byte_view, deflate_form)
 {
     return 0;
 }

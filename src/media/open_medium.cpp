@@ -3,6 +3,7 @@
 #include "disk/hv_file_source.h"
 #include "disk/hv_source_bytes.h"
 #include "media/container_openers.h"
+#include "media/disk_tables.h"
 #include "media/qcow_layout.h"
 #include "media/signature.h"
 #include "media/stitched_source.h"
@@ -49,19 +50,34 @@ opened_medium open_qed(const std::string &path, const byte_source &file)
     return open_with_qemu(path, "qed");
 }
 
+// QEMU reads zeros where the file of such a disk ends too early, without a word.
+opened_medium open_table_disk(const std::string &path, const std::string &driver,
+                              u64 expected_end, const byte_source &file)
+{
+    opened_medium medium = open_with_qemu(path, driver);
+    if (expected_end > file.size())
+        medium.faults = [missing = expected_end - file.size()] {
+            return std::vector<std::string>{
+                "the file is cut off: its last " + std::to_string(missing) +
+                " bytes are missing, and what they held is read as zeros"};
+        };
+    return medium;
+}
+
 opened_medium open_container(container_kind kind, const std::string &path,
                              const byte_source &file)
 {
     switch (kind) {
     case container_kind::ewf:
-    case container_kind::ewf_2: return open_ewf(path);
+    case container_kind::ewf_2: return open_ewf(path, kind);
     case container_kind::vmdk:
     case container_kind::vmdk_descriptor: return open_vmdk(path);
     case container_kind::vhd:
     case container_kind::vhdx: return open_vhd(path);
     case container_kind::qcow: return open_qcow(path);
-    case container_kind::vdi: return open_with_qemu(path, "vdi");
-    case container_kind::parallels: return open_with_qemu(path, "parallels");
+    case container_kind::vdi: return open_table_disk(path, "vdi", vdi_end(file), file);
+    case container_kind::parallels:
+        return open_table_disk(path, "parallels", parallels_end(file), file);
     case container_kind::dmg: return open_with_qemu(path, "dmg");
     case container_kind::qed: return open_qed(path, file);
     case container_kind::cloop: return open_with_qemu(path, "cloop");

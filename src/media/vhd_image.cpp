@@ -2,6 +2,8 @@
 #include "media/bfio_handle.h"
 #include "media/block_source.h"
 #include "media/container_openers.h"
+#include "media/layered_source.h"
+#include "media/vhd_map.h"
 
 #include <algorithm>
 #include <array>
@@ -50,7 +52,7 @@ vhdi_library &vhdi()
 // A file, after its parent: the parent must outlive it.
 struct open_disk {
     std::shared_ptr<open_disk> parent;
-    std::shared_ptr<const file_source> bytes;
+    byte_source_ptr bytes;
     std::shared_ptr<void> handle;
     libvhdi_file_t *file = nullptr;
 
@@ -70,8 +72,9 @@ struct open_disk {
 
 bool open_disk::open(const std::string &path)
 {
-    bytes = std::make_shared<const file_source>(path);
-    if (bytes->failure() != open_failure::none) return false;
+    const auto stored = std::make_shared<const file_source>(path);
+    bytes = stored;
+    if (stored->failure() != open_failure::none) return false;
     handle = make_bfio_handle(vhdi().library, bytes);
     constexpr int read_only = 1;
     return handle && vhdi().initialize(&file, nullptr) == 1 &&
@@ -129,9 +132,7 @@ std::string open_chain(std::shared_ptr<open_disk> &disk,
     return {};
 }
 
-} // namespace
-
-opened_medium open_vhd(const std::string &path)
+opened_medium open_with_library(const std::string &path)
 {
     if (!vhdi().library.is_complete())
         return unopened(package_problem("VHD and VHDX", "libvhdi1"));
@@ -162,14 +163,40 @@ opened_medium open_vhd(const std::string &path)
     return medium;
 }
 
+} // namespace
+
 #else
 
-opened_medium open_vhd(const std::string &)
+namespace {
+
+opened_medium open_with_library(const std::string &)
 {
     return unopened(package_problem("VHD and VHDX", "libvhdi-dev") +
                     ", with this program built again");
 }
 
+} // namespace
+
 #endif
+
+// The library looks up each sector of a VHD that grows, which takes forty times as long
+// as reading it does, so this kind is read here.
+opened_medium open_vhd(const std::string &path)
+{
+    const auto file = std::make_shared<const file_source>(path);
+    const std::shared_ptr<const vhd_map> map = vhd_map::open(file);
+    if (!map) return open_with_library(path);
+    const auto faults = std::make_shared<fault_list>();
+    const auto disk = std::make_shared<layered_source>(faults);
+    disk->add_layer({{.length = map->size(), .blocks = map}});
+    disk->add_file(file);
+    if (map->has_lost_footer())
+        faults->add("the footer at its end is missing: the file is cut off");
+    opened_medium medium;
+    medium.source = disk;
+    medium.files = {path};
+    medium.faults = [faults] { return faults->texts(); };
+    return medium;
+}
 
 } // namespace hv

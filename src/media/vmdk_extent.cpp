@@ -121,15 +121,17 @@ void vmdk_extent::read_directory(u64 sector, u64 entries)
         numbers_of(byte_view{read_bytes(*m_file, place, count * vmdk_entry_size)});
 }
 
-const std::vector<u32> &vmdk_extent::table(u64 number) const
+const vmdk_extent::kept_table &vmdk_extent::table(u64 number) const
 {
     kept_table &kept = m_tables[number % m_tables.size()];
-    if (kept.number == number) return kept.entries;
+    if (kept.number == number) return kept;
     kept.number = number;
     const u64 place = u64{m_directory[number]} * vmdk_sector_size;
     kept.entries =
         numbers_of(byte_view{read_bytes(*m_file, place, m_entries * vmdk_entry_size)});
-    return kept.entries;
+    kept.is_empty =
+        std::ranges::all_of(kept.entries, [](u32 each) { return each == 0; });
+    return kept;
 }
 
 // A table that the file doesn't have, or that isn't read whole, holds nothing.
@@ -139,12 +141,12 @@ vmdk_extent::answer vmdk_extent::find(u64 offset) const
     const u64 number = offset / span;
     const u64 rest = m_size - offset;
     if (number >= m_directory.size()) return {.bytes = rest};
-    if (m_directory[number] == 0)
+    if (m_directory[number] == 0 || table(number).is_empty)
         return {.bytes = std::min(rest, span - offset % span)};
     const u64 entry = offset % span / m_grain_bytes;
     const u64 in_grain = offset % m_grain_bytes;
     answer found{.bytes = std::min(rest, m_grain_bytes - in_grain)};
-    const std::vector<u32> &grains = table(number);
+    const std::vector<u32> &grains = table(number).entries;
     const u32 sector = entry < grains.size() ? grains[entry] : 0;
     if (sector == 0) return found;
     found.what = sector == vmdk_zero_grain ? holding::zeros
@@ -154,8 +156,9 @@ vmdk_extent::answer vmdk_extent::find(u64 offset) const
     return found;
 }
 
-std::span<const u8> vmdk_extent::unpack(u64 offset, u64 place) const
+std::span<const u8> vmdk_extent::unpack(u64 offset) const
 {
+    const u64 place = find(offset).place;
     if (m_grain_place == place) return m_grain;
     m_grain_place = ~u64{0};
     if (!unpack_into(m_grain, offset, place)) return {};
@@ -183,7 +186,7 @@ bool vmdk_extent::unpack_into(std::vector<u8> &grain, u64 offset, u64 place) con
     const std::vector<u8> packed = read_bytes(*m_file, place, packed_bytes);
     grain.assign(m_grain_bytes, 0);
     const u64 wanted = std::min(m_grain_bytes, m_size - start);
-    return inflate_zlib(grain, byte_view{packed}) >= wanted;
+    return inflate_block(grain, byte_view{packed}, deflate_form::zlib) >= wanted;
 }
 
 } // namespace hv

@@ -1,10 +1,9 @@
 #pragma once
 
-#include "disk/hv_byte_source.h"
+#include "media/block_map.h"
 #include "media/vmdk_descriptor.h"
 
 #include <array>
-#include <optional>
 #include <string>
 #include <vector>
 
@@ -12,49 +11,35 @@ namespace hv {
 
 /// A file of a virtual disk that holds some of its grains: sparse, compressed, or of an
 /// ESX server. Reads `vmdk_header`, `cowd_header`, the grain directory and its tables.
-class vmdk_extent {
+class vmdk_extent : public block_map {
 public:
     /// Reads the header and the directory of a file, which isn't null. Null if it is no
     /// such file; `problem` says why.
     static std::shared_ptr<vmdk_extent> open(byte_source_ptr file,
                                              std::string &problem);
 
-    u64 size() const { return m_size; } ///< bytes of the disk that the file stands for
-    u64 grain_bytes() const { return m_grain_bytes; }
-    bool is_packed() const { return m_packed; } ///< its grains are compressed
-    const byte_source &file() const { return *m_file; }
+    u64 size() const override { return m_size; }
+    u64 block_bytes() const override { return m_grain_bytes; }
+    const byte_source &file() const override { return *m_file; }
+    bool is_packed() const override { return m_packed; }
+    answer find(u64 offset) const override;
+    std::span<const u8> unpack(u64 offset) const override;
+
     /// The text in the file; without extents if it has none.
     const vmdk_descriptor &descriptor() const { return m_descriptor; }
-
-    enum class holding {
-        nothing, ///< a parent may have it
-        zeros,
-        plain, ///< at `place` in the file
-        packed ///< a compressed grain, see `unpack`
-    };
-    struct answer {
-        holding what = holding::nothing;
-        u64 place = 0; ///< in the file: of the byte, or of the compressed grain
-        u64 bytes = 0; ///< for how many bytes from the offset this holds; not 0
-    };
-    /// What the file holds at byte `offset` of the extent, which is before its end.
-    answer find(u64 offset) const;
-    /// The grain with the byte at `offset`, which is packed at `place`: its bytes up to
-    /// the end of the extent, followed by zeros. Empty if it can't be decoded. The view
-    /// is valid until the next call.
-    std::span<const u8> unpack(u64 offset, u64 place) const;
 
 private:
     struct kept_table {
         u64 number = ~u64{0};
         std::vector<u32> entries;
+        bool is_empty = true; // it lists nothing
     };
 
     bool read_header(std::string &problem);
     bool read_cowd_header();
     bool set_sizes(u64 sectors, u64 grain_sectors, u64 entries);
     void read_directory(u64 sector, u64 max_entries);
-    const std::vector<u32> &table(u64 number) const;
+    const kept_table &table(u64 number) const;
     bool unpack_into(std::vector<u8> &grain, u64 offset, u64 place) const;
 
     byte_source_ptr m_file;

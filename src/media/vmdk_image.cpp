@@ -2,7 +2,8 @@
 #include "disk/hv_file_source.h"
 #include "disk/hv_source_bytes.h"
 #include "media/container_openers.h"
-#include "media/vmdk_source.h"
+#include "media/layered_source.h"
+#include "media/vmdk_extent.h"
 
 #include <algorithm>
 
@@ -17,14 +18,15 @@ constexpr u64 sector_bytes = 512;
 // What is being opened: the disk so far, and the files of it.
 struct disk_builder {
     std::shared_ptr<fault_list> faults = std::make_shared<fault_list>();
-    std::shared_ptr<vmdk_source> disk = std::make_shared<vmdk_source>(faults);
+    std::shared_ptr<layered_source> disk = std::make_shared<layered_source>(faults);
     std::vector<std::string> files;
     std::string problem;
 
     std::shared_ptr<const file_source> open_file(const std::string &path);
-    bool add_grains(std::vector<vmdk_source::stretch> &layer, const std::string &path,
-                    const byte_source_ptr &file, u64 length);
-    bool add_line(std::vector<vmdk_source::stretch> &layer,
+    std::shared_ptr<const vmdk_extent>
+    add_grains(std::vector<layered_source::stretch> &layer, const std::string &path,
+               const byte_source_ptr &file, u64 length);
+    bool add_line(std::vector<layered_source::stretch> &layer,
                   const std::string &descriptor, const vmdk_extent_line &line);
     bool add_layer(vmdk_descriptor &descriptor, const std::string &path);
 };
@@ -41,22 +43,24 @@ std::shared_ptr<const file_source> disk_builder::open_file(const std::string &pa
     return file;
 }
 
-bool disk_builder::add_grains(std::vector<vmdk_source::stretch> &layer,
-                              const std::string &path, const byte_source_ptr &file,
-                              u64 length)
+// Adds a file of grains; a length of 0 means all that it says it holds.
+std::shared_ptr<const vmdk_extent>
+disk_builder::add_grains(std::vector<layered_source::stretch> &layer,
+                         const std::string &path, const byte_source_ptr &file,
+                         u64 length)
 {
     const std::shared_ptr<const vmdk_extent> grains = vmdk_extent::open(file, problem);
-    if (!grains) {
+    if (!grains)
         problem = path + ": " + problem;
-        return false;
-    }
-    layer.push_back({.length = length, .grains = grains});
-    return true;
+    else
+        layer.push_back(
+            {.length = length == 0 ? grains->size() : length, .blocks = grains});
+    return grains;
 }
 
 // A line of the descriptor. Its file is looked for beside the descriptor, by the last
 // part of its name.
-bool disk_builder::add_line(std::vector<vmdk_source::stretch> &layer,
+bool disk_builder::add_line(std::vector<layered_source::stretch> &layer,
                             const std::string &descriptor, const vmdk_extent_line &line)
 {
     u64 length = 0;
@@ -82,9 +86,9 @@ bool disk_builder::add_line(std::vector<vmdk_source::stretch> &layer,
     const std::string path = beside(descriptor, line.file);
     const auto file = open_file(path);
     if (!file) return false;
-    if (is_sparse) return add_grains(layer, path, file, length);
+    if (is_sparse) return add_grains(layer, path, file, length) != nullptr;
     layer.push_back(
-        {.length = length, .grains = nullptr, .flat = file, .offset = offset});
+        {.length = length, .blocks = nullptr, .flat = file, .offset = offset});
     return true;
 }
 
@@ -92,7 +96,7 @@ bool disk_builder::add_line(std::vector<vmdk_source::stretch> &layer,
 // only extent is that file under whatever name it has now.
 bool disk_builder::add_layer(vmdk_descriptor &descriptor, const std::string &path)
 {
-    std::vector<vmdk_source::stretch> layer;
+    std::vector<layered_source::stretch> layer;
     const auto file = open_file(path);
     if (!file) return false;
     if (read_container_kind(*file) == container_kind::vmdk_descriptor) {
@@ -101,9 +105,9 @@ bool disk_builder::add_layer(vmdk_descriptor &descriptor, const std::string &pat
         for (const vmdk_extent_line &line : descriptor.extents)
             if (!add_line(layer, path, line)) return false;
     } else {
-        if (!add_grains(layer, path, file, 0)) return false;
-        descriptor = layer.front().grains->descriptor();
-        layer.front().length = layer.front().grains->size();
+        const auto grains = add_grains(layer, path, file, 0);
+        if (!grains) return false;
+        descriptor = grains->descriptor();
         if (descriptor.extents.empty()) {
             problem = "it is one file of a disk that consists of several; name the "
                       "descriptor beside it";

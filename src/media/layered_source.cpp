@@ -1,4 +1,4 @@
-#include "media/vmdk_source.h"
+#include "media/layered_source.h"
 
 #include "media/block_source.h"
 
@@ -6,13 +6,13 @@
 
 namespace hv {
 
-bool vmdk_source::add_layer(std::vector<stretch> layer)
+bool layered_source::add_layer(std::vector<stretch> layer)
 {
     u64 size = 0;
     std::erase_if(layer, [](const stretch &each) { return each.length == 0; });
     for (stretch &each : layer) {
         each.begin = size;
-        m_packed = m_packed || (each.grains && each.grains->is_packed());
+        m_packed = m_packed || (each.blocks && each.blocks->is_packed());
         if (__builtin_add_overflow(size, each.length, &size)) return false;
     }
     if (m_layers.empty()) m_size = size;
@@ -21,7 +21,7 @@ bool vmdk_source::add_layer(std::vector<stretch> layer)
 }
 
 // The newest layer that holds the byte decides; it may be larger than those below it.
-vmdk_source::piece vmdk_source::find_piece(u64 offset, u64 max_bytes) const
+layered_source::piece layered_source::find_piece(u64 offset, u64 max_bytes) const
 {
     piece found{.bytes = max_bytes};
     for (const std::vector<stretch> &layer : m_layers) {
@@ -31,28 +31,26 @@ vmdk_source::piece vmdk_source::find_piece(u64 offset, u64 max_bytes) const
         const u64 skipped = offset - here.begin;
         if (skipped >= here.length) continue;
         found.bytes = std::min(found.bytes, here.length - skipped);
-        if (!here.grains) {
+        if (!here.blocks) {
             found.file = here.flat.get();
             found.place = here.offset + skipped;
             return found;
         }
-        if (skipped >= here.grains->size()) continue;
-        const vmdk_extent::answer answer = here.grains->find(skipped);
+        if (skipped >= here.blocks->size()) continue;
+        const block_map::answer answer = here.blocks->find(skipped);
         found.bytes = std::min(found.bytes, answer.bytes);
         found.place = answer.place;
-        found.in_extent = skipped;
-        if (answer.what == vmdk_extent::holding::plain)
-            found.file = &here.grains->file();
-        if (answer.what == vmdk_extent::holding::packed)
-            found.packed = here.grains.get();
-        if (answer.what != vmdk_extent::holding::nothing) return found;
+        found.in_map = skipped;
+        if (answer.what == block_map::holding::plain) found.file = &here.blocks->file();
+        if (answer.what == block_map::holding::packed) found.packed = here.blocks.get();
+        if (answer.what != block_map::holding::nothing) return found;
     }
     return found;
 }
 
-// Neighbouring grains mostly follow each other in the file as well, and are read at
+// Neighbouring blocks mostly follow each other in the file as well, and are read at
 // once.
-vmdk_source::piece vmdk_source::find_row(u64 offset, u64 max_bytes) const
+layered_source::piece layered_source::find_row(u64 offset, u64 max_bytes) const
 {
     piece row = find_piece(offset, max_bytes);
     while (row.file != nullptr && row.bytes < max_bytes) {
@@ -63,20 +61,19 @@ vmdk_source::piece vmdk_source::find_row(u64 offset, u64 max_bytes) const
     return row;
 }
 
-void vmdk_source::read_piece(u64 offset, const piece &part, std::span<u8> out) const
+void layered_source::read_piece(u64 offset, const piece &part, std::span<u8> out) const
 {
     if (part.packed != nullptr) {
-        const std::span<const u8> grain =
-            part.packed->unpack(part.in_extent, part.place);
-        const u64 in_grain = part.in_extent % part.packed->grain_bytes();
-        if (!grain.empty()) {
-            std::ranges::copy(grain.subspan(in_grain, out.size()), out.begin());
+        const std::span<const u8> block = part.packed->unpack(part.in_map);
+        const u64 in_block = part.in_map % part.packed->block_bytes();
+        if (!block.empty()) {
+            std::ranges::copy(block.subspan(in_block, out.size()), out.begin());
             return;
         }
         std::ranges::fill(out, u8{0});
-        m_faults->add(offset - in_grain,
-                      std::min(m_size, offset - in_grain + part.packed->grain_bytes()),
-                      "its compressed grain is damaged or cut off");
+        m_faults->add(offset - in_block,
+                      std::min(m_size, offset - in_block + part.packed->block_bytes()),
+                      "its compressed block is damaged or cut off");
         return;
     }
     const std::size_t count =
@@ -86,7 +83,7 @@ void vmdk_source::read_piece(u64 offset, const piece &part, std::span<u8> out) c
         m_faults->add(offset + count, offset + out.size(), "its file is cut off");
 }
 
-std::size_t vmdk_source::read(u64 offset, std::span<u8> out) const
+std::size_t layered_source::read(u64 offset, std::span<u8> out) const
 {
     if (offset >= m_size) return 0;
     out = out.first(std::min<u64>(out.size(), m_size - offset));
@@ -98,7 +95,7 @@ std::size_t vmdk_source::read(u64 offset, std::span<u8> out) const
     return out.size();
 }
 
-u64 vmdk_source::next_data(u64 offset) const
+u64 layered_source::next_data(u64 offset) const
 {
     while (offset < m_size) {
         const piece part = find_piece(offset, m_size - offset);
@@ -113,14 +110,14 @@ u64 vmdk_source::next_data(u64 offset) const
     return m_size;
 }
 
-u64 vmdk_source::stored_size() const
+u64 layered_source::stored_size() const
 {
     u64 bytes = 0;
     for (const byte_source_ptr &file : m_files) bytes += file->stored_size();
     return m_packed ? most_stored_bytes(bytes, m_size) : bytes;
 }
 
-u64 vmdk_source::unreadable() const
+u64 layered_source::unreadable() const
 {
     u64 bytes = m_faults->bytes();
     for (const byte_source_ptr &file : m_files) bytes += file->unreadable();

@@ -1,27 +1,27 @@
 #pragma once
 
+#include "media/block_map.h"
 #include "media/fault_list.h"
-#include "media/vmdk_extent.h"
 
 namespace hv {
 
 /// A virtual disk of one or more layers: a base, and children that hold what changed
-/// after it. A layer consists of extents one after the other. What no layer holds is
+/// after it. A layer consists of stretches one after the other. What no layer holds is
 /// zeros.
-class vmdk_source : public byte_source {
+class layered_source : public byte_source {
 public:
-    /// A stretch of the disk in a layer: in a file of grains, or as it is in a file
+    /// A stretch of the disk in a layer: in a file of blocks, or as it is in a file
     /// from `offset` on. With neither it is zeros.
     struct stretch {
         u64 begin = 0; ///< set by `add_layer`
         u64 length = 0;
-        std::shared_ptr<const vmdk_extent> grains = {};
+        std::shared_ptr<const block_map> blocks = {};
         byte_source_ptr flat = {};
         u64 offset = 0;
     };
 
     /// `faults` isn't null.
-    explicit vmdk_source(std::shared_ptr<fault_list> faults)
+    explicit layered_source(std::shared_ptr<fault_list> faults)
         : m_faults(std::move(faults))
     {
     }
@@ -40,10 +40,10 @@ public:
 private:
     // Bytes of the disk that are read in one way.
     struct piece {
-        const byte_source *file = nullptr;   ///< plain bytes, at `place`
-        const vmdk_extent *packed = nullptr; ///< a grain, with `in_extent` in it
+        const byte_source *file = nullptr; ///< plain bytes, at `place`
+        const block_map *packed = nullptr; ///< a block, with `in_map` in it
         u64 place = 0;
-        u64 in_extent = 0;
+        u64 in_map = 0;
         u64 bytes = 0;
 
         bool continues(const piece &before) const
@@ -60,7 +60,7 @@ private:
     std::vector<std::vector<stretch>> m_layers; ///< the newest first
     std::vector<byte_source_ptr> m_files;
     u64 m_size = 0;
-    bool m_packed = false; ///< there are compressed grains
+    bool m_packed = false; ///< there are compressed blocks
 };
 
 } // namespace hv
