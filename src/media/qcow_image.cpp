@@ -1,6 +1,5 @@
 #include "disk/hv_file_source.h"
 #include "media/container_openers.h"
-#include "media/inflate.h"
 #include "media/layered_source.h"
 #include "media/qcow_layout.h"
 #include "media/qcow_map.h"
@@ -16,6 +15,11 @@ std::string refusal_of(const qcow_facts &facts)
 {
     if (facts.encryption != 0)
         return "it is encrypted; decrypt it with qemu-img convert, and name the result";
+    constexpr u64 known = qcow_header::is_dirty | qcow_header::is_corrupt |
+                          qcow_header::external_data | qcow_header::other_packing;
+    if (facts.version < 2 || (facts.features & ~known) != 0)
+        return "this form of it isn't read; convert it with qemu-img convert, and name "
+               "the result";
     if ((facts.features & qcow_header::external_data) != 0)
         return "its data is in another file; convert it with qemu-img convert, and "
                "name "
@@ -23,10 +27,20 @@ std::string refusal_of(const qcow_facts &facts)
     return {};
 }
 
-bool is_left_to_qemu(const qcow_facts &facts)
+// Clusters that are compressed in another way are QEMU's. It reads zeros where the file
+// ends too early, without a word, so the tables are held against the file first.
+opened_medium open_other_packing(const std::string &path, const byte_source_ptr &file)
 {
-    return facts.version == 1 || !can_inflate() ||
-           (facts.features & ~(qcow_header::is_dirty | qcow_header::is_corrupt)) != 0;
+    const std::shared_ptr<const qcow_map> map = qcow_map::open(file);
+    opened_medium medium = open_with_qemu(path, "qcow2");
+    if (map && map->expected_end() <= file->size()) return medium;
+    medium.faults = [others = medium.faults] {
+        std::vector<std::string> texts = others();
+        texts.push_back("the file is cut off; what its last clusters held is read as "
+                        "zeros");
+        return texts;
+    };
+    return medium;
 }
 
 // Adds a file to the disk; its name for a backing file, or an empty one, goes to
@@ -46,11 +60,13 @@ std::string add_layer(layered_source &disk, std::string &backing,
     const qcow_facts facts = read_qcow_facts(*file);
     const std::string refusal = refusal_of(facts);
     if (!refusal.empty()) return refusal;
+    const bool is_read = (facts.features & qcow_header::other_packing) == 0;
     const std::shared_ptr<const qcow_map> map =
-        is_left_to_qemu(facts) ? nullptr : qcow_map::open(file);
+        is_read ? qcow_map::open(file) : nullptr;
     if (!map)
-        return "its header is damaged, or of a version that isn't read together with "
-               "backing files; try qemu-img check on a copy";
+        return "its header is damaged, or it isn't read together with backing files; "
+               "try "
+               "qemu-img convert on a copy";
     disk.add_layer({{.length = map->size(), .blocks = map}});
     backing = facts.backing_name;
     return {};
@@ -64,8 +80,9 @@ opened_medium open_qcow(const std::string &path)
     const qcow_facts facts = read_qcow_facts(*file);
     const std::string refusal = refusal_of(facts);
     if (!refusal.empty()) return unopened(refusal);
-    if (facts.backing_name.empty() && is_left_to_qemu(facts))
-        return open_with_qemu(path, facts.version == 1 ? "qcow" : "qcow2");
+    if (facts.backing_name.empty() &&
+        (facts.features & qcow_header::other_packing) != 0)
+        return open_other_packing(path, file);
     const auto faults = std::make_shared<fault_list>();
     const auto disk = std::make_shared<layered_source>(faults);
     opened_medium medium;

@@ -27,6 +27,7 @@ inline constexpr u64 max_cluster_bits = 21;
 inline constexpr u64 is_dirty      = 0x01; ///< counts may be wrong; the bytes aren't
 inline constexpr u64 is_corrupt    = 0x02; ///< a program noticed a contradiction
 inline constexpr u64 external_data = 0x04; ///< the clusters are in another file
+inline constexpr u64 other_packing = 0x08; ///< not deflate
 } // namespace qcow_header
 
 /// An entry of the first table has the offset of a second one; an entry of that is a

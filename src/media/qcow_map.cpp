@@ -110,15 +110,35 @@ block_map::answer qcow_map::find(u64 offset) const
     return found;
 }
 
+u64 qcow_map::expected_end() const
+{
+    u64 end = 0;
+    for (u64 offset = 0; offset < m_size;) {
+        const answer found = find(offset);
+        if (found.what == holding::plain)
+            end = std::max(end, found.place + found.bytes);
+        if (found.what == holding::packed)
+            end = std::max(end, packed_place(offset) + 1);
+        offset += found.bytes;
+    }
+    return end;
+}
+
 // The entry of a compressed cluster has its offset in the lower bits, and in those
 // above them how many sectors it touches after its first one.
+u64 qcow_map::packed_place(u64 offset) const
+{
+    const u64 offset_bits = qcow_entry::packed_bits - (m_cluster_bits - 8);
+    return cluster_entry(offset) & ((u64{1} << offset_bits) - 1);
+}
+
 std::span<const u8> qcow_map::unpack(u64 offset) const
 {
     const u64 entry = cluster_entry(offset);
     if (entry == m_cluster_entry) return m_cluster;
     m_cluster_entry = 0;
     const u64 offset_bits = qcow_entry::packed_bits - (m_cluster_bits - 8);
-    const u64 place = entry & ((u64{1} << offset_bits) - 1);
+    const u64 place = packed_place(offset);
     const u64 sectors =
         (entry >> offset_bits & ((u64{1} << (m_cluster_bits - 8)) - 1)) + 1;
     const u64 bytes =

@@ -29,6 +29,9 @@ public:
     bool is_packed() const override { return true; }
     answer find(u64 offset) const override;
     std::span<const u8> unpack(u64 offset) const override;
+    /// Where the file must end for all clusters that the tables list, in bytes; for a
+    /// compressed one at the end, up to a cluster less.
+    u64 expected_end() const;
 
 private:
     struct kept_table {
@@ -40,6 +43,7 @@ private:
     const kept_table &table_at(u64 place) const;
     u64 cluster_entry(u64 offset) const;
     u64 entries_of_table() const;
+    u64 packed_place(u64 offset) const;
 
     byte_source_ptr m_file;
     u64 m_size = 0;
