@@ -38,7 +38,7 @@ byte_source_ptr stretch_of(const byte_source_ptr &medium, u64 offset, u64 size)
 
 } // namespace
 
-unlocked_medium unlock_volumes(byte_source_ptr medium, const volume_keys &keys)
+unlocked_medium unlock_volumes(const byte_source_ptr &medium, const volume_keys &keys)
 {
     unlocked_medium result;
     const auto whole = std::make_shared<stitched_source>();

@@ -17,6 +17,6 @@ struct unlocked_medium {
 
 /// Looks for BitLocker volumes where the tables of a medium say that a partition is,
 /// and at its start, and unlocks those that it can. Offsets stay those of the medium.
-unlocked_medium unlock_volumes(byte_source_ptr medium, const volume_keys &keys);
+unlocked_medium unlock_volumes(const byte_source_ptr &medium, const volume_keys &keys);
 
 } // namespace hv

@@ -15,38 +15,37 @@ struct reader {
     u64 position = 0;
 };
 
-reader &reader_of(std::intptr_t *handle)
+reader &reader_of(void *handle)
 {
-    return *reinterpret_cast<reader *>(handle);
+    return *static_cast<reader *>(handle);
 }
 
 // The functions of a handle. Errors have a type of their own, which nothing here makes.
-int free_reader(std::intptr_t **handle, void **)
+int free_reader(void **handle, void **)
 {
-    delete reinterpret_cast<reader *>(*handle);
+    delete static_cast<reader *>(*handle);
     *handle = nullptr;
     return 1;
 }
 
-int clone_reader(std::intptr_t **copy, std::intptr_t *handle, void **)
+int clone_reader(void **copy, void *handle, void **)
 {
-    *copy = reinterpret_cast<std::intptr_t *>(new reader(reader_of(handle)));
+    *copy = new reader(reader_of(handle));
     return 1;
 }
 
-int open_reader(std::intptr_t *, int, void **)
+int open_reader(void *, int, void **)
 {
     return 1;
 }
 
-int close_reader(std::intptr_t *, void **)
+int close_reader(void *, void **)
 {
     return 0;
 }
 
 // Bytes that the medium doesn't deliver are zeros, and it counts them.
-ssize_t read_some(std::intptr_t *handle, std::uint8_t *buffer, std::size_t size,
-                  void **)
+ssize_t read_some(void *handle, std::uint8_t *buffer, std::size_t size, void **)
 {
     reader &from = reader_of(handle);
     const std::size_t count = from.source->read(from.position, {buffer, size});
@@ -54,12 +53,12 @@ ssize_t read_some(std::intptr_t *handle, std::uint8_t *buffer, std::size_t size,
     return static_cast<ssize_t>(count);
 }
 
-ssize_t write_nothing(std::intptr_t *, const std::uint8_t *, std::size_t, void **)
+ssize_t write_nothing(void *, const std::uint8_t *, std::size_t, void **)
 {
     return -1;
 }
 
-std::int64_t seek(std::intptr_t *handle, std::int64_t offset, int whence, void **)
+std::int64_t seek(void *handle, std::int64_t offset, int whence, void **)
 {
     reader &from = reader_of(handle);
     u64 base = 0;
@@ -71,18 +70,18 @@ std::int64_t seek(std::intptr_t *handle, std::int64_t offset, int whence, void *
     return position;
 }
 
-int is_there(std::intptr_t *, void **)
+int is_there(void *, void **)
 {
     return 1;
 }
 
-int get_size(std::intptr_t *handle, std::uint64_t *size, void **)
+int get_size(void *handle, std::uint64_t *size, void **)
 {
     *size = reader_of(handle).source->size();
     return 1;
 }
 
-using initialize_function = int (*)(void **, std::intptr_t *, decltype(&free_reader),
+using initialize_function = int (*)(void **, void *, decltype(&free_reader),
                                     decltype(&clone_reader), decltype(&open_reader),
                                     decltype(&close_reader), decltype(&read_some),
                                     decltype(&write_nothing), decltype(&seek),
@@ -101,12 +100,11 @@ std::shared_ptr<void> make_bfio_handle(shared_object &library, byte_source_ptr s
     constexpr std::uint8_t managed_by_library = 0x01; // it frees the reader as well
     auto from = std::make_unique<reader>(reader{std::move(source), 0});
     void *handle = nullptr;
-    if (initialize(&handle, reinterpret_cast<std::intptr_t *>(from.get()), free_reader,
-                   clone_reader, open_reader, close_reader, read_some, write_nothing,
-                   seek, is_there, is_there, get_size, managed_by_library,
-                   nullptr) != 1)
+    if (initialize(&handle, from.get(), free_reader, clone_reader, open_reader,
+                   close_reader, read_some, write_nothing, seek, is_there, is_there,
+                   get_size, managed_by_library, nullptr) != 1)
         return nullptr;
-    from.release();
+    static_cast<void>(from.release()); // the handle's now
     return {handle, [release](void *made) { release(&made, nullptr); }};
 }
 

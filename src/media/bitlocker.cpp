@@ -19,9 +19,12 @@ namespace {
 
 constexpr u32 block_bytes = u32{64} << 10;
 
+// A name that is declared can't be in parentheses.
+// NOLINTBEGIN(bugprone-macro-parentheses)
 #define LIBRARY_FUNCTION(name)                                                         \
     decltype(&::libbde_volume_##name) name =                                           \
         library.function<decltype(&::libbde_volume_##name)>("libbde_volume_" #name)
+// NOLINTEND(bugprone-macro-parentheses)
 
 struct bde_library {
     shared_object library{"libbde.so.1"};
@@ -60,9 +63,9 @@ struct open_volume {
     bool read(u64 offset, std::span<u8> out) const;
 };
 
-const u8 *bytes_of(const std::string &text)
+std::vector<u8> bytes_of(const std::string &text)
 {
-    return reinterpret_cast<const u8 *>(text.data());
+    return {text.begin(), text.end()};
 }
 
 std::string open_volume::open(byte_source_ptr bytes, const volume_keys &keys)
@@ -71,19 +74,19 @@ std::string open_volume::open(byte_source_ptr bytes, const volume_keys &keys)
     if (!handle || bde().initialize(&volume, nullptr) != 1)
         return "not enough memory to unlock it";
     if (!keys.recovery_key.empty() &&
-        bde().set_utf8_recovery_password(volume, bytes_of(keys.recovery_key),
+        bde().set_utf8_recovery_password(volume, bytes_of(keys.recovery_key).data(),
                                          keys.recovery_key.size(), nullptr) != 1)
         return "what --recovery-key says is no recovery key: these are eight groups of "
                "six digits, each a multiple of 11";
     if (!keys.password.empty() &&
-        bde().set_utf8_password(volume, bytes_of(keys.password), keys.password.size(),
-                                nullptr) != 1)
+        bde().set_utf8_password(volume, bytes_of(keys.password).data(),
+                                keys.password.size(), nullptr) != 1)
         return "what --password-file holds can't be a password";
     constexpr int read_only = 1;
     const int opened = bde().open_file_io_handle(
         volume, static_cast<libbfio_handle_t *>(handle.get()), read_only, nullptr);
     if (opened < 0)
-        return "its metadata is damaged, or of a kind that libbde doesn't know";
+        return "the key is of another kind than it needs, or its metadata is damaged";
     if (opened == 0 || bde().is_locked(volume, nullptr) != 0)
         return "the key doesn't unlock it; check whether it belongs to this volume";
     return {};
@@ -98,7 +101,7 @@ bool open_volume::read(u64 offset, std::span<u8> out) const
 
 } // namespace
 
-unlocked_volume unlock_bitlocker(byte_source_ptr volume, const volume_keys &keys)
+unlocked_volume unlock_bitlocker(const byte_source_ptr &volume, const volume_keys &keys)
 {
     if (!bde().library.is_complete())
         return {nullptr, package_problem("BitLocker volumes", "libbde1")};
@@ -119,7 +122,7 @@ unlocked_volume unlock_bitlocker(byte_source_ptr volume, const volume_keys &keys
 
 #else
 
-unlocked_volume unlock_bitlocker(byte_source_ptr, const volume_keys &)
+unlocked_volume unlock_bitlocker(const byte_source_ptr &, const volume_keys &)
 {
     return {nullptr, package_problem("BitLocker volumes", "libbde-dev") +
                          ", with this program built again"};

@@ -21,6 +21,7 @@ struct unlocked_volume {
 };
 
 /// Unlocks a BitLocker volume: `volume` is the stretch of the medium that it takes up.
-unlocked_volume unlock_bitlocker(byte_source_ptr volume, const volume_keys &keys);
+unlocked_volume unlock_bitlocker(const byte_source_ptr &volume,
+                                 const volume_keys &keys);
 
 } // namespace hv

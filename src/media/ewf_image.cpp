@@ -19,9 +19,12 @@ namespace hv {
 
 namespace {
 
+// A name that is declared can't be in parentheses.
+// NOLINTBEGIN(bugprone-macro-parentheses)
 #define LIBRARY_FUNCTION(name)                                                         \
     decltype(&::libewf_##name) name =                                                  \
         library.function<decltype(&::libewf_##name)>("libewf_" #name)
+// NOLINTEND(bugprone-macro-parentheses)
 
 struct ewf_library {
     shared_object library{"libewf.so.2"};
@@ -127,6 +130,7 @@ struct open_image {
 bool open_image::open(const std::vector<std::string> &paths)
 {
     std::vector<char *> names;
+    names.reserve(paths.size());
     for (const std::string &path : paths)
         names.push_back(const_cast<char *>(path.c_str()));
     constexpr int read_only = 1;
@@ -167,8 +171,8 @@ template <class Get>
 std::string text_value(libewf_handle_t *handle, Get get, std::string_view name)
 {
     std::array<u8, 1024> text{};
-    const auto *key = reinterpret_cast<const u8 *>(name.data());
-    if (get(handle, key, name.size(), text.data(), text.size(), nullptr) != 1)
+    const std::vector<u8> key(name.begin(), name.end());
+    if (get(handle, key.data(), key.size(), text.data(), text.size(), nullptr) != 1)
         return {};
     return {text.begin(), std::ranges::find(text, u8{0})};
 }

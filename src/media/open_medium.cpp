@@ -23,7 +23,8 @@ bool has_fixed_footer(const byte_source &file)
     return holds_text(byte_view{footer}, 0, "conectix");
 }
 
-opened_medium open_raw(const std::string &path, std::shared_ptr<const file_source> file)
+opened_medium open_raw(const std::string &path,
+                       const std::shared_ptr<const file_source> &file)
 {
     opened_medium medium = open_split_raw(path);
     if (medium.source || !medium.problem.empty()) {

@@ -58,7 +58,7 @@ std::string add_layer(layered_source &disk, std::string &backing,
     }
     if (kind != container_kind::qcow) return std::string(texts_of(kind).name);
     const qcow_facts facts = read_qcow_facts(*file);
-    const std::string refusal = refusal_of(facts);
+    std::string refusal = refusal_of(facts);
     if (!refusal.empty()) return refusal;
     const bool is_read = (facts.features & qcow_header::other_packing) == 0;
     const std::shared_ptr<const qcow_map> map =

@@ -27,9 +27,12 @@ namespace {
 constexpr u32 block_bytes = u32{64} << 10;
 constexpr std::size_t max_request = std::size_t{32} << 20; // that any server takes
 
+// A name that is declared can't be in parentheses.
+// NOLINTBEGIN(bugprone-macro-parentheses)
 #define LIBRARY_FUNCTION(name)                                                         \
     decltype(&::nbd_##name) name =                                                     \
         library.function<decltype(&::nbd_##name)>("nbd_" #name)
+// NOLINTEND(bugprone-macro-parentheses)
 
 struct nbd_library {
     shared_object library{"libnbd.so.0"};

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <bit>
+
 namespace hv {
 
 /// A library of the system that is loaded when the first medium needs it, and stays.
@@ -17,7 +19,7 @@ public:
     /// that name. `Function` is the type of its address.
     template <class Function> Function function(const char *name)
     {
-        return reinterpret_cast<Function>(find(name));
+        return std::bit_cast<Function>(find(name));
     }
 
 private:

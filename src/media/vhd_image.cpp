@@ -24,9 +24,12 @@ namespace {
 constexpr int max_parents = 64;
 constexpr u32 block_bytes = u32{64} << 10;
 
+// A name that is declared can't be in parentheses.
+// NOLINTBEGIN(bugprone-macro-parentheses)
 #define LIBRARY_FUNCTION(name)                                                         \
     decltype(&::libvhdi_file_##name) name =                                            \
         library.function<decltype(&::libvhdi_file_##name)>("libvhdi_file_" #name)
+// NOLINTEND(bugprone-macro-parentheses)
 
 struct vhdi_library {
     shared_object library{"libvhdi.so.1"};

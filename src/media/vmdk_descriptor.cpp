@@ -2,6 +2,7 @@
 
 #include "base/hv_string.h"
 
+#include <algorithm>
 #include <charconv>
 
 namespace hv {
@@ -83,8 +84,8 @@ void read_line(std::string_view line, vmdk_descriptor &descriptor)
 vmdk_descriptor parse_vmdk_descriptor(byte_view text)
 {
     const auto bytes = text.bytes();
-    std::string_view rest{reinterpret_cast<const char *>(bytes.data()), bytes.size()};
-    rest = rest.substr(0, rest.find('\0'));
+    const std::string whole(bytes.begin(), std::ranges::find(bytes, u8{0}));
+    std::string_view rest = whole;
     vmdk_descriptor descriptor;
     while (!rest.empty()) {
         const std::size_t end = std::min(rest.find('\n'), rest.size());
