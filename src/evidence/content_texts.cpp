@@ -6,6 +6,8 @@ namespace {
 
 constexpr std::string_view unlock =
     "unlock it with its password or recovery key, and name the unlocked volume";
+constexpr std::string_view give_key =
+    "give its key with --recovery-key or --password-file";
 constexpr std::string_view mount_bin =
     "mount it read-only, and examine the files of its bin one by one";
 constexpr std::string_view assemble =
@@ -20,7 +22,7 @@ content_texts texts_of(volume_content content)
     case volume_content::unknown: return {"unknown content", ""};
     case volume_content::empty: return {"zeros", ""};
     case volume_content::ntfs: return {"NTFS", ""};
-    case volume_content::bitlocker: return {"BitLocker volume", unlock};
+    case volume_content::bitlocker: return {"BitLocker volume", give_key};
     case volume_content::refs: return {"ReFS", mount_bin};
     case volume_content::exfat: return {"exFAT", mount_bin};
     case volume_content::fat: return {"FAT", mount_bin};

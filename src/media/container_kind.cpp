@@ -26,6 +26,8 @@ constexpr auto container_signatures = std::to_array<signature<container_kind>>({
     {0, "AFF10\r\n\0"sv, container_kind::aff},
     {0, "WithoutFreeSpace"sv, container_kind::parallels},
     {0, "WithouFreSpacExt"sv, container_kind::parallels},
+    {0, "QED\0"sv, container_kind::qed},
+    {0, "#!/bin/sh\n#V2.0 Format"sv, container_kind::cloop},
     {0, "\x1F\x8B\x08"sv, container_kind::gzip},
     {0, "PK\x03\x04"sv, container_kind::zip},
     {0, "PK\x05\x06"sv, container_kind::zip},
@@ -83,6 +85,8 @@ content_texts texts_of(container_kind kind)
     case container_kind::aff: return {"AFF image", mount_image};
     case container_kind::parallels: return {"virtual disk (HDD)", mount_image};
     case container_kind::dmg: return {"disk image (DMG)", mount_image};
+    case container_kind::qed: return {"virtual disk (QED)", mount_image};
+    case container_kind::cloop: return {"compressed disk (cloop)", mount_image};
     case container_kind::gzip: return {"gzip file", unpack};
     case container_kind::zip: return {"zip archive", unpack};
     case container_kind::seven_zip: return {"7z archive", unpack};

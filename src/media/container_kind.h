@@ -21,6 +21,8 @@ enum class container_kind {
     aff,
     parallels,
     dmg,
+    qed,
+    cloop,
     gzip,
     zip,
     seven_zip,

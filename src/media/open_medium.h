@@ -10,12 +10,15 @@ namespace hv {
 
 /// A medium that was opened, or why it wasn't.
 struct opened_medium {
-    byte_source_ptr source; ///< the disk or volume inside; null if it can't be opened
+    byte_source_ptr source =
+        {}; ///< the disk or volume inside; null if it can't be opened
     /// Why there is no source, and what to try, as a sentence for a user.
     std::string problem = {};
     container_kind kind = container_kind::none;
     /// For a user: "raw image", "Expert Witness image (E01), 3 segments".
     std::string description = {};
+    /// More about it, for a user, such as what an acquiry wrote into an image.
+    std::vector<std::string> details = {};
     /// The files that were opened: results are never written over one of them.
     std::vector<std::string> files = {};
     /// Whether an offset in the source is one in the only file.

@@ -6,6 +6,7 @@
 #include <CLI/CLI.hpp>
 
 #include <charconv>
+#include <fstream>
 #include <functional>
 #include <iostream>
 
@@ -83,9 +84,35 @@ CLI::Option *add_values(CLI::App &app, const std::string &name, std::vector<Valu
         ->allow_extra_args(false);
 }
 
+// The first line of a file.
+bool read_password(std::string &password, const std::string &path)
+{
+    std::ifstream file(path);
+    if (!std::getline(file, password)) return false;
+    if (password.ends_with('\r')) password.pop_back();
+    return true;
+}
+
+void add_keys(CLI::App &app, volume_keys &keys)
+{
+    app.add_option("--recovery-key", keys.recovery_key,
+                   "unlock BitLocker volumes with this recovery key")
+        ->type_name("KEY");
+    app.add_option_function<std::string>(
+           "--password-file",
+           [&keys](const std::string &path) {
+               if (!read_password(keys.password, path))
+                   throw CLI::ValidationError("--password-file",
+                                              "can't read \"" + path + "\"");
+           },
+           "unlock BitLocker volumes with the password in this file's first line")
+        ->type_name("FILE");
+}
+
 void add_medium(CLI::App &app, command_line &line)
 {
     app.add_option("MEDIUM", line.medium, medium_help)->required();
+    add_keys(app, line.keys);
     add_value(app, "--offset", line.offset, parse_number,
               "look only at the volume that begins at this byte")
         ->type_name("BYTES");
@@ -284,11 +311,13 @@ void add_other_commands(CLI::App &app, command_line &line)
     recheck->add_option("FILE", line.rows_file, "what list --format jsonl wrote")
         ->required();
     recheck->add_option("MEDIUM", line.medium, medium_help)->required();
+    add_keys(*recheck, line.keys);
 
     CLI::App *bytes = add_command(app, line, command::bytes, "bytes",
                                   "Write bytes of a medium, whatever holds them");
     bytes->add_option("MEDIUM", line.medium, "an image, a device, or a virtual disk")
         ->required();
+    add_keys(*bytes, line.keys);
     add_value(*bytes, "OFFSET", line.first_byte, parse_number, "of the first byte")
         ->required();
     add_value(*bytes, "LENGTH", line.byte_count, parse_number, "how many")->required();

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "media/bitlocker.h"
 #include "recyclebin/forms/form.h"
 #include "recyclebin/selection.h"
 
@@ -45,6 +46,7 @@ struct command_line {
     std::optional<u32> from, to; ///< views, of `diff`
     std::optional<u64> offset;
     std::optional<u64> first_byte, byte_count; ///< of `bytes`
+    volume_keys keys;
     bool carve = false;
     selection wanted;
     /// Never empty. Commands other than `list` write to the first one, in a form of

@@ -80,6 +80,18 @@ void opened_input::open()
     }
 }
 
+std::vector<std::string> opened_input::unlock(const volume_keys &keys)
+{
+    if (m_kind != input_kind::medium || !m_source.source || keys.empty()) return {};
+    unlocked_medium result = unlock_volumes(m_source.source, keys);
+    if (result.source == m_source.source) return result.problems;
+    m_source.source = result.source;
+    m_source.is_plain_file = false;
+    m_source.details.insert(m_source.details.end(), result.unlocked.begin(),
+                            result.unlocked.end());
+    return result.problems;
+}
+
 std::string opened_input::folder() const
 {
     if (m_kind == input_kind::folder) return m_path;

@@ -2,6 +2,7 @@
 
 #include "evidence/examine.h"
 #include "evidence/examine_files.h"
+#include "evidence/unlock_volumes.h"
 #include "media/open_medium.h"
 
 #include <string>
@@ -25,6 +26,10 @@ std::string_view name_of(input_kind kind);
 class opened_input {
 public:
     explicit opened_input(std::string path);
+
+    /// Puts the volumes that there are keys for in the place of their locked bytes.
+    /// Returns what went wrong, in words.
+    std::vector<std::string> unlock(const volume_keys &keys);
 
     input_kind kind() const { return m_kind; }
     const opened_medium &source() const { return m_source; }

@@ -158,7 +158,9 @@ bool finish_outputs(const result_files &results)
 
 exit_status run(const command_line &line)
 {
-    const opened_input input(line.medium);
+    opened_input input(line.medium);
+    for (const std::string &problem : input.unlock(line.keys))
+        complain(line.medium + ": " + problem);
     const byte_source_ptr medium = input.source().source;
     if (!medium) {
         complain(line.medium + ": " + input.source().problem);

@@ -289,8 +289,8 @@ TEST(DescribeMedium, SaysWhatIsThere)
     std::string others;
     for (const other_content &other : found.others) others += other.text + '\n';
     EXPECT_EQ(others,
-              "BitLocker volume at offset 1536000; unlock it with its password or "
-              "recovery key, and name the unlocked volume\n"
+              "BitLocker volume at offset 1536000; give its key with "
+              "--recovery-key or --password-file\n"
               "NTFS with a damaged boot sector at offset 2048000\n"
               "dynamic disk at offset 2560000; assemble it with the tools of its "
               "system, and name the volumes\n");

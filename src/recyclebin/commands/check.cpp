@@ -42,6 +42,15 @@ void write_bins(std::ostream &out, const examination &found, u32 region)
             << counted(count, "item") << '\n';
 }
 
+// What the medium is in, unless it is a file of just its bytes.
+void write_container(std::ostream &out, const opened_medium &source)
+{
+    if (source.is_plain_file) return;
+    out << "  " << escaped(std::string_view(source.description)) << '\n';
+    for (const std::string &detail : source.details)
+        out << "  " << escaped(std::string_view(detail)) << '\n';
+}
+
 void write_snapshots(std::ostream &out, const std::vector<u64> &times)
 {
     for (std::size_t at = 0; at < times.size(); ++at)
@@ -61,6 +70,7 @@ exit_status run_check(std::ostream &out, const run_context &context)
         << grouped(context.medium->size()) << " bytes";
     if (!description.table.empty()) out << ", " << description.table;
     out << '\n';
+    write_container(out, context.input.source());
     for (u32 at = 0; at < found.regions.size(); ++at) {
         const examined_region &region = found.regions[at];
         if (region.is_volume) {

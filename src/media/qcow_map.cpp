@@ -1,0 +1,155 @@
+#include "media/qcow_map.h"
+
+#include "disk/hv_source_bytes.h"
+#include "media/big_endian.h"
+#include "media/inflate.h"
+#include "media/qcow_layout.h"
+
+#include <algorithm>
+
+namespace hv {
+
+qcow_facts read_qcow_facts(const byte_source &file)
+{
+    using namespace qcow_header;
+    const std::vector<u8> bytes = read_bytes(file, 0, qcow_header::size);
+    const byte_view header{bytes};
+    qcow_facts facts;
+    facts.version = big_endian(header, version, 4);
+    facts.encryption =
+        big_endian(header, facts.version == 1 ? l1_entries : encryption, 4);
+    if (facts.version >= 3) facts.features = big_endian(header, incompatible, 8);
+    const u64 length = big_endian(header, backing_length, 4);
+    const u64 offset = big_endian(header, backing_offset, 8);
+    if (offset == 0 || length == 0) return facts;
+    const std::vector<u8> name =
+        read_bytes(file, offset, std::min<u64>(length, max_name));
+    facts.backing_name = name.empty() ? "?" : std::string(name.begin(), name.end());
+    return facts;
+}
+
+std::shared_ptr<const qcow_map> qcow_map::open(byte_source_ptr file)
+{
+    using namespace qcow_header;
+    const auto map = std::make_shared<qcow_map>();
+    const std::vector<u8> bytes = read_bytes(*file, 0, qcow_header::size);
+    const byte_view header{bytes};
+    const u64 format = big_endian(header, version, 4);
+    map->m_knows_zeros = format >= 3;
+    map->m_cluster_bits = big_endian(header, cluster_bits, 4);
+    map->m_size = big_endian(header, disk_size, 8);
+    const u64 offset = big_endian(header, l1_offset, 8);
+    if (format < 2 || format > 3 || map->m_cluster_bits < min_cluster_bits ||
+        map->m_cluster_bits > max_cluster_bits || offset >= file->size())
+        return nullptr;
+    const u64 room = (file->size() - offset) / qcow_entry::size;
+    const u64 table_span_bits = 2 * map->m_cluster_bits - 3;
+    const u64 needed = (map->m_size >> table_span_bits) + 1;
+    const u64 entries = std::min({big_endian(header, l1_entries, 4), needed, room});
+    map->m_directory = read_bytes(*file, offset, entries * qcow_entry::size);
+    map->m_file = std::move(file);
+    return map;
+}
+
+// The place of the table for a byte; 0 if there is none.
+u64 qcow_map::table_place(u64 offset) const
+{
+    const u64 table = (offset >> m_cluster_bits) / entries_of_table();
+    return big_endian(byte_view{m_directory}, table * qcow_entry::size,
+                      qcow_entry::size) &
+           qcow_entry::offset_mask;
+}
+
+u64 qcow_map::entries_of_table() const
+{
+    return block_bytes() / qcow_entry::size;
+}
+
+// A table that the file doesn't have is empty.
+const qcow_map::kept_table &qcow_map::table_at(u64 place) const
+{
+    kept_table &kept = m_tables[(place >> m_cluster_bits) % m_tables.size()];
+    if (kept.place == place) return kept;
+    kept.place = place;
+    kept.bytes = read_bytes(*m_file, place, block_bytes());
+    kept.is_empty = std::ranges::all_of(kept.bytes, [](u8 byte) { return byte == 0; });
+    return kept;
+}
+
+u64 qcow_map::cluster_entry(u64 offset) const
+{
+    const u64 place = table_place(offset);
+    if (place == 0) return 0;
+    return big_endian(byte_view{table_at(place).bytes},
+                      (offset >> m_cluster_bits) % entries_of_table() *
+                          qcow_entry::size,
+                      qcow_entry::size);
+}
+
+// What a missing or an empty table would list is passed over at once.
+block_map::answer qcow_map::find(u64 offset) const
+{
+    const u64 rest = m_size - offset;
+    const u64 span = block_bytes() * entries_of_table();
+    const u64 place = table_place(offset);
+    if (offset / span >= m_directory.size() / qcow_entry::size) return {.bytes = rest};
+    if (place == 0 || table_at(place).is_empty)
+        return {.bytes = std::min(rest, span - offset % span)};
+    const u64 in_cluster = offset & (block_bytes() - 1);
+    answer found{.bytes = std::min(rest, block_bytes() - in_cluster)};
+    const u64 entry = cluster_entry(offset);
+    if ((entry & qcow_entry::is_compressed) != 0) {
+        found.what = holding::packed;
+        return found;
+    }
+    found.place = (entry & qcow_entry::offset_mask) + in_cluster;
+    if (m_knows_zeros && (entry & qcow_entry::is_zero) != 0)
+        found.what = holding::zeros;
+    else if ((entry & qcow_entry::offset_mask) != 0)
+        found.what = holding::plain;
+    return found;
+}
+
+u64 qcow_map::expected_end() const
+{
+    u64 end = 0;
+    for (u64 offset = 0; offset < m_size;) {
+        const answer found = find(offset);
+        if (found.what == holding::plain)
+            end = std::max(end, found.place + found.bytes);
+        if (found.what == holding::packed)
+            end = std::max(end, packed_place(offset) + 1);
+        offset += found.bytes;
+    }
+    return end;
+}
+
+// The entry of a compressed cluster has its offset in the lower bits, and in those
+// above them how many sectors it touches after its first one.
+u64 qcow_map::packed_place(u64 offset) const
+{
+    const u64 offset_bits = qcow_entry::packed_bits - (m_cluster_bits - 8);
+    return cluster_entry(offset) & ((u64{1} << offset_bits) - 1);
+}
+
+std::span<const u8> qcow_map::unpack(u64 offset) const
+{
+    const u64 entry = cluster_entry(offset);
+    if (entry == m_cluster_entry) return m_cluster;
+    m_cluster_entry = 0;
+    const u64 offset_bits = qcow_entry::packed_bits - (m_cluster_bits - 8);
+    const u64 place = packed_place(offset);
+    const u64 sectors =
+        (entry >> offset_bits & ((u64{1} << (m_cluster_bits - 8)) - 1)) + 1;
+    const u64 bytes =
+        sectors * qcow_entry::packed_unit - place % qcow_entry::packed_unit;
+    const std::vector<u8> packed = read_bytes(*m_file, place, bytes);
+    m_cluster.assign(block_bytes(), 0);
+    if (inflate_block(m_cluster, byte_view{packed}, deflate_form::raw) !=
+        m_cluster.size())
+        return {};
+    m_cluster_entry = entry;
+    return m_cluster;
+}
+
+} // namespace hv
