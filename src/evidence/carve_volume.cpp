@@ -1,6 +1,7 @@
 #include "evidence/carve_volume.h"
 
 #include "base/hv_checked_math.h"
+#include "evidence/byte_ranges.h"
 #include "evidence/carve.h"
 #include "evidence/slack.h"
 
@@ -11,9 +12,6 @@ namespace hv {
 namespace {
 
 constexpr u64 sector_size = 512;
-
-// A structure that ends in a hole ends with zeros. None is longer than this.
-constexpr u64 bytes_into_hole = u64{128} << 10;
 
 record_bytes record_of(const carved_block &block)
 {

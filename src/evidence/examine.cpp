@@ -2,6 +2,7 @@
 
 #include "evidence/carve_volume.h"
 #include "evidence/find_volumes.h"
+#include "evidence/gap_search.h"
 #include "vss/hv_snapshot_source.h"
 
 #include <algorithm>
@@ -23,17 +24,25 @@ public:
 
     void run()
     {
-        const medium_layout layout =
-            find_volumes(*m_medium, m_options.carve ? volume_search::every_sector
-                                                    : volume_search::lost_tables);
+        const bool takes_gaps = m_options.carve && !m_options.offset;
+        gap_search gaps(*m_medium);
+        const auto see = [&](u64 position, byte_view bytes) {
+            gaps.see(position, bytes);
+            if (m_options.progress)
+                m_options.progress(position + bytes.size(), m_medium->size());
+        };
+        const medium_layout layout = find_volumes(
+            *m_medium,
+            m_options.carve ? volume_search::every_sector : volume_search::lost_tables,
+            takes_gaps ? bytes_between_volumes(see) : bytes_between_volumes());
         u32 number = 0;
         for (const found_volume &volume : layout.volumes) {
             ++number;
             if (!m_options.offset || *m_options.offset == volume.offset)
                 examine_volume(volume, number);
         }
-        if (m_options.carve && !m_options.offset)
-            for (const byte_range &gap : layout.gaps) examine_gap(gap);
+        if (takes_gaps)
+            for (const byte_range &gap : layout.gaps) examine_gap(gap, gaps);
         m_out.unreadable_bytes = m_medium->unreadable();
     }
 
@@ -112,11 +121,12 @@ private:
         }
     }
 
-    void examine_gap(const byte_range &gap)
+    void examine_gap(const byte_range &gap, gap_search &gaps)
     {
-        region_evidence evidence(
-            add_region({.offset = gap.offset, .size = gap.length}));
-        carve_raw(evidence, gap);
+        const u32 number = add_region({.offset = gap.offset, .size = gap.length});
+        std::optional<region_evidence> seen = gaps.take(gap, number);
+        region_evidence evidence = seen ? std::move(*seen) : region_evidence(number);
+        if (!seen) carve_raw(evidence, gap);
         finish(evidence);
     }
 

@@ -2,6 +2,7 @@
 
 #include "base/hv_checked_math.h"
 #include "evidence/boot_candidates.h"
+#include "evidence/byte_ranges.h"
 #include "evidence/volume_content.h"
 #include "partitions/hv_partition_buffer.h"
 
@@ -22,11 +23,6 @@ constexpr u64 max_usual_mebibytes = 64;
 constexpr std::size_t max_boot_sectors = 16384;
 constexpr std::size_t max_volumes = 1024;
 
-u64 end_of(byte_range range)
-{
-    return saturating_sum(range.offset, range.length);
-}
-
 byte_range range_of(const found_volume &volume)
 {
     return {volume.offset, volume.geometry.volume_size()};
@@ -35,22 +31,6 @@ byte_range range_of(const found_volume &volume)
 bool overlap(byte_range a, byte_range b)
 {
     return a.offset < end_of(b) && b.offset < end_of(a);
-}
-
-// What of `whole` is in none of the ranges.
-std::vector<byte_range> rest_of(byte_range whole, std::vector<byte_range> ranges)
-{
-    std::ranges::sort(ranges);
-    std::vector<byte_range> rest;
-    u64 at = whole.offset;
-    const u64 end = end_of(whole);
-    for (const byte_range range : ranges) {
-        if (range.offset > at && at < end)
-            rest.push_back({at, std::min(range.offset, end) - at});
-        at = std::max(at, end_of(range));
-    }
-    if (at < end) rest.push_back({at, end - at});
-    return rest;
 }
 
 bool is_from_table(const found_volume &volume)
@@ -89,7 +69,11 @@ bool excludes(const found_volume &known, const found_volume &volume)
 // Collects the volumes of one medium.
 class volume_finder {
 public:
-    explicit volume_finder(const byte_source &medium) : m_medium(medium) {}
+    volume_finder(const byte_source &medium, const bytes_between_volumes &seen)
+        : m_medium(medium),
+          m_seen(seen)
+    {
+    }
 
     medium_layout find(volume_search search)
     {
@@ -98,7 +82,7 @@ public:
         read_usual_places();
         if (search != volume_search::usual_places)
             for (const byte_range stretch : stretches_to_search(search))
-                search_every_sector(stretch);
+                search_every_sector(stretch, m_seen);
         choose_volumes();
         for (found_volume &volume : m_layout.volumes) finish(volume);
         std::vector<byte_range> taken;
@@ -115,17 +99,19 @@ private:
     void read_usual_places();
     void look_at(u64 position);
     std::vector<byte_range> stretches_to_search(volume_search search) const;
-    void search_every_sector(byte_range stretch);
+    void search_every_sector(byte_range stretch, const bytes_between_volumes &seen);
     u64 search_chunk(u64 position, byte_view bytes);
     void choose_volumes();
     void finish(found_volume &volume) const;
 
     const byte_source &m_medium;
+    const bytes_between_volumes &m_seen;
     medium_layout m_layout;
     std::vector<byte_range> m_owned; ///< by volumes and other file systems
     std::vector<byte_range> m_unknown_slots;
     bool m_begins_with_volume = false;
     std::size_t m_boot_sectors_seen = 0;
+    u64 m_volume_begin = 0; ///< or the end of the chunk that was searched last
 };
 
 void volume_finder::keep(std::optional<found_volume> volume)
@@ -195,7 +181,7 @@ void volume_finder::read_usual_places()
     }
     const u64 sectors = m_medium.size() / sector;
     const u64 last = std::min(sectors, mebibyte / sector);
-    search_every_sector({(sectors - last) * sector, last * sector});
+    search_every_sector({(sectors - last) * sector, last * sector}, {});
 }
 
 // Without a table nothing says where volumes are. With one, only its partitions of
@@ -211,7 +197,8 @@ std::vector<byte_range> volume_finder::stretches_to_search(volume_search search)
     return stretches;
 }
 
-void volume_finder::search_every_sector(byte_range stretch)
+void volume_finder::search_every_sector(byte_range stretch,
+                                        const bytes_between_volumes &seen)
 {
     const u64 end = std::min(end_of(stretch), m_medium.size());
     u64 at = saturating_sum(stretch.offset, sector - 1) / sector * sector;
@@ -221,14 +208,17 @@ void volume_finder::search_every_sector(byte_range stretch)
         at = std::max(at, data / sector * sector);
         if (at >= end) return;
         const u64 hole = m_medium.next_hole(data);
-        const byte_view bytes = window.at(at, std::min(end, hole) - at);
+        const u64 last = saturating_sum(hole, bytes_into_hole) / sector * sector;
+        const byte_view bytes = window.at(at, std::min(end, last) - at);
         if (bytes.empty()) return;
-        at = search_chunk(at, bytes);
+        const u64 position = at;
+        at = search_chunk(position, bytes);
+        if (seen) seen(position, bytes.clip(0, m_volume_begin - position));
     }
 }
 
 // Looks at the sectors of a chunk, and returns where to go on: after it, or after the
-// volume that begins in it.
+// volume that begins in it, at `m_volume_begin`.
 u64 volume_finder::search_chunk(u64 position, byte_view bytes)
 {
     for (u64 at = 0; at < bytes.size(); at += sector) {
@@ -240,8 +230,11 @@ u64 volume_finder::search_chunk(u64 position, byte_view bytes)
         if (!volume) continue;
         const byte_range range = range_of(*volume);
         keep(std::move(volume));
-        if (range.offset == position + at) return end_of(range);
+        if (range.offset != position + at) continue;
+        m_volume_begin = range.offset;
+        return end_of(range);
     }
+    m_volume_begin = position + bytes.size();
     return position + (bytes.size() + sector - 1) / sector * sector;
 }
 
@@ -304,9 +297,10 @@ const char *found_by_text(found_by how)
     return "";
 }
 
-medium_layout find_volumes(const byte_source &medium, volume_search search)
+medium_layout find_volumes(const byte_source &medium, volume_search search,
+                           const bytes_between_volumes &seen)
 {
-    return volume_finder(medium).find(search);
+    return volume_finder(medium, seen).find(search);
 }
 
 } // namespace hv

@@ -4,6 +4,8 @@
 #include "evidence/partition_slots.h"
 #include "evidence/sighting.h"
 
+#include <functional>
+
 /// Finds the NTFS volumes of a medium, whatever is left of its tables.
 namespace hv {
 
@@ -42,10 +44,15 @@ struct medium_layout {
     std::vector<byte_range> gaps;      ///< outside of all volumes, by offset
 };
 
+/// Gets bytes of a medium that are in no volume found so far, with their position.
+using bytes_between_volumes = std::function<void(u64 position, byte_view bytes)>;
+
 /// Finds the volumes of a medium. Boot sectors inside a volume are those of files and
 /// make no volume. A volume whose boot sector is destroyed is found by the copy after
 /// its last cluster, and opens with the patches. What tables state is only believed
 /// where a boot sector or its copy agrees.
-medium_layout find_volumes(const byte_source &medium, volume_search search);
+/// What a search of sectors reads is passed to `seen`, in order and without holes.
+medium_layout find_volumes(const byte_source &medium, volume_search search,
+                           const bytes_between_volumes &seen = {});
 
 } // namespace hv

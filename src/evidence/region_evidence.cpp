@@ -6,6 +6,12 @@
 
 namespace hv {
 
+void region_evidence::renumber(u32 number)
+{
+    m_number = number;
+    for (sighting &seen : m_sightings) seen.volume = number;
+}
+
 void region_evidence::add(sighting seen)
 {
     seen.volume = m_number;

@@ -16,6 +16,8 @@ public:
     explicit region_evidence(u32 number) : m_number(number) {}
 
     u32 number() const { return m_number; }
+    /// Makes it the evidence of another region.
+    void renumber(u32 number);
     /// Adds a sighting, or the views of one that is known.
     void add(sighting seen);
     std::vector<sighting> take() { return std::move(m_sightings); }
