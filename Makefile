@@ -9,7 +9,8 @@ FUZZ_SECONDS ?= 60
 
 MAKEFLAGS += --no-print-directory
 .DEFAULT_GOAL := build
-.PHONY: build run test asan lab bench bench-volumes bench-carve fuzz lint format install clean
+.PHONY: build run test asan lab bench bench-volumes bench-carve fuzz lint format install package \
+        package-test reproducible static clean
 
 # Builds one preset; its output goes to standard error, so that standard output holds
 # only what the program or the tests print.
@@ -79,6 +80,33 @@ format:
 
 install: build
 	@cmake --install build/release --prefix $(PREFIX)
+
+# The Debian packages, in build/package, and what lintian says about them.
+package:
+	@tools/install_deps build package >&2
+	@tools/make_package build/package
+
+# Installs them in a bare system, runs what a new user would, and removes them (root).
+package-test:
+	@tools/install_deps package-test >&2
+	@tools/package_test build/package
+
+# Makes the packages in two folders of different names, and compares their bytes.
+reproducible:
+	@tools/install_deps build package >&2
+	@CCACHE_DISABLE=1 tools/make_package build/package
+	@CCACHE_DISABLE=1 tools/make_package build/package-again/in-another-folder
+	@for one in build/package/*.deb; do \
+	    cmp $$one build/package-again/in-another-folder/$${one##*/} || exit 1; done
+	@echo "the same bytes"
+
+# veskit as one file that needs no other, for machines that nothing may be installed on.
+static:
+	@tools/install_deps build >&2
+	$(call build_preset,static,--target veskit)
+	@strip -o build/veskit build/static/src/veskit
+	@readelf -d build/veskit | { ! grep NEEDED; }
+	@echo build/veskit
 
 clean:
 	@rm -rf build
