@@ -53,16 +53,36 @@ bool result_file::open(std::string &problem, const std::string &path, bool repla
         return false;
     }
     m_path = path;
-    const std::string written = exists ? path + ".part" : path;
+    // Nobody takes half a result for a whole one, even if this run is killed.
+    const std::string written = path + ".part";
+    if (replace) unlink(written.c_str());
     m_descriptor =
         ::open(written.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
     if (m_descriptor < 0) {
         problem = written + ": " + std::strerror(errno);
+        if (errno == EEXIST)
+            problem += ", from a run that was cut off; --force replaces it";
         return false;
     }
+    m_replaces = replace;
     m_written = written;
     m_stream = std::make_unique<uni::stdout_output>(m_descriptor);
     return true;
+}
+
+// Gives the written file its name; a number of `errno` if that fails. What came there
+// in the meantime is only replaced where the user asks for it.
+int result_file::publish() const
+{
+    if (!m_replaces) {
+        if (link(m_written.c_str(), m_path.c_str()) == 0) {
+            unlink(m_written.c_str());
+            return 0;
+        }
+        if (errno == EEXIST) return errno;
+        // Not every file system has links.
+    }
+    return rename(m_written.c_str(), m_path.c_str()) == 0 ? 0 : errno;
 }
 
 bool result_file::finish(std::string &problem)
@@ -71,9 +91,7 @@ bool result_file::finish(std::string &problem)
     if (error == 0 && m_descriptor >= 0) {
         if (close(m_descriptor) != 0) error = errno;
         m_descriptor = -1;
-        if (error == 0 && m_written != m_path &&
-            rename(m_written.c_str(), m_path.c_str()) != 0)
-            error = errno;
+        if (error == 0) error = publish();
     }
     if (error == 0) {
         m_written.clear();

@@ -7,8 +7,9 @@
 
 namespace hv {
 
-/// Where results go: standard output, or a new file. Until `finish`, a file that is to
-/// be replaced stays as it is; a file that isn't finished is removed.
+/// Where results go: standard output, or a new file, which has its name from `finish`
+/// on; until then it is called ".part" after that. A file that isn't finished is
+/// removed.
 class result_file {
 public:
     result_file() = default;
@@ -25,8 +26,11 @@ public:
     bool finish(std::string &problem);
 
 private:
+    int publish() const;
+
     std::string m_path;    // empty for standard output
     std::string m_written; // the file that is written, and becomes `m_path`
+    bool m_replaces = false;
     int m_descriptor = -1;
     std::unique_ptr<uni::stdout_output> m_stream;
 };

@@ -126,7 +126,7 @@ private:
     sql_row key(const std::string &id, u64 number_in_item) const;
 
     const listing &m_told;
-    const std::string m_medium = escaped(std::string_view(m_told.medium_name));
+    const std::string m_medium = cell_text_of_utf8(m_told.medium_name);
     const volume_numbers m_volumes = volume_numbers(m_told.found);
     sqlite_database m_database;
     std::set<std::pair<u32, std::u16string>> m_users;
