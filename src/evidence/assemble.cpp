@@ -280,6 +280,7 @@ void take_data_item(deletion &made, const group &from)
     made.times = best->times;
     made.data = best->data;
     made.members = best->members;
+    made.owner = best->owner;
     made.content = best->is_directory ? data_state::none : best->content;
     // Of what wasn't opened, no size is known.
     if (!best->is_directory &&

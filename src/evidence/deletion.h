@@ -20,12 +20,20 @@ enum class deletion_state {
     journal_only   ///< only the change journal remembers it
 };
 
+/// A name for a SID, and what states it: "\Windows\System32\config\SAM of the volume at
+/// byte 0x100000". Both are empty if nothing does.
+struct found_name {
+    std::u16string name;
+    std::string from;
+};
+
 /// One file or folder that was sent to the bin. Facts come from the sightings; what no
 /// sighting states stays empty.
 struct deletion {
     std::string id; ///< stable: follows from what identifies the deletion
     u32 volume = 0;
     std::u16string user; ///< name of the user's folder; empty if not known
+    found_name user_name;
     std::u16string metadata_name;
     std::u16string data_name;
     std::optional<metadata_format> format;
@@ -50,6 +58,7 @@ struct deletion {
     /// SID of whom the data belongs to by the volume's $Secure, "S-1-5-21-..."; empty
     /// if not known. A lead where it differs from the bin's user.
     std::string owner;
+    found_name owner_name;
     std::vector<std::string> conflicts; ///< what sightings disagree about, in words
     std::vector<sighting> sightings;
 };
@@ -75,7 +84,8 @@ struct examined_region {
     bool mft_from_mirror = false;
     std::vector<u64> snapshots =
         {}; ///< FILETIMEs of creation; number n is element n - 1
-    /// Names of users by the name of their folder in the bin, from the volume's hives.
+    /// Names of users by the name of their folder in the bin, from the hives of all
+    /// volumes of the medium.
     std::map<std::u16string, std::u16string> user_names = {};
     std::string trouble = {}; ///< why (part of) it can't be read; empty: nothing
     /// What has to be replaced on the medium to open the volume; see `patch_source`.
@@ -89,6 +99,9 @@ struct examination {
     /// The folder that was examined, or that holds the only file that was; the files
     /// of sightings are in it. Empty for a medium.
     std::string folder = {};
+    std::map<std::string, found_name> users =
+        {};                         ///< of those who are named here, by SID
+    std::string names_trouble = {}; ///< why users may have no name; empty: nothing
     u64 unreadable_bytes = 0;
 };
 

@@ -3,6 +3,7 @@
 #include "evidence/carve_volume.h"
 #include "evidence/find_volumes.h"
 #include "evidence/gap_search.h"
+#include "evidence/user_names.h"
 #include "vss/hv_snapshot_source.h"
 
 #include <algorithm>
@@ -43,6 +44,7 @@ public:
         }
         if (takes_gaps)
             for (const byte_range &gap : layout.gaps) examine_gap(gap, gaps);
+        m_names.name_users(m_out);
         m_out.unreadable_bytes = m_medium->unreadable();
     }
 
@@ -82,6 +84,7 @@ private:
             return;
         }
         m_out.regions[evidence.number()].label = label_of(live);
+        m_names.note_hives(live, {.volume = volume.offset});
         volume_walk walk(live, evidence);
         walk.collect();
         if (m_options.snapshots) examine_snapshots(live, evidence);
@@ -114,6 +117,8 @@ private:
                     "snapshot " + std::to_string(number) + " can't be read";
                 continue;
             }
+            m_names.note_hives(
+                view, {.volume = region.offset, .taken = region.snapshots.back()});
             volume_walk(view, evidence).collect();
             if (!container->is_complete(number))
                 region.trouble = "parts of snapshot " + std::to_string(number) +
@@ -150,6 +155,7 @@ private:
     examination &m_out;
     byte_source_ptr m_medium;
     const examine_options &m_options;
+    user_names m_names;
 };
 
 } // namespace

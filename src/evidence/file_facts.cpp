@@ -31,11 +31,13 @@ bool has_sound_header(byte_view raw, const parse_rules &rules)
            header.get<first_attribute>() < raw.size();
 }
 
-void read_times(record_times &times, byte_view content)
+void read_standard_information(file_facts &facts, byte_view content)
 {
     using namespace standard_information;
-    times = {content.read_padded<u64>(created), content.read_padded<u64>(modified),
-             content.read_padded<u64>(mft_changed), content.read_padded<u64>(accessed)};
+    facts.times = {
+        content.read_padded<u64>(created), content.read_padded<u64>(modified),
+        content.read_padded<u64>(mft_changed), content.read_padded<u64>(accessed)};
+    facts.security_id = content.read_padded<u32>(hv::standard_information::security_id);
 }
 
 bool read_name(file_name_fact &out, byte_view content, u64 place)
@@ -153,7 +155,7 @@ file_facts read_facts(const record_bytes &record, std::optional<u64> entry)
             place + attribute.bytes().read_padded<u16>(attribute::content_offset);
         file_name_fact name;
         if (attribute.is(attribute_type::standard_information))
-            read_times(facts.times, attribute.content());
+            read_standard_information(facts, attribute.content());
         else if (attribute.is(attribute_type::file_name)) {
             if (read_name(name, attribute.content(), content_place))
                 facts.names.push_back(std::move(name));

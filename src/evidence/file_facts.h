@@ -62,6 +62,7 @@ struct file_facts {
     bool is_directory = false;
     std::optional<entry_id> base; ///< of which it is an extension
     record_times times;
+    u32 security_id = 0; ///< of its descriptor in $Secure; 0 for none
     std::vector<file_name_fact> names;
     std::vector<stream_fact> streams; ///< all attributes that hold or map bytes
 

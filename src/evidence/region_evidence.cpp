@@ -24,6 +24,7 @@ void region_evidence::add(sighting seen)
             continue;
         same.views.insert(seen.views.begin(), seen.views.end());
         if (same.user.empty()) same.user = seen.user;
+        if (same.owner.empty()) same.owner = seen.owner;
         return;
     }
     m_places.emplace(place, m_sightings.size());

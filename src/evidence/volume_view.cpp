@@ -39,7 +39,7 @@ volume_view::volume_view(byte_source_ptr source, u64 offset, u32 number)
 {
 }
 
-bool volume_view::open()
+bool volume_view::open(cluster_map map)
 {
     m_volume = std::make_unique<CNtfs>(m_source, m_offset, rules);
     if (!m_volume->validate_volume()) return false;
@@ -52,7 +52,7 @@ bool volume_view::open()
     const u64 end =
         (m_source->size() - std::min(m_source->size(), m_offset)) / cluster_size();
     m_cluster_count = std::min(m_volume->get_total_clusters(), end);
-    load_bitmap();
+    if (map == cluster_map::load) load_bitmap();
     return true;
 }
 

@@ -20,6 +20,9 @@ struct file_content {
     bool is_plain = true;           ///< each byte is on the medium as it is here
 };
 
+/// Whether a view gets to know which clusters are in use. Reading files doesn't need it.
+enum class cluster_map { load, skip };
+
 class volume_view {
 public:
     /// The volume begins `offset` bytes into `source`. `number` is 0 for the volume as
@@ -27,7 +30,7 @@ public:
     volume_view(byte_source_ptr source, u64 offset, u32 number);
 
     /// False if it isn't a volume that can be read; nothing else works then.
-    bool open();
+    bool open(cluster_map map = cluster_map::load);
     /// The same for a source that is a copy of an $MFT and nothing else: only what is
     /// in the records can be read, and `volume` and `offset` mean nothing. False if it
     /// doesn't begin with a record.
@@ -36,6 +39,7 @@ public:
     bool has_clusters() const { return m_volume != nullptr; }
     u32 number() const { return m_number; }
     u64 offset() const { return m_offset; }
+    const byte_source_ptr &source() const { return m_source; }
     /// Whether the volume says which clusters are in use.
     bool has_bitmap() const { return !m_bitmap.empty(); }
     const CNtfs &volume() const { return *m_volume; }

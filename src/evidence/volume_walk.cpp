@@ -12,6 +12,7 @@ using namespace walk;
 volume_walk::volume_walk(const volume_view &view, region_evidence &evidence)
     : m_view(view),
       m_evidence(evidence),
+      m_owners(view),
       m_byte_budget(
           saturating_sum(saturating_product(8, view.source_size()), u64{1} << 30U)),
       m_cluster_budget(

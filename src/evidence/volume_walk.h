@@ -1,6 +1,7 @@
 #pragma once
 
 #include "evidence/bin_items.h"
+#include "evidence/owners.h"
 #include "evidence/region_evidence.h"
 #include "evidence/volume_view.h"
 #include "formats/journal.h"
@@ -127,6 +128,7 @@ private:
 
     const volume_view &m_view;
     region_evidence &m_evidence;
+    file_owners m_owners;
     std::vector<row> m_rows;
     std::set<u64> m_items;                      ///< entries with a name of a bin's item
     std::map<u64, std::u16string> m_bin_names;  ///< entries that are named like a bin

@@ -162,6 +162,7 @@ void volume_walk::take_data_item(const looked_at &file)
         seen.data = m_view.places(data->runs, data->length);
         judge_content(seen, *data);
     }
+    if (file.position == ~u64{0}) seen.owner = m_owners.owner_of(file.facts);
     if (seen.is_directory && file.position == ~u64{0})
         seen.members = members_of(*seen.entry);
     m_evidence.add(std::move(seen));

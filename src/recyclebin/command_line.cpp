@@ -223,8 +223,9 @@ void add_selection(CLI::App &app, selection &wanted)
     add_value(app, "--deleted-until", wanted.until, last,
               "the same; a date means its whole day")
         ->type_name("TIME");
-    add_values(app, "--user", wanted.users, parse_text,
-               "name of the user's folder, or the last number of a SID")
+    add_values(
+        app, "--user", wanted.users, parse_text,
+        "name of the user or of the folder in the bin, or the last number of a SID")
         ->type_name("NAME");
     add_values(app, "--path", wanted.paths, parse_text,
                "path before the deletion; * is any text, ? any character")

@@ -171,6 +171,14 @@ json volume_json(const deletion &item, const examination &found)
     return volume;
 }
 
+void add_owner(json &own, const deletion &item)
+{
+    own["data_owner"] = item.owner;
+    add_text(own, "data_owner_name", item.owner_name.name);
+    if (!item.owner_name.from.empty())
+        own["data_owner_named_by"] = item.owner_name.from;
+}
+
 // What the metadata states, and what was found.
 void add_facts(json &own, const deletion &item)
 {
@@ -189,6 +197,8 @@ void add_facts(json &own, const deletion &item)
     add_text(own, "outside_path", item.outside_path);
     add_texts(own, "members", item.members);
     add_ranges(own, "data_ranges", item.data);
+    if (!item.user_name.from.empty()) own["user_named_by"] = item.user_name.from;
+    if (has_other_owner(item)) add_owner(own, item);
     for (const std::string &conflict : item.conflicts)
         own["conflicts"].push_back(conflict);
 }
@@ -229,6 +239,8 @@ std::string deletion_json(const deletion &item, const examination &found,
                      {"id", item.id}};
     line["file"] = file_json(item);
     if (!item.user.empty()) line["user"] = {{"id", to_lossless_utf8(item.user)}};
+    if (!item.user_name.name.empty())
+        line["user"]["name"] = to_lossless_utf8(item.user_name.name);
     line["recyclebin"] = own_json(item, found, medium);
     return json_text(line);
 }

@@ -4,6 +4,7 @@
 #include "recyclebin/moments.h"
 
 #include <cstdio>
+#include <set>
 
 namespace hv {
 
@@ -94,6 +95,24 @@ void write_members(std::ostream &out, const deletion &item)
         out << "     and " << item.members.size() - max_members_in_story << " more\n";
 }
 
+// "S-1-5-32-544 (Administrators)"
+std::string named(const std::string &sid, const found_name &name)
+{
+    return sid + (name.name.empty() ? "" : " (" + escaped(name.name) + ")");
+}
+
+// Whom the data belongs to, if not to the bin's user, and where the names are from.
+void write_people(std::ostream &out, const deletion &item)
+{
+    if (has_other_owner(item))
+        out << "  the data belongs to " << named(item.owner, item.owner_name)
+            << " by $Secure, which needn't be who deleted it\n";
+    std::set<std::string> sources = {item.user_name.from};
+    if (has_other_owner(item)) sources.insert(item.owner_name.from);
+    for (const std::string &source : sources)
+        if (!source.empty()) out << "  named by " << escaped(source) << '\n';
+}
+
 void write_verdict(std::ostream &out, const deletion &item)
 {
     out << "  " << sentence_for(item.state);
@@ -165,7 +184,7 @@ void write_story_head(std::ostream &out, const deletion &item)
     if (item.stated_size || item.found_size)
         out << "   " << size_text(item) << " bytes";
     if (item.deleted) out << "   deleted " << whole_moment(*item.deleted);
-    if (!item.user.empty()) out << " by " << escaped(item.user);
+    if (!item.user.empty()) out << " by " << named(escaped(item.user), item.user_name);
     out << "\n  id " << escaped(std::string_view(item.id)) << '\n';
 }
 
@@ -182,6 +201,7 @@ void write_story_end(std::ostream &out, const deletion &item)
 {
     write_members(out, item);
     write_verdict(out, item);
+    write_people(out, item);
 }
 
 void write_story(std::ostream &out, const deletion &item)

@@ -71,6 +71,7 @@ void report_troubles(const run_context &context)
 {
     for (const examined_region &region : context.found.regions)
         if (!region.trouble.empty()) complain(region.trouble);
+    if (!context.found.names_trouble.empty()) complain(context.found.names_trouble);
     for (const std::string &fault : context.input.source().faults())
         complain(context.line.medium + ": " + fault);
 }

@@ -23,6 +23,7 @@ bool is_in_time(const deletion &item, const selection &wanted)
 bool is_of_user(const deletion &item, const std::u16string &user)
 {
     return equal_ignoring_case(item.user, user) ||
+           (!user.empty() && equal_ignoring_case(item.user_name.name, user)) ||
            equal_ignoring_case(short_user(item.user), user);
 }
 
@@ -39,6 +40,12 @@ std::u16string_view short_user(std::u16string_view user)
 {
     if (!user.starts_with(u"S-1-")) return user;
     return user.substr(user.rfind(u'-') + 1);
+}
+
+std::u16string_view shown_user(const deletion &item)
+{
+    return item.user_name.name.empty() ? short_user(item.user)
+                                       : std::u16string_view(item.user_name.name);
 }
 
 bool is_selected(const deletion &item, const selection &wanted,

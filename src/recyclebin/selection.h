@@ -10,7 +10,7 @@ struct selection {
     std::optional<u64> since; ///< FILETIME of the deletion, inclusive
     std::optional<u64> until; ///< the same
     std::vector<std::u16string>
-        users; ///< names of folders, or the last number of a SID
+        users; ///< names of users or of their folders, or the last number of a SID
     std::vector<std::u16string> paths; ///< globs
     std::vector<deletion_state> states;
     std::vector<seen_place> seen_in;
@@ -22,6 +22,8 @@ struct selection {
 bool is_selected(const deletion &item, const selection &wanted,
                  const volume_numbers &volumes);
 
+/// What a table calls a user: the name or, if that isn't known, `short_user`.
+std::u16string_view shown_user(const deletion &item);
 /// The last number of a user's SID, "1001"; the whole name where it isn't a SID.
 std::u16string_view short_user(std::u16string_view user);
 

@@ -100,6 +100,12 @@ bool knows_use(const sighting &seen)
            seen.kind != sighting_kind::journal_line;
 }
 
+bool has_other_owner(const deletion &item)
+{
+    const std::u16string owner(item.owner.begin(), item.owner.end());
+    return !owner.empty() && owner != item.user;
+}
+
 bool was_in_bin(const deletion &item, u32 view)
 {
     return std::any_of(

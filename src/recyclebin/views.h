@@ -31,6 +31,9 @@ seen_places places_of(const deletion &item);
 /// Whether `in_use` of a sighting says something: of a record that a view leads to.
 bool knows_use(const sighting &seen);
 
+/// Whether the data is known to belong to another than the user of the bin.
+bool has_other_owner(const deletion &item);
+
 /// Whether the metadata or the data item was in the bin, and not purged, in that view.
 bool was_in_bin(const deletion &item, u32 view);
 

@@ -37,9 +37,13 @@ void write_bins(std::ostream &out, const examination &found, u32 region)
     for (const deletion &item : found.deletions)
         if (item.volume == region && was_in_bin(item, view_now)) ++counts[item.user];
     if (counts.empty()) out << "  nothing is in its bin\n";
-    for (const auto &[user, count] : counts)
-        out << "  bin of " << (user.empty() ? "no named user" : escaped(user)) << ": "
-            << counted(count, "item") << '\n';
+    for (const auto &[user, count] : counts) {
+        const auto name = found.regions[region].user_names.find(user);
+        out << "  bin of " << (user.empty() ? "no named user" : escaped(user));
+        if (name != found.regions[region].user_names.end())
+            out << " (" << escaped(name->second) << ")";
+        out << ": " << counted(count, "item") << '\n';
+    }
 }
 
 // What the medium is in, unless it is a file of just its bytes.
@@ -81,6 +85,9 @@ exit_status run_check(std::ostream &out, const run_context &context)
         if (!region.trouble.empty())
             out << "  " << escaped(std::string_view(region.trouble)) << '\n';
     }
+    for (const auto &[sid, name] : found.users)
+        out << sid << " is \"" << escaped(name.name) << "\": " << escaped(name.from)
+            << '\n';
     for (const other_content &other : description.others)
         out << escaped(std::string_view(other.text)) << '\n';
     if (volumes.count() > 0) return exit_status::rows;

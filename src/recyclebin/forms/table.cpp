@@ -10,22 +10,22 @@ namespace {
 
 using item_list = std::vector<const deletion *>;
 
-// The last numbers of SIDs say who is who, unless two users share one.
-std::string user_text(const deletion &item, const std::map<std::u16string, int> &owners)
+// The users that each short text stands for.
+using user_index = std::map<std::u16string_view, std::set<std::u16string_view>>;
+
+// Names, or the last numbers of SIDs, say who is who, unless two users share one.
+std::string user_text(const deletion &item, const user_index &users)
 {
     if (item.user.empty()) return "-";
-    const std::u16string short_name(short_user(item.user));
-    return escaped(owners.at(short_name) > 1 ? item.user : short_name);
+    const std::u16string_view text = shown_user(item);
+    return escaped(users.at(text).size() > 1 ? std::u16string_view(item.user) : text);
 }
 
-// How many users have each short name.
-std::map<std::u16string, int> count_owners(const item_list &items)
+user_index users_of(const item_list &items)
 {
-    std::set<std::u16string> users;
-    for (const deletion *item : items) users.insert(item->user);
-    std::map<std::u16string, int> owners;
-    for (const std::u16string &user : users) ++owners[std::u16string(short_user(user))];
-    return owners;
+    user_index users;
+    for (const deletion *item : items) users[shown_user(*item)].insert(item->user);
+    return users;
 }
 
 } // namespace
@@ -42,10 +42,10 @@ void write_table(std::ostream &out, const listing &told,
                       {"SEEN IN"},
                       {"PATH"}});
     const volume_numbers volumes(told.found);
-    const auto owners = count_owners(told.items);
+    const user_index users = users_of(told.items);
     for (const deletion *item : told.items)
         table.add_row({volumes.text(item->volume), deleted_text(*item),
-                       size_text(*item), user_text(*item, owners), data_text(*item),
+                       size_text(*item), user_text(*item, users), data_text(*item),
                        places_of(*item).text(), path_text(*item)});
     if (!told.items.empty()) table.write(out, terminal_width());
 }
