@@ -20,7 +20,8 @@ struct file_content {
     bool is_plain = true;           ///< each byte is on the medium as it is here
 };
 
-/// Whether a view gets to know which clusters are in use. Reading files doesn't need it.
+/// Whether a view gets to know which clusters are in use. Reading files doesn't need
+/// it.
 enum class cluster_map { load, skip };
 
 class volume_view {
