@@ -1,8 +1,7 @@
 # The commands of README.md and CONTRIBUTING.md; the build itself is CMake's.
 
 JOBS ?= $(shell nproc)
-# What `make run` runs the program on, unless ARGS says otherwise.
-ARGS ?= -image build/release/examples/sample.ntfs
+SAMPLE = build/release/examples/sample.ntfs
 PREFIX ?= /usr/local
 # Seconds that each fuzz target runs.
 FUZZ_SECONDS ?= 60
@@ -22,8 +21,14 @@ build:
 	@tools/install_deps build >&2
 	$(call build_preset,release,--target veskit recyclebin sample_volume)
 
+# Runs both programs on the sample; with ARGS, veskit on what these name.
 run: build
+ifdef ARGS
 	@build/release/src/veskit $(ARGS)
+else
+	@build/release/src/veskit -image $(SAMPLE)
+	@build/release/src/recyclebin list $(SAMPLE) --carve
+endif
 
 test:
 	@tools/install_deps build test >&2
