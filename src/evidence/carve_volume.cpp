@@ -109,7 +109,7 @@ std::vector<carve_stretch> stretches_to_carve(const volume_view &view,
 
 void carve_stretches(carve_keeper &keeper, const byte_source &source,
                      const std::vector<carve_stretch> &stretches,
-                     const std::function<void(u64)> &progress)
+                     const std::function<bool(u64)> &goes_on)
 {
     carver search(keeper);
     source_window window(source);
@@ -135,7 +135,7 @@ void carve_stretches(carve_keeper &keeper, const byte_source &source,
             search.carve(bytes, at);
             at += bytes.size();
             done += bytes.size();
-            if (progress) progress(done);
+            if (goes_on && !goes_on(done)) return search.finish();
         }
     }
     search.finish();

@@ -43,9 +43,10 @@ struct carve_stretch {
 std::vector<carve_stretch> stretches_to_carve(const volume_view &view,
                                               const volume_walk &walk);
 
-/// Searches stretches of a source. `progress` is told how many bytes are done.
+/// Searches stretches of a source. `goes_on` is told how many bytes are done, and ends
+/// the search if it returns false.
 void carve_stretches(carve_keeper &keeper, const byte_source &source,
                      const std::vector<carve_stretch> &stretches,
-                     const std::function<void(u64 done)> &progress);
+                     const std::function<bool(u64 done)> &goes_on);
 
 } // namespace hv

@@ -103,6 +103,7 @@ struct examination {
         {};                         ///< of those who are named here, by SID
     std::string names_trouble = {}; ///< why users may have no name; empty: nothing
     u64 unreadable_bytes = 0;
+    bool is_cut_short = false; ///< it was asked to stop before it was through
 };
 
 } // namespace hv

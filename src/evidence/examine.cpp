@@ -28,17 +28,18 @@ public:
         const bool takes_gaps = m_options.carve && !m_options.offset;
         gap_search gaps(*m_medium);
         const auto see = [&](u64 position, byte_view bytes) {
-            gaps.see(position, bytes);
-            if (m_options.progress)
-                m_options.progress(position + bytes.size(), m_medium->size());
+            if (takes_gaps) gaps.see(position, bytes);
+            return goes_on(position + bytes.size(), m_medium->size());
         };
         const medium_layout layout = find_volumes(
             *m_medium,
             m_options.carve ? volume_search::every_sector : volume_search::lost_tables,
-            takes_gaps ? bytes_between_volumes(see) : bytes_between_volumes());
+            see);
+        if (is_stopped()) gaps.cut_short();
         u32 number = 0;
         for (const found_volume &volume : layout.volumes) {
             ++number;
+            if (is_stopped()) break;
             if (!m_options.offset || *m_options.offset == volume.offset)
                 examine_volume(volume, number);
         }
@@ -49,6 +50,18 @@ public:
     }
 
 private:
+    bool is_stopped()
+    {
+        if (m_options.should_stop && m_options.should_stop()) m_out.is_cut_short = true;
+        return m_out.is_cut_short;
+    }
+
+    bool goes_on(u64 done, u64 all)
+    {
+        if (m_options.progress) m_options.progress(done, all);
+        return !is_stopped();
+    }
+
     u32 add_region(examined_region region)
     {
         m_out.regions.push_back(std::move(region));
@@ -93,9 +106,8 @@ private:
             const auto stretches = stretches_to_carve(live, walk);
             u64 all = 0;
             for (const carve_stretch &stretch : stretches) all += stretch.length;
-            carve_stretches(keeper, *source, stretches, [&](u64 done) {
-                if (m_options.progress) m_options.progress(done, all);
-            });
+            carve_stretches(keeper, *source, stretches,
+                            [&](u64 done) { return goes_on(done, all); });
             walk.find_restored();
         }
         finish(evidence);
@@ -109,6 +121,7 @@ private:
         container->init(live.volume(), vss_load::with_blocks);
         examined_region &region = m_out.regions[evidence.number()];
         for (u32 number = 1; number <= container->store_count(); ++number) {
+            if (is_stopped()) return;
             region.snapshots.push_back(container->store(number)->created);
             volume_view view(std::make_shared<snapshot_source>(container, number), 0,
                              number);
@@ -131,7 +144,7 @@ private:
         const u32 number = add_region({.offset = gap.offset, .size = gap.length});
         std::optional<region_evidence> seen = gaps.take(gap, number);
         region_evidence evidence = seen ? std::move(*seen) : region_evidence(number);
-        if (!seen) carve_raw(evidence, gap);
+        if (!seen && !is_stopped()) carve_raw(evidence, gap);
         finish(evidence);
     }
 
@@ -140,10 +153,7 @@ private:
         carve_keeper keeper(evidence, nullptr);
         carve_stretches(keeper, *m_medium,
                         {{range.offset, range.length, evidence_source::raw}},
-                        [&](u64 done) {
-                            if (m_options.progress)
-                                m_options.progress(done, range.length);
-                        });
+                        [&](u64 done) { return goes_on(done, range.length); });
     }
 
     void finish(region_evidence &evidence)

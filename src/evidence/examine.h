@@ -15,6 +15,8 @@ struct examine_options {
     bool snapshots = true;
     /// Told now and then how many of how many bytes are done.
     std::function<void(u64 done, u64 all)> progress;
+    /// Asked now and then; true ends the examination with what was found so far.
+    std::function<bool()> should_stop;
 };
 
 /// Examines a medium: finds its volumes, collects what each of their sources shows, and

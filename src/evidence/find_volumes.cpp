@@ -213,7 +213,7 @@ void volume_finder::search_every_sector(byte_range stretch,
         if (bytes.empty()) return;
         const u64 position = at;
         at = search_chunk(position, bytes);
-        if (seen) seen(position, bytes.clip(0, m_volume_begin - position));
+        if (seen && !seen(position, bytes.clip(0, m_volume_begin - position))) return;
     }
 }
 

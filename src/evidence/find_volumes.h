@@ -45,7 +45,8 @@ struct medium_layout {
 };
 
 /// Gets bytes of a medium that are in no volume found so far, with their position.
-using bytes_between_volumes = std::function<void(u64 position, byte_view bytes)>;
+/// False ends the search.
+using bytes_between_volumes = std::function<bool(u64 position, byte_view bytes)>;
 
 /// Finds the volumes of a medium. Boot sectors inside a volume are those of files and
 /// make no volume. A volume whose boot sector is destroyed is found by the copy after

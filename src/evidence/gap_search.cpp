@@ -29,9 +29,10 @@ bool gap_search::is_all_of(const stretch &found, const byte_range &gap) const
     if (found.seen.front().offset < gap.offset ||
         end_of(found.seen.back()) > end_of(gap))
         return false;
-    return std::ranges::all_of(rest_of(gap, found.seen), [&](const byte_range &rest) {
-        return is_hole(rest.offset, end_of(rest));
-    });
+    return m_is_cut_short ||
+           std::ranges::all_of(rest_of(gap, found.seen), [&](const byte_range &rest) {
+               return is_hole(rest.offset, end_of(rest));
+           });
 }
 
 std::optional<region_evidence> gap_search::take(const byte_range &gap, u32 number)

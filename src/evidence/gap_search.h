@@ -16,6 +16,8 @@ public:
 
     /// Bytes in no volume, in order; holes of the medium are left out.
     void see(u64 position, byte_view bytes);
+    /// Nothing more will be seen: `take` may then give a part of a gap.
+    void cut_short() { m_is_cut_short = true; }
     /// The evidence of a gap, numbered as a region. Nothing if what was seen isn't
     /// exactly this gap: a volume that seemed to be there may be none.
     std::optional<region_evidence> take(const byte_range &gap, u32 number);
@@ -32,6 +34,7 @@ private:
 
     const byte_source &m_medium;
     std::list<stretch> m_stretches; // in order of their places
+    bool m_is_cut_short = false;
 };
 
 } // namespace hv

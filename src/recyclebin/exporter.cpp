@@ -4,6 +4,7 @@
 #include "recovery/reparse.h"
 #include "recyclebin/digest.h"
 #include "recyclebin/evidence_text.h"
+#include "recyclebin/interruption.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -11,8 +12,6 @@
 #include <cstring>
 
 namespace hv {
-
-volatile std::sig_atomic_t export_stop_signal = 0;
 
 namespace {
 
@@ -132,7 +131,7 @@ exporter::exporter(const run_context &context, manifest_file &manifest,
 // Why nothing more is written; empty: it is.
 std::string exporter::stop_reason() const
 {
-    return export_stop_signal != 0 ? "interrupted" : m_stop_reason;
+    return is_interrupted() ? "interrupted" : m_stop_reason;
 }
 
 // ---- Lines
@@ -425,7 +424,7 @@ std::string exporter::write(manifest_line &line, stream_reader &data,
     bool is_zero = true;
     if (error == 0)
         error = copy(line, data, m_tree != nullptr ? &file : nullptr, is_zero);
-    if (error != 0 || export_stop_signal != 0) {
+    if (error != 0 || is_interrupted()) {
         refuse(line, error);
         return place.name;
     }
@@ -440,7 +439,7 @@ int exporter::copy(manifest_line &line, stream_reader &data, new_file *file,
 {
     digest sha256(digest_kind::sha256), md5(digest_kind::md5);
     u64 count = 0;
-    while (export_stop_signal == 0) {
+    while (!is_interrupted()) {
         const byte_view bytes = data.next();
         if (bytes.size() == 0) {
             line.bytes_read = count;

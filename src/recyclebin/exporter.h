@@ -7,12 +7,7 @@
 #include "recyclebin/run_context.h"
 #include "recyclebin/safe_names.h"
 
-#include <csignal>
-
 namespace hv {
-
-/// The signal that asked the run to end; 0 for none.
-extern volatile std::sig_atomic_t export_stop_signal;
 
 /// How many files of which state an export has told of.
 struct export_counts {

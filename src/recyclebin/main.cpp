@@ -1,4 +1,5 @@
 #include "recyclebin/input.h"
+#include "recyclebin/interruption.h"
 #include "recyclebin/progress.h"
 #include "recyclebin/result_file.h"
 #include "recyclebin/run_context.h"
@@ -35,6 +36,7 @@ void examine_medium(run_context &context)
     options.offset = context.line.offset;
     options.carve = context.line.carve;
     options.progress = [&progress](u64 done, u64 all) { progress.show(done, all); };
+    options.should_stop = is_interrupted;
     context.input.examine(context.found, options);
 }
 
@@ -62,7 +64,7 @@ bool is_incomplete(const run_context &context)
         return !region.trouble.empty();
     };
     const auto &found = context.found;
-    return found.unreadable_bytes > 0 ||
+    return found.is_cut_short || found.unreadable_bytes > 0 ||
            std::any_of(found.regions.begin(), found.regions.end(), has_trouble) ||
            context.medium->unreadable() > 0 || !context.input.source().faults().empty();
 }
@@ -74,6 +76,8 @@ void report_troubles(const run_context &context)
     if (!context.found.names_trouble.empty()) complain(context.found.names_trouble);
     for (const std::string &fault : context.input.source().faults())
         complain(context.line.medium + ": " + fault);
+    if (context.found.is_cut_short)
+        complain("interrupted; what was found until then follows");
 }
 
 // Of a medium without any volume: why, and what to try. Carving needs no volume.
@@ -187,6 +191,7 @@ exit_status run(const command_line &line)
 int main(int argc, char **argv)
 {
     claim_standard_descriptors();
+    catch_interruptions();
     command_line line;
     if (const auto status = read_command_line(line, argc, argv))
         return static_cast<int>(*status);

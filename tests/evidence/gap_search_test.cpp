@@ -62,5 +62,23 @@ TEST(GapSearch, ReadsOnceWhatIsBetweenVolumes)
     EXPECT_LT(medium->bytes_read, disk.size() * 5 / 4);
 }
 
+// What was found until a user interrupts the run isn't lost.
+TEST(GapSearch, KeepsWhatItHasWhenItIsStopped)
+{
+    std::vector<u8> disk(16 * mebibyte, 0xA5);
+    put(disk, mebibyte, metadata(u"C:\\early"));
+    put(disk, 15 * mebibyte, metadata(u"C:\\late"));
+    examination found;
+    examine_options options;
+    options.carve = true;
+    u64 done_so_far = 0;
+    options.progress = [&](u64 done, u64) { done_so_far = done; };
+    options.should_stop = [&] { return done_so_far > 4 * mebibyte; };
+    examine(found, std::make_shared<memory_source>(disk), options);
+    EXPECT_TRUE(found.is_cut_short);
+    ASSERT_EQ(found.deletions.size(), 1);
+    EXPECT_EQ(found.deletions[0].path, u"C:\\early");
+}
+
 } // namespace
 } // namespace hv

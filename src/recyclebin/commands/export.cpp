@@ -11,22 +11,6 @@ namespace hv {
 
 namespace {
 
-void note_signal(int signal)
-{
-    export_stop_signal = signal;
-}
-
-// A run that is interrupted ends its file and its line. A limit on the size of files
-// shows as a write that fails.
-void catch_signals()
-{
-    struct sigaction action {};
-    action.sa_handler = note_signal;
-    for (const int signal : {SIGINT, SIGTERM, SIGHUP})
-        sigaction(signal, &action, nullptr);
-    std::signal(SIGXFSZ, SIG_IGN);
-}
-
 // Empty: standard output.
 std::string manifest_path(const export_options &how)
 {
@@ -81,7 +65,6 @@ bool can_export(const command_line &line)
 exit_status run_export(std::ostream &out, const run_context &context)
 {
     const export_options &how = context.line.exporting;
-    catch_signals();
     output_tree tree;
     std::string problem;
     if (!how.only_hash && !tree.open(problem, how.to)) {

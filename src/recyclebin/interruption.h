@@ -1,0 +1,12 @@
+#pragma once
+
+namespace hv {
+
+/// From here on, the first signal that asks the program to end lets it finish what it
+/// writes; the second one ends it. A limit on the size of files shows as a failed
+/// write.
+void catch_interruptions();
+/// Whether such a signal came.
+bool is_interrupted();
+
+} // namespace hv
