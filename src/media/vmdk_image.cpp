@@ -38,7 +38,7 @@ struct disk_builder {
 
 std::shared_ptr<const file_source> disk_builder::open_file(const std::string &path)
 {
-    const auto file = std::make_shared<const file_source>(path);
+    auto file = std::make_shared<const file_source>(path);
     if (file->failure() != open_failure::none) {
         problem = path + ", which belongs to it: " + open_failure_text(file->failure());
         return nullptr;
@@ -54,7 +54,7 @@ disk_builder::add_grains(std::vector<layered_source::stretch> &layer,
                          const std::string &path, const byte_source_ptr &file,
                          u64 length)
 {
-    const std::shared_ptr<const vmdk_extent> grains = vmdk_extent::open(file, problem);
+    std::shared_ptr<const vmdk_extent> grains = vmdk_extent::open(file, problem);
     if (!grains) {
         problem = path + ": " + problem;
         return nullptr;
