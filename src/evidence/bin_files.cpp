@@ -263,7 +263,7 @@ std::vector<sighting> bin_files::sightings_of(const byte_source &file,
         if (kind_of_name(name) == bin_name_kind::metadata)
             beside.insert(u"$R" + item_of_name(name));
     }
-    // No file has such a name, and it would lead out of the folder.
+    // No file has such a name; as a path it would lead elsewhere.
     std::erase_if(beside, [](const std::u16string &data_name) {
         return data_name.find(u'/') != std::u16string::npos;
     });
