@@ -263,6 +263,10 @@ std::vector<sighting> bin_files::sightings_of(const byte_source &file,
         if (kind_of_name(name) == bin_name_kind::metadata)
             beside.insert(u"$R" + item_of_name(name));
     }
+    // No file has such a name; as a path it would lead elsewhere.
+    std::erase_if(beside, [](const std::u16string &data_name) {
+        return data_name.find(u'/') != std::u16string::npos;
+    });
     for (const std::u16string &data_name : beside)
         take_data_item(m_path + to_system_name(data_name), data_name, unread);
     return std::move(m_found);

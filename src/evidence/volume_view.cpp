@@ -97,10 +97,16 @@ bool volume_view::is_in_use(u64 cluster) const
     return at >= m_bitmap.size() || (m_bitmap[at] >> cluster % 8 & 1U) != 0;
 }
 
+// A cluster of an impossible number is after the end of every medium.
+u64 volume_view::position_of(u64 lcn) const
+{
+    return saturating_product(lcn, cluster_size());
+}
+
 std::vector<u8> volume_view::read_at(u64 position, u64 length) const
 {
     std::vector<u8> bytes(length);
-    m_source->read(m_offset + position, bytes);
+    m_source->read(saturating_sum(m_offset, position), bytes);
     return bytes;
 }
 
@@ -114,8 +120,8 @@ byte_source::place volume_view::place_at(u64 position) const
 std::vector<byte_range> volume_view::places_at(u64 position, u64 length) const
 {
     std::vector<byte_range> ranges;
-    u64 at = m_offset + position;
-    const u64 end = std::min(m_source->size(), at + length);
+    u64 at = saturating_sum(m_offset, position);
+    const u64 end = std::min(m_source->size(), saturating_sum(at, length));
     while (at < end && ranges.size() < max_ranges) {
         const byte_source::place place = m_source->locate(at);
         const u64 count = std::min(place.length, end - at);
@@ -275,7 +281,7 @@ std::vector<byte_range> volume_view::places(const std::vector<flat_run> &runs,
     for (const flat_run &run : runs) {
         const u64 bytes = std::min(limit, u64{run.clusters} * cluster_size());
         if (!is_hole(run))
-            for (const byte_range &range : places_at(run.lcn * cluster_size(), bytes))
+            for (const byte_range &range : places_at(position_of(run.lcn), bytes))
                 append_range(ranges, range);
         limit -= bytes;
         if (limit == 0 || ranges.size() >= max_ranges) break;
@@ -294,7 +300,7 @@ void volume_view::read_runs(file_content &out, const std::vector<flat_run> &runs
         if (is_hole(run))
             out.bytes.resize(out.bytes.size() + bytes);
         else
-            for (const u8 byte : read_at(run.lcn * cluster_size(), bytes))
+            for (const u8 byte : read_at(position_of(run.lcn), bytes))
                 out.bytes.push_back(byte);
         if (out.bytes.size() >= limit) break;
     }
@@ -321,7 +327,7 @@ void volume_view::expand(file_content &out, const stream_pieces &pieces,
         for (u64 i = first; i < std::min<u64>(first + unit, clusters.size()); ++i) {
             has_hole = has_hole || clusters[i] == sparse_lcn;
             if (clusters[i] == sparse_lcn) continue;
-            for (const u8 byte : read_at(clusters[i] * cluster_size(), cluster_size()))
+            for (const u8 byte : read_at(position_of(clusters[i]), cluster_size()))
                 packed.push_back(byte);
         }
         std::vector<u8> plain(

@@ -89,6 +89,7 @@ private:
     bool raw_record(std::vector<u8> &out, u64 entry) const;
     std::set<u64> extensions_of(const file_facts &facts, u64 entry) const;
     void follow_list(file_facts &facts, const record_bytes &record, u64 entry) const;
+    u64 position_of(u64 lcn) const;
     stream_pieces pieces_of(const file_facts &facts, attribute_type type,
                             std::u16string_view name) const;
     void read_runs(file_content &out, const std::vector<flat_run> &runs,

@@ -2,6 +2,8 @@
 
 #include "disk/hv_byte_source.h"
 
+#include <vector>
+
 namespace hv {
 
 /// A file that holds some of the blocks of a disk, in any order, perhaps compressed: a
@@ -17,6 +19,8 @@ public:
     virtual u64 block_bytes() const = 0;
     virtual const byte_source &file() const = 0;
     virtual bool is_packed() const = 0; ///< whether blocks may be compressed
+    /// Bytes of all tables that are read from the file when they are needed.
+    virtual u64 table_bytes() const { return 0; }
 
     enum class holding {
         nothing, ///< a parent may have it
@@ -36,5 +40,20 @@ public:
     /// the next call.
     virtual std::span<const u8> unpack(u64 offset) const = 0;
 };
+
+/// The first table of a file is kept in memory. Those of the largest disks in use have
+/// 16 MiB; a sparse file could claim any number.
+inline constexpr u64 max_first_table = u64{32} << 20; // bytes
+
+/// Whether a file can hold what its tables list. Hostile ones name a table or a block
+/// over and over, and reading such a disk would never end.
+bool fits_its_file(const block_map &map);
+/// What to tell a user about one that doesn't.
+inline constexpr const char *unfit_tables =
+    "its tables list more than the file can hold, so they are damaged; try to repair a "
+    "copy with qemu-img check";
+
+/// A table of `length` bytes at `place` of a file; empty if it is in a hole.
+std::vector<u8> read_table(const byte_source &file, u64 place, u64 length);
 
 } // namespace hv

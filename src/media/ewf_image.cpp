@@ -171,8 +171,10 @@ template <class Get>
 std::string text_value(libewf_handle_t *handle, Get get, std::string_view name)
 {
     std::array<u8, 1024> text{};
-    const std::vector<u8> key(name.begin(), name.end());
-    if (get(handle, key.data(), key.size(), text.data(), text.size(), nullptr) != 1)
+    // The library also compares the zero after the name.
+    std::vector<u8> key(name.begin(), name.end());
+    key.push_back(0);
+    if (get(handle, key.data(), name.size(), text.data(), text.size(), nullptr) != 1)
         return {};
     return {text.begin(), std::ranges::find(text, u8{0})};
 }
@@ -212,6 +214,19 @@ std::vector<std::string> acquiry_texts(libewf_handle_t *handle)
     return texts;
 }
 
+// Adds up what the segments take on their disk. Why one can't be opened, or nothing:
+// the library would wait for what a FIFO says.
+std::string measure(u64 &stored, const std::vector<std::string> &paths)
+{
+    for (const std::string &path : paths) {
+        const file_source file(path);
+        if (file.failure() != open_failure::none)
+            return path + ": " + open_failure_text(file.failure());
+        stored += file.stored_size();
+    }
+    return {};
+}
+
 std::string segment_text(std::size_t count)
 {
     return std::to_string(count) + (count == 1 ? " segment" : " segments");
@@ -228,6 +243,9 @@ opened_medium open_ewf(const std::string &path, container_kind kind)
     // A copy under another name is read by itself.
     if (std::ranges::find(medium.files, path) == medium.files.end())
         medium.files = {path};
+    u64 stored = 0;
+    medium.problem = measure(stored, medium.files);
+    if (!medium.problem.empty()) return medium;
     // The sections of Ex01 are built otherwise.
     const std::vector<std::string> missing = kind == container_kind::ewf
                                                  ? missing_parts(medium.files)
@@ -245,9 +263,6 @@ opened_medium open_ewf(const std::string &path, container_kind kind)
     const auto faults = std::make_shared<fault_list>("chunk", chunk);
     image->faults = faults;
     for (const std::string &text : missing) faults->add(text);
-    u64 stored = 0;
-    for (const std::string &file : medium.files)
-        stored += file_source(file).stored_size();
     medium.source = std::make_shared<block_source>(
         block_source::form{size, most_stored_bytes(stored, size), chunk, {}},
         [image](u64 offset, std::span<u8> out) { return image->read(offset, out); },

@@ -21,13 +21,26 @@ void fault_list::add(u64 begin, u64 end, const std::string &reason)
     while (begin < end) {
         const u64 stop = next == m_stretches.end() ? end : std::min(end, next->first);
         if (begin < stop) {
-            m_stretches.emplace_hint(next, begin, stretch{stop, reason});
+            insert(next, begin, stretch{stop, reason});
             m_bytes += stop - begin;
         }
         if (next == m_stretches.end()) return;
         begin = std::max(stop, next->second.end);
         ++next;
     }
+}
+
+// Neighbours with one reason are kept as one: a disk that was cut off has many.
+void fault_list::insert(std::map<u64, stretch>::iterator next, u64 begin, stretch bad)
+{
+    if (next != m_stretches.begin()) {
+        stretch &before = std::prev(next)->second;
+        if (before.end == begin && before.reason == bad.reason) {
+            before.end = bad.end;
+            return;
+        }
+    }
+    m_stretches.emplace_hint(next, begin, std::move(bad));
 }
 
 std::string fault_list::text_of(u64 begin, const stretch &bad) const

@@ -37,6 +37,7 @@ private:
         u64 end = 0;
         std::string reason;
     };
+    void insert(std::map<u64, stretch>::iterator next, u64 begin, stretch bad);
     std::string text_of(u64 begin, const stretch &bad) const;
 
     std::string m_unit;

@@ -32,6 +32,7 @@ std::string refusal_of(const qcow_facts &facts)
 opened_medium open_other_packing(const std::string &path, const byte_source_ptr &file)
 {
     const std::shared_ptr<const qcow_map> map = qcow_map::open(file);
+    if (map && !fits_its_file(*map)) return unopened(unfit_tables);
     opened_medium medium = open_with_qemu(path, "qcow2");
     if (map && map->expected_end() <= file->size()) return medium;
     medium.faults = [others = medium.faults] {
@@ -67,6 +68,7 @@ std::string add_layer(layered_source &disk, std::string &backing,
         return "its header is damaged, or it isn't read together with backing files; "
                "try "
                "qemu-img convert on a copy";
+    if (!fits_its_file(*map)) return unfit_tables;
     disk.add_layer({{.length = map->size(), .blocks = map}});
     backing = facts.backing_name;
     return {};

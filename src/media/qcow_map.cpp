@@ -46,6 +46,7 @@ std::shared_ptr<const qcow_map> qcow_map::open(byte_source_ptr file)
     const u64 table_span_bits = 2 * map->m_cluster_bits - 3;
     const u64 needed = (map->m_size >> table_span_bits) + 1;
     const u64 entries = std::min({big_endian(header, l1_entries, 4), needed, room});
+    if (entries > max_first_table / qcow_entry::size) return nullptr;
     map->m_directory = read_bytes(*file, offset, entries * qcow_entry::size);
     map->m_file = std::move(file);
     return map;
@@ -60,6 +61,18 @@ u64 qcow_map::table_place(u64 offset) const
            qcow_entry::offset_mask;
 }
 
+// Of those that aren't cut off with the file.
+u64 qcow_map::table_bytes() const
+{
+    u64 bytes = 0;
+    for (u64 at = 0; at < m_directory.size(); at += qcow_entry::size) {
+        const u64 place = big_endian(byte_view{m_directory}, at, qcow_entry::size) &
+                          qcow_entry::offset_mask;
+        if (place != 0 && place < m_file->size()) bytes += block_bytes();
+    }
+    return bytes;
+}
+
 u64 qcow_map::entries_of_table() const
 {
     return block_bytes() / qcow_entry::size;
@@ -71,7 +84,7 @@ const qcow_map::kept_table &qcow_map::table_at(u64 place) const
     kept_table &kept = m_tables[(place >> m_cluster_bits) % m_tables.size()];
     if (kept.place == place) return kept;
     kept.place = place;
-    kept.bytes = read_bytes(*m_file, place, block_bytes());
+    kept.bytes = read_table(*m_file, place, block_bytes());
     kept.is_empty = std::ranges::all_of(kept.bytes, [](u8 byte) { return byte == 0; });
     return kept;
 }

@@ -27,6 +27,7 @@ public:
     u64 block_bytes() const override { return u64{1} << m_cluster_bits; }
     const byte_source &file() const override { return *m_file; }
     bool is_packed() const override { return true; }
+    u64 table_bytes() const override;
     answer find(u64 offset) const override;
     std::span<const u8> unpack(u64 offset) const override;
     /// Where the file must end for all clusters that the tables list, in bytes; for a

@@ -189,6 +189,7 @@ opened_medium open_vhd(const std::string &path)
     const auto file = std::make_shared<const file_source>(path);
     const std::shared_ptr<const vhd_map> map = vhd_map::open(file);
     if (!map) return open_with_library(path);
+    if (!fits_its_file(*map)) return unopened(unfit_tables);
     const auto faults = std::make_shared<fault_list>();
     const auto disk = std::make_shared<layered_source>(faults);
     disk->add_layer({{.length = map->size(), .blocks = map}});

@@ -65,8 +65,9 @@ std::shared_ptr<const vhd_map> vhd_map::open(byte_source_ptr file)
         return nullptr;
     const u64 bitmap = map->m_block_bytes / sector_bytes / 8;
     map->m_bitmap_bytes = (bitmap + sector_bytes - 1) / sector_bytes * sector_bytes;
-    const u64 entries = std::min(big_endian(header, vhd_header::table_entries, 4),
-                                 (size - table) / entry_bytes);
+    const u64 entries = std::min(
+        {big_endian(header, vhd_header::table_entries, 4), (size - table) / entry_bytes,
+         map->m_size / map->m_block_bytes + 1, max_first_table / entry_bytes});
     map->m_table = read_bytes(*file, table, entries * entry_bytes);
     map->m_file = std::move(file);
     return map;

@@ -117,8 +117,18 @@ void vmdk_extent::read_directory(u64 sector, u64 entries)
     const u64 place = sector * vmdk_sector_size;
     const u64 count =
         std::min({needed, entries, (m_file->size() - place) / vmdk_entry_size});
+    if (count > max_first_table / vmdk_entry_size) return;
     m_directory =
         numbers_of(byte_view{read_bytes(*m_file, place, count * vmdk_entry_size)});
+}
+
+// Of those that aren't cut off with the file.
+u64 vmdk_extent::table_bytes() const
+{
+    const u64 sectors = m_file->size() / vmdk_sector_size;
+    const auto tables = std::ranges::count_if(
+        m_directory, [sectors](u32 sector) { return sector != 0 && sector < sectors; });
+    return static_cast<u64>(tables) * m_entries * vmdk_entry_size;
 }
 
 const vmdk_extent::kept_table &vmdk_extent::table(u64 number) const
@@ -128,7 +138,7 @@ const vmdk_extent::kept_table &vmdk_extent::table(u64 number) const
     kept.number = number;
     const u64 place = u64{m_directory[number]} * vmdk_sector_size;
     kept.entries =
-        numbers_of(byte_view{read_bytes(*m_file, place, m_entries * vmdk_entry_size)});
+        numbers_of(byte_view{read_table(*m_file, place, m_entries * vmdk_entry_size)});
     kept.is_empty =
         std::ranges::all_of(kept.entries, [](u32 each) { return each == 0; });
     return kept;

@@ -22,6 +22,7 @@ public:
     u64 block_bytes() const override { return m_grain_bytes; }
     const byte_source &file() const override { return *m_file; }
     bool is_packed() const override { return m_packed; }
+    u64 table_bytes() const override;
     answer find(u64 offset) const override;
     std::span<const u8> unpack(u64 offset) const override;
 

@@ -1,3 +1,4 @@
+#include "base/hv_checked_math.h"
 #include "base/hv_string.h"
 #include "disk/hv_file_source.h"
 #include "disk/hv_source_bytes.h"
@@ -6,6 +7,7 @@
 #include "media/vmdk_extent.h"
 
 #include <algorithm>
+#include <map>
 
 namespace hv {
 
@@ -20,6 +22,9 @@ struct disk_builder {
     std::shared_ptr<fault_list> faults = std::make_shared<fault_list>();
     std::shared_ptr<layered_source> disk = std::make_shared<layered_source>(faults);
     std::vector<std::string> files;
+    // Up to where lines of descriptors took each file. One that is taken again and
+    // again would make an endless disk.
+    std::map<std::string, u64> taken;
     std::string problem;
 
     std::shared_ptr<const file_source> open_file(const std::string &path);
@@ -33,7 +38,7 @@ struct disk_builder {
 
 std::shared_ptr<const file_source> disk_builder::open_file(const std::string &path)
 {
-    const auto file = std::make_shared<const file_source>(path);
+    auto file = std::make_shared<const file_source>(path);
     if (file->failure() != open_failure::none) {
         problem = path + ", which belongs to it: " + open_failure_text(file->failure());
         return nullptr;
@@ -49,12 +54,17 @@ disk_builder::add_grains(std::vector<layered_source::stretch> &layer,
                          const std::string &path, const byte_source_ptr &file,
                          u64 length)
 {
-    const std::shared_ptr<const vmdk_extent> grains = vmdk_extent::open(file, problem);
-    if (!grains)
+    std::shared_ptr<const vmdk_extent> grains = vmdk_extent::open(file, problem);
+    if (!grains) {
         problem = path + ": " + problem;
-    else
-        layer.push_back(
-            {.length = length == 0 ? grains->size() : length, .blocks = grains});
+        return nullptr;
+    }
+    if (!fits_its_file(*grains)) {
+        problem = path + ": " + unfit_tables;
+        return nullptr;
+    }
+    layer.push_back(
+        {.length = length == 0 ? grains->size() : length, .blocks = grains});
     return grains;
 }
 
@@ -84,6 +94,12 @@ bool disk_builder::add_line(std::vector<layered_source::stretch> &layer,
         return false;
     }
     const std::string path = beside(descriptor, line.file);
+    u64 &end = taken[path];
+    if (offset < end) {
+        problem = "its descriptor lists " + path + " twice";
+        return false;
+    }
+    end = is_sparse ? ~u64{0} : saturating_sum(offset, std::max<u64>(length, 1));
     const auto file = open_file(path);
     if (!file) return false;
     if (is_sparse) return add_grains(layer, path, file, length) != nullptr;

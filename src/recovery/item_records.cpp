@@ -1,6 +1,7 @@
 #include "recovery/item_records.h"
 
 #include "base/hv_parse_rules.h"
+#include "disk/hv_source_bytes.h"
 
 #include <algorithm>
 #include <tuple>
@@ -90,12 +91,14 @@ std::optional<item_record> read_carved(region_views &views, const sighting &seen
     if (!found.view) return std::nullopt;
     const u64 name_at = seen.ranges.front().offset;
     const u64 size = found.view->record_size();
+    const u64 begin = name_at - std::min(name_at, size);
+    std::vector<u8> bytes = read_bytes(views.medium(), begin, name_at - begin + size);
+    bytes.resize(name_at - begin + size); // the medium may end in the record
     for (u64 back = 0; back < size && back <= name_at; back += 2) {
         const u64 position = name_at - back;
-        std::vector<u8> raw(size);
+        const byte_view raw = byte_view{bytes}.clip(position - begin, size);
         record_bytes record;
-        views.medium().read(position, raw);
-        if (!read_record(record, byte_view{raw}, rules)) continue;
+        if (!read_record(record, raw, rules)) continue;
         found.facts = read_facts(record, std::nullopt);
         const bool is_it =
             std::ranges::any_of(found.facts.names, [&](const file_name_fact &name) {

@@ -111,8 +111,17 @@ bool parse_json(json &value, std::string_view line)
         marked += marked_escape(line, length);
         line.remove_prefix(std::min(length, line.size()));
     }
-    value = json::parse(marked, nullptr, false);
-    return !value.is_discarded();
+    // The library copies what is nested by calling itself, as deep as that is.
+    constexpr int max_depth = 64;
+    bool is_shallow = true;
+    value = json::parse(
+        marked,
+        [&is_shallow](int depth, json::parse_event_t, const json &) {
+            is_shallow = is_shallow && depth <= max_depth;
+            return is_shallow;
+        },
+        false);
+    return is_shallow && !value.is_discarded();
 }
 
 std::u16string text_of(const json &value)

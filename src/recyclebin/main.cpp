@@ -8,6 +8,7 @@
 #include <csignal>
 #include <fcntl.h>
 #include <memory>
+#include <stdexcept>
 #include <unistd.h>
 
 namespace {
@@ -199,6 +200,8 @@ int main(int argc, char **argv)
         return static_cast<int>(run(line));
     } catch (const std::bad_alloc &) {
         complain("not enough memory");
-        return static_cast<int>(exit_status::no_source);
+    } catch (const std::length_error &) { // more than any memory
+        complain("not enough memory");
     }
+    return static_cast<int>(exit_status::no_source);
 }

@@ -147,6 +147,40 @@ TEST(Containers, ReadThroughParents)
     EXPECT_NE(made.open("child.vmdk").problem.find("base.vmdk"), std::string::npos);
 }
 
+// Disks of a few mebibytes on which reading would never end.
+TEST(Containers, RefuseTablesThatNameTheSameBytesOverAndOver)
+{
+    const workshop made("qemu-io");
+    made.run("qemu-img create -f vpc blocks.vhd 2000G && "
+             "qemu-img create -f qcow2 tables.qcow2 2000G && "
+             "qemu-io -c 'write 0 64k' tables.qcow2");
+    const struct {
+        const char *file;
+        std::size_t table;
+        std::size_t entries;
+        std::string entry;
+    } cases[] = {
+        {"blocks.vhd", 1536, 1'000'000, {0, 0, 0, 4}},
+        {"tables.qcow2", 0x30000, 4000, {}},
+    };
+    for (const auto &[file, table, entries, entry] : cases) {
+        std::string bytes = file_bytes(made.dir / file);
+        const std::string same = entry.empty() ? bytes.substr(table, 8) : entry;
+        for (std::size_t at = 0; at < entries; ++at)
+            bytes.replace(table + at * same.size(), same.size(), same);
+        made.dir.write_file(file, bytes);
+        EXPECT_NE(made.open(file).problem.find("more than the file can hold"),
+                  std::string::npos)
+            << file;
+    }
+    made.dir.write_file("twice.vmdk", "# Disk DescriptorFile\n"
+                                      "RW 8192 FLAT \"disk.raw\" 0\n"
+                                      "RW 8192 FLAT \"disk.raw\" 0\n");
+    EXPECT_NE(made.open("twice.vmdk").problem.find("twice"), std::string::npos);
+    made.run("sed -i '$s/0$/8192/;2,$s/8192 F/4096 F/;$s/8192$/4096/' twice.vmdk");
+    EXPECT_NE(made.open("twice.vmdk").source, nullptr);
+}
+
 TEST(Containers, ExpertWitnessNamesBadChunksAndMissingSegments)
 {
     const workshop made("ewfacquire");

@@ -173,6 +173,13 @@ TEST_F(Recyclebin, RechecksEachStatement)
     };
     EXPECT_EQ(recheck(row, bytes).status, 0);
     EXPECT_EQ(recheck("{}\n", bytes).status, 3);
+    // Nested too deep for any reader that calls itself.
+    const std::string begin = "\"recyclebin\":{", deep(200'000, '[');
+    std::string nested = row;
+    nested.insert(nested.find(begin) + begin.size(),
+                  "\"a\":" + deep + std::string(deep.size(), ']') + ",");
+    EXPECT_EQ(recheck(nested, bytes).status, 3);
+    EXPECT_EQ(run({"recheck", dir.path, dir / "on"}).status, 3);
 
     const json parsed = json::parse(row);
     const json &range = parsed["recyclebin"]["sightings"][0]["ranges"][0];

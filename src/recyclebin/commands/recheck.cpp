@@ -124,7 +124,9 @@ bool read_rows(row_list &rows, const std::string &path)
         complain(path + ", line " + std::to_string(rows.size()) + " " + problem);
         return false;
     }
-    return true;
+    if (!file.bad()) return true;
+    complain(path + " can't be read");
+    return false;
 }
 
 void write_findings(std::ostream &out, const written_row &row,
