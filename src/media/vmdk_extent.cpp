@@ -184,8 +184,9 @@ bool vmdk_extent::unpack_into(std::vector<u8> &grain, u64 offset, u64 place) con
         place += vmdk_grain_marker::size;
     }
     const std::vector<u8> packed = read_bytes(*m_file, place, packed_bytes);
-    grain.assign(m_grain_bytes, 0);
     const u64 wanted = std::min(m_grain_bytes, m_size - start);
+    if (packed.size() < wanted / max_inflation) return false;
+    grain.assign(wanted, 0);
     return inflate_block(grain, byte_view{packed}, deflate_form::zlib) >= wanted;
 }
 
