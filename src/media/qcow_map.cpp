@@ -113,7 +113,8 @@ u64 qcow_map::row_of(const kept_table &table, u64 number) const
     return count;
 }
 
-// What a missing or an empty table would list is passed over at once.
+// What a missing, an empty or the rest of a table that is cut off would list is passed
+// over at once.
 block_map::answer qcow_map::find(u64 offset) const
 {
     const u64 rest = m_size - offset;
@@ -126,6 +127,8 @@ block_map::answer qcow_map::find(u64 offset) const
     const u64 in_cluster = offset & (block_bytes() - 1);
     answer found{.bytes = std::min(rest, block_bytes() - in_cluster)};
     const u64 number = (offset >> m_cluster_bits) % entries_of_table();
+    const bool is_cut_off = number * qcow_entry::size >= table->bytes.size();
+    if (is_cut_off) return {.bytes = std::min(rest, span - offset % span)};
     const u64 entry = entry_of(table->bytes, number);
     if ((entry & qcow_entry::is_compressed) != 0) {
         found.what = holding::packed;
