@@ -112,7 +112,10 @@ unlocked_volume unlock_bitlocker(const byte_source_ptr &volume, const volume_key
     if (bde().get_size(opened->volume, &size, nullptr) != 1 || size > volume->size())
         return {nullptr, "its metadata states an impossible size"};
     return {std::make_shared<block_source>(
-                block_source::form{size, volume->stored_size(), block_bytes, {}},
+                block_source::form{.size = size,
+                                   .stored_size = volume->stored_size(),
+                                   .block_bytes = block_bytes,
+                                   .encrypted = volume},
                 [opened](u64 offset, std::span<u8> out) {
                     return opened->read(offset, out);
                 },

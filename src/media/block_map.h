@@ -35,9 +35,9 @@ public:
     };
     /// What the file holds at byte `offset` of the disk, which is before its end.
     virtual answer find(u64 offset) const = 0;
-    /// The compressed block with the byte at `offset`: its bytes up to the end of the
-    /// disk, followed by zeros. Empty if it can't be decoded. The view is valid until
-    /// the next call.
+    /// The compressed block with the byte at `offset`: its bytes at least up to the end
+    /// of the disk. Empty if it can't be decoded. The view is valid until the next
+    /// call.
     virtual std::span<const u8> unpack(u64 offset) const = 0;
 };
 

@@ -71,4 +71,13 @@ u64 block_source::unreadable() const
     return bytes;
 }
 
+unread_parts block_source::unreadable_in(u64 offset, u64 length) const
+{
+    unread_parts parts = m_faults->within(offset, length);
+    if (!m_form.encrypted) return parts;
+    add_unread(parts, *m_form.encrypted, offset, length, offset);
+    join_unread(parts);
+    return parts;
+}
+
 } // namespace hv

@@ -2,6 +2,7 @@
 
 #include "disk/hv_byte_source.h"
 #include "media/fault_list.h"
+#include "media/inflate.h"
 
 #include <array>
 #include <functional>
@@ -14,8 +15,7 @@ namespace hv {
 /// limits hostile structures mustn't limit a real disk that was compressed well.
 inline u64 most_stored_bytes(u64 stored, u64 size)
 {
-    constexpr u64 best_ratio = 1032; // of deflate
-    return stored > size / best_ratio ? size : stored * best_ratio;
+    return stored > size / max_inflation ? size : stored * max_inflation;
 }
 
 /// A disk that a library decodes, read in whole blocks. The last blocks are kept, so
@@ -34,6 +34,9 @@ public:
         u32 block_bytes = 0; ///< not 0
         /// What `read` reads from: what it can't deliver counts as unreadable.
         std::vector<byte_source_ptr> files = {};
+        /// Holds each byte of the disk at the offset that it has in the disk, as under
+        /// an encryption: what it can't deliver is missing here, and is counted by it.
+        byte_source_ptr encrypted = {};
     };
 
     /// A block that `read` fails on is zeros, and is noted in `faults`, which isn't
@@ -51,6 +54,7 @@ public:
     std::size_t read(u64 offset, std::span<u8> out) const override;
     u64 next_data(u64 offset) const override;
     u64 unreadable() const override;
+    unread_parts unreadable_in(u64 offset, u64 length) const override;
 
 private:
     struct kept_block {

@@ -264,7 +264,9 @@ opened_medium open_ewf(const std::string &path, container_kind kind)
     image->faults = faults;
     for (const std::string &text : missing) faults->add(text);
     medium.source = std::make_shared<block_source>(
-        block_source::form{size, most_stored_bytes(stored, size), chunk, {}},
+        block_source::form{.size = size,
+                           .stored_size = most_stored_bytes(stored, size),
+                           .block_bytes = chunk},
         [image](u64 offset, std::span<u8> out) { return image->read(offset, out); },
         faults);
     medium.description =

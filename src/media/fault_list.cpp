@@ -43,6 +43,20 @@ void fault_list::insert(std::map<u64, stretch>::iterator next, u64 begin, stretc
     m_stretches.emplace_hint(next, begin, std::move(bad));
 }
 
+unread_parts fault_list::within(u64 offset, u64 length) const
+{
+    unread_parts parts;
+    const u64 stop = offset + std::min(length, ~offset);
+    auto next = m_stretches.upper_bound(offset);
+    if (next != m_stretches.begin()) --next;
+    for (; next != m_stretches.end() && next->first < stop; ++next) {
+        const u64 begin = std::max(offset, next->first);
+        const u64 end = std::min(stop, next->second.end);
+        if (begin < end) parts.push_back({begin, end - begin});
+    }
+    return parts;
+}
+
 std::string fault_list::text_of(u64 begin, const stretch &bad) const
 {
     std::string text;

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "base/hv_types.h"
+#include "media/unread_parts.h"
 
 #include <map>
 #include <string>
@@ -27,6 +27,8 @@ public:
     void add(std::string text) { m_general.push_back(std::move(text)); }
 
     u64 bytes() const { return m_bytes; } ///< in stretches that were noted
+    /// What was noted of `length` bytes at `offset`, in order.
+    unread_parts within(u64 offset, u64 length) const;
     /// For a user, by offset: "chunk 17, bytes 0x88000 to 0x8ffff: wrong checksum".
     /// Neighbours with one reason are told as one; after some hundred, the rest is
     /// counted.

@@ -95,6 +95,14 @@ std::size_t layered_source::read(u64 offset, std::span<u8> out) const
     return out.size();
 }
 
+std::span<const u8> layered_source::view(u64 offset, std::size_t length) const
+{
+    if (offset >= m_size || length > m_size - offset) return {};
+    const piece row = find_row(offset, length);
+    if (row.file == nullptr || row.bytes < length) return {};
+    return row.file->view(row.place, length);
+}
+
 u64 layered_source::next_data(u64 offset) const
 {
     while (offset < m_size) {
@@ -122,6 +130,21 @@ u64 layered_source::unreadable() const
     u64 bytes = m_faults->bytes();
     for (const byte_source_ptr &file : m_files) bytes += file->unreadable();
     return bytes;
+}
+
+unread_parts layered_source::unreadable_in(u64 offset, u64 length) const
+{
+    if (offset >= m_size || unreadable() == 0) return {};
+    length = std::min(length, m_size - offset);
+    unread_parts parts = m_faults->within(offset, length);
+    for (u64 done = 0; done < length;) {
+        const piece row = find_row(offset + done, length - done);
+        if (row.file != nullptr)
+            add_unread(parts, *row.file, row.place, row.bytes, offset + done);
+        done += row.bytes;
+    }
+    join_unread(parts);
+    return parts;
 }
 
 } // namespace hv

@@ -34,8 +34,10 @@ public:
     u64 size() const override { return m_size; }
     u64 stored_size() const override;
     std::size_t read(u64 offset, std::span<u8> out) const override;
+    std::span<const u8> view(u64 offset, std::size_t length) const override;
     u64 next_data(u64 offset) const override;
     u64 unreadable() const override;
+    unread_parts unreadable_in(u64 offset, u64 length) const override;
 
 private:
     // Bytes of the disk that are read in one way.

@@ -9,6 +9,20 @@
 
 namespace hv {
 
+namespace {
+
+// Clusters that are looked up at once: more than one read takes of the usual size.
+constexpr u64 max_row = 32;
+
+// The entry as a number; zeros after the end of the table.
+u64 entry_of(const std::vector<u8> &table, u64 number)
+{
+    return __builtin_bswap64(
+        byte_view{table}.read_padded<u64>(number * qcow_entry::size));
+}
+
+} // namespace
+
 qcow_facts read_qcow_facts(const byte_source &file)
 {
     using namespace qcow_header;
@@ -56,9 +70,7 @@ std::shared_ptr<const qcow_map> qcow_map::open(byte_source_ptr file)
 u64 qcow_map::table_place(u64 offset) const
 {
     const u64 table = (offset >> m_cluster_bits) / entries_of_table();
-    return big_endian(byte_view{m_directory}, table * qcow_entry::size,
-                      qcow_entry::size) &
-           qcow_entry::offset_mask;
+    return entry_of(m_directory, table) & qcow_entry::offset_mask;
 }
 
 // Of those that aren't cut off with the file.
@@ -93,28 +105,49 @@ u64 qcow_map::cluster_entry(u64 offset) const
 {
     const u64 place = table_place(offset);
     if (place == 0) return 0;
-    return big_endian(byte_view{table_at(place).bytes},
-                      (offset >> m_cluster_bits) % entries_of_table() *
-                          qcow_entry::size,
-                      qcow_entry::size);
+    return entry_of(table_at(place).bytes,
+                    (offset >> m_cluster_bits) % entries_of_table());
 }
 
-// What a missing or an empty table would list is passed over at once.
+// How many clusters from this one on are read in one way: each is after the one before
+// it in the file, or all of them are holes.
+u64 qcow_map::row_of(const kept_table &table, u64 number) const
+{
+    const u64 facts = qcow_entry::offset_mask | qcow_entry::is_compressed |
+                      (m_knows_zeros ? qcow_entry::is_zero : 0);
+    const u64 first = entry_of(table.bytes, number) & facts;
+    const bool is_plain = (first & qcow_entry::offset_mask) == first && first != 0;
+    const u64 step = is_plain ? block_bytes() : 0;
+    const u64 last = std::min(entries_of_table() - number, max_row);
+    u64 count = 1;
+    while (count < last &&
+           (entry_of(table.bytes, number + count) & facts) == first + count * step)
+        ++count;
+    return count;
+}
+
+// What a missing, an empty or the rest of a table that is cut off would list is passed
+// over at once.
 block_map::answer qcow_map::find(u64 offset) const
 {
     const u64 rest = m_size - offset;
     const u64 span = block_bytes() * entries_of_table();
     const u64 place = table_place(offset);
     if (offset / span >= m_directory.size() / qcow_entry::size) return {.bytes = rest};
-    if (place == 0 || table_at(place).is_empty)
+    const kept_table *table = place == 0 ? nullptr : &table_at(place);
+    if (table == nullptr || table->is_empty)
         return {.bytes = std::min(rest, span - offset % span)};
     const u64 in_cluster = offset & (block_bytes() - 1);
     answer found{.bytes = std::min(rest, block_bytes() - in_cluster)};
-    const u64 entry = cluster_entry(offset);
+    const u64 number = (offset >> m_cluster_bits) % entries_of_table();
+    const bool is_cut_off = number * qcow_entry::size >= table->bytes.size();
+    if (is_cut_off) return {.bytes = std::min(rest, span - offset % span)};
+    const u64 entry = entry_of(table->bytes, number);
     if ((entry & qcow_entry::is_compressed) != 0) {
         found.what = holding::packed;
         return found;
     }
+    found.bytes = std::min(rest, row_of(*table, number) * block_bytes() - in_cluster);
     found.place = (entry & qcow_entry::offset_mask) + in_cluster;
     if (m_knows_zeros && (entry & qcow_entry::is_zero) != 0)
         found.what = holding::zeros;
@@ -157,6 +190,7 @@ std::span<const u8> qcow_map::unpack(u64 offset) const
     const u64 bytes =
         sectors * qcow_entry::packed_unit - place % qcow_entry::packed_unit;
     const std::vector<u8> packed = read_bytes(*m_file, place, bytes);
+    if (packed.size() < block_bytes() / max_inflation) return {};
     m_cluster.assign(block_bytes(), 0);
     if (inflate_block(m_cluster, byte_view{packed}, deflate_form::raw) !=
         m_cluster.size())

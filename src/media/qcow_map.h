@@ -42,6 +42,7 @@ private:
     };
     u64 table_place(u64 offset) const;
     const kept_table &table_at(u64 place) const;
+    u64 row_of(const kept_table &table, u64 number) const;
     u64 cluster_entry(u64 offset) const;
     u64 entries_of_table() const;
     u64 packed_place(u64 offset) const;

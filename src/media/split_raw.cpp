@@ -112,11 +112,10 @@ opened_medium join(const std::vector<part> &parts)
             return unopened("its parts make up an impossible size");
         if (each.file) medium.files.push_back(each.path);
         if (is_last || size >= usual) continue;
-        disk->append(nullptr, 0, usual - size);
+        disk->append_missing(usual - size);
         faults->add(begin + size, begin + usual,
                     each.path + (each.file ? " is shorter than the first part"
                                            : " is missing"));
-        disk->count_missing(usual - size);
     }
     medium.source = disk;
     medium.details = {std::to_string(parts.size()) + " parts"};

@@ -11,8 +11,17 @@ bool stitched_source::append(byte_source_ptr from, u64 offset, u64 length)
     if (length == 0) return true;
     if (from && std::ranges::find(m_sources, from) == m_sources.end())
         m_sources.push_back(from);
-    m_stretches.push_back({m_size, length, std::move(from), offset});
+    m_stretches.push_back(
+        {.begin = m_size, .length = length, .from = std::move(from), .offset = offset});
     m_size = size;
+    return true;
+}
+
+bool stitched_source::append_missing(u64 length)
+{
+    if (!append(nullptr, 0, length)) return false;
+    if (length != 0) m_stretches.back().is_missing = true;
+    m_missing += length;
     return true;
 }
 
@@ -43,6 +52,15 @@ std::size_t stitched_source::read(u64 offset, std::span<u8> out) const
     return out.size();
 }
 
+std::span<const u8> stitched_source::view(u64 offset, std::size_t length) const
+{
+    if (offset >= m_size) return {};
+    const stretch &from = m_stretches[find(offset)];
+    const u64 skipped = offset - from.begin;
+    if (!from.from || length > from.length - skipped) return {};
+    return from.from->view(from.offset + skipped, length);
+}
+
 u64 stitched_source::next_data(u64 offset) const
 {
     if (offset >= m_size) return m_size;
@@ -69,6 +87,25 @@ u64 stitched_source::unreadable() const
     u64 bytes = m_missing;
     for (const byte_source_ptr &source : m_sources) bytes += source->unreadable();
     return bytes;
+}
+
+unread_parts stitched_source::unreadable_in(u64 offset, u64 length) const
+{
+    unread_parts parts;
+    if (offset >= m_size || unreadable() == 0) return parts;
+    length = std::min(length, m_size - offset);
+    std::size_t number = find(offset);
+    for (u64 done = 0; done < length; ++number) {
+        const stretch &from = m_stretches[number];
+        const u64 skipped = offset + done - from.begin;
+        const u64 count = std::min(length - done, from.length - skipped);
+        if (from.is_missing)
+            parts.push_back({offset + done, count});
+        else if (from.from)
+            add_unread(parts, *from.from, from.offset + skipped, count, offset + done);
+        done += count;
+    }
+    return parts;
 }
 
 } // namespace hv

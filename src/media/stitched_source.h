@@ -1,8 +1,6 @@
 #pragma once
 
-#include "disk/hv_byte_source.h"
-
-#include <vector>
+#include "media/unread_parts.h"
 
 namespace hv {
 
@@ -13,14 +11,16 @@ public:
     /// Appends `length` bytes that `from` has at `offset`. Where it has fewer, or is
     /// null, they are zeros. False, with nothing appended, if the size would wrap.
     bool append(byte_source_ptr from, u64 offset, u64 length);
-    /// Counts a stretch that was appended without a source as unreadable.
-    void count_missing(u64 bytes) { m_missing += bytes; }
+    /// Appends zeros in the place of bytes that are missing: they count as unreadable.
+    bool append_missing(u64 length);
 
     u64 size() const override { return m_size; }
     u64 stored_size() const override;
     std::size_t read(u64 offset, std::span<u8> out) const override;
+    std::span<const u8> view(u64 offset, std::size_t length) const override;
     u64 next_data(u64 offset) const override;
     u64 unreadable() const override;
+    unread_parts unreadable_in(u64 offset, u64 length) const override;
 
 private:
     struct stretch {
@@ -28,6 +28,7 @@ private:
         u64 length = 0;
         byte_source_ptr from; ///< null: zeros
         u64 offset = 0;       ///< in `from`
+        bool is_missing = false;
     };
     std::size_t find(u64 offset) const;
 

@@ -153,11 +153,12 @@ vmdk_extent::answer vmdk_extent::find(u64 offset) const
     if (number >= m_directory.size()) return {.bytes = rest};
     if (m_directory[number] == 0 || table(number).is_empty)
         return {.bytes = std::min(rest, span - offset % span)};
+    const std::vector<u32> &grains = table(number).entries;
     const u64 entry = offset % span / m_grain_bytes;
+    if (entry >= grains.size()) return {.bytes = std::min(rest, span - offset % span)};
     const u64 in_grain = offset % m_grain_bytes;
     answer found{.bytes = std::min(rest, m_grain_bytes - in_grain)};
-    const std::vector<u32> &grains = table(number).entries;
-    const u32 sector = entry < grains.size() ? grains[entry] : 0;
+    const u32 sector = grains[entry];
     if (sector == 0) return found;
     found.what = sector == vmdk_zero_grain ? holding::zeros
                  : m_packed                ? holding::packed
@@ -168,17 +169,16 @@ vmdk_extent::answer vmdk_extent::find(u64 offset) const
 
 std::span<const u8> vmdk_extent::unpack(u64 offset) const
 {
-    const u64 place = find(offset).place;
-    if (m_grain_place == place) return m_grain;
-    m_grain_place = ~u64{0};
-    if (!unpack_into(m_grain, offset, place)) return {};
-    m_grain_place = place;
+    const u64 start = offset - offset % m_grain_bytes;
+    if (m_grain_start == start) return m_grain;
+    m_grain_start = ~u64{0};
+    if (!unpack_into(m_grain, start, find(offset).place)) return {};
+    m_grain_start = start;
     return m_grain;
 }
 
-bool vmdk_extent::unpack_into(std::vector<u8> &grain, u64 offset, u64 place) const
+bool vmdk_extent::unpack_into(std::vector<u8> &grain, u64 start, u64 place) const
 {
-    const u64 start = offset - offset % m_grain_bytes;
     u64 packed_bytes = 2 * m_grain_bytes;
     if (m_has_markers) {
         const std::vector<u8> bytes =
@@ -194,8 +194,9 @@ bool vmdk_extent::unpack_into(std::vector<u8> &grain, u64 offset, u64 place) con
         place += vmdk_grain_marker::size;
     }
     const std::vector<u8> packed = read_bytes(*m_file, place, packed_bytes);
-    grain.assign(m_grain_bytes, 0);
     const u64 wanted = std::min(m_grain_bytes, m_size - start);
+    if (packed.size() < wanted / max_inflation) return false;
+    grain.assign(wanted, 0);
     return inflate_block(grain, byte_view{packed}, deflate_form::zlib) >= wanted;
 }
 

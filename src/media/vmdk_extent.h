@@ -41,7 +41,7 @@ private:
     bool set_sizes(u64 sectors, u64 grain_sectors, u64 entries);
     void read_directory(u64 sector, u64 max_entries);
     const kept_table &table(u64 number) const;
-    bool unpack_into(std::vector<u8> &grain, u64 offset, u64 place) const;
+    bool unpack_into(std::vector<u8> &grain, u64 start, u64 place) const;
 
     byte_source_ptr m_file;
     vmdk_descriptor m_descriptor;
@@ -53,7 +53,7 @@ private:
     std::vector<u32> m_directory; ///< sector of each table; 0: there is none
     mutable std::array<kept_table, 64> m_tables;
     mutable std::vector<u8> m_grain;
-    mutable u64 m_grain_place = ~u64{0}; ///< of `m_grain`
+    mutable u64 m_grain_start = ~u64{0}; ///< of `m_grain`, in the extent
 };
 
 } // namespace hv

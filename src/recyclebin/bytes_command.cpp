@@ -6,10 +6,17 @@
 
 namespace hv {
 
-std::string bytes_command(const sighting &seen, const std::string &medium,
-                          bool is_plain_file)
+std::string_view key_comment(bytes_access access)
 {
-    if (!seen.file.empty() || is_plain_file)
+    return access == bytes_access::unlocked
+               ? " # with --recovery-key or --password-file"
+               : "";
+}
+
+std::string bytes_command(const sighting &seen, const std::string &medium,
+                          bytes_access access)
+{
+    if (!seen.file.empty() || access == bytes_access::plain_file)
         return check_command(seen.file.empty() ? medium : seen.file, seen.ranges);
     std::string text;
     for (const byte_range &range : seen.ranges) {
@@ -20,7 +27,8 @@ std::string bytes_command(const sighting &seen, const std::string &medium,
         text += (text.empty() ? "" : "; ") +
                 ("recyclebin bytes " + shell_quoted(medium)) + numbers;
     }
-    return seen.ranges.size() == 1 ? text + " | xxd" : "{ " + text + "; } | xxd";
+    text = seen.ranges.size() == 1 ? text + " | xxd" : "{ " + text + "; } | xxd";
+    return text.append(key_comment(access));
 }
 
 } // namespace hv

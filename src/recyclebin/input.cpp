@@ -87,9 +87,16 @@ std::vector<std::string> opened_input::unlock(const volume_keys &keys)
     if (result.source == m_source.source) return result.problems;
     m_source.source = result.source;
     m_source.is_plain_file = false;
+    m_is_unlocked = true;
     m_source.details.insert(m_source.details.end(), result.unlocked.begin(),
                             result.unlocked.end());
     return result.problems;
+}
+
+bytes_access opened_input::access() const
+{
+    if (m_is_unlocked) return bytes_access::unlocked;
+    return m_source.is_plain_file ? bytes_access::plain_file : bytes_access::container;
 }
 
 std::string opened_input::folder() const

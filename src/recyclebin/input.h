@@ -4,6 +4,7 @@
 #include "evidence/examine_files.h"
 #include "evidence/unlock_volumes.h"
 #include "media/open_medium.h"
+#include "recyclebin/bytes_command.h"
 
 #include <string>
 
@@ -33,6 +34,7 @@ public:
 
     input_kind kind() const { return m_kind; }
     const opened_medium &source() const { return m_source; }
+    bytes_access access() const;
     /// Where `sighting::file` begins; empty for a medium and a copy of an $MFT.
     std::string folder() const;
     /// Whether writing to this path would change what is examined.
@@ -46,6 +48,7 @@ private:
     std::string m_path;
     input_kind m_kind = input_kind::medium;
     opened_medium m_source;
+    bool m_is_unlocked = false;
     std::shared_ptr<unread_list> m_unread = std::make_shared<unread_list>();
 };
 

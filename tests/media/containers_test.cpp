@@ -42,6 +42,15 @@ bool has_tool(const std::string &name)
     return std::system(("command -v " + name + " >/dev/null").c_str()) == 0;
 }
 
+// What is known not to have been read, as "offset+length" of each stretch.
+std::string unread_of(const byte_source &source)
+{
+    std::string text;
+    for (const auto &part : source.unreadable_in(1, source.size() - 1))
+        text += std::to_string(part.offset) + "+" + std::to_string(part.length) + " ";
+    return text;
+}
+
 // A folder with the disk in it, in which shell commands make containers of it.
 struct workshop {
     temp_dir dir;
@@ -108,6 +117,8 @@ TEST(Containers, GiveTheDiskOrSayWhatIsMissing)
         const bool is_same = read_all(*cut.source) == made.disk;
         const bool is_told = !cut.faults().empty() || cut.source->unreadable() > 0;
         EXPECT_TRUE(is_same || is_told || cut.source->size() < made.disk.size())
+            << file;
+        EXPECT_EQ(unread_of(*cut.source).empty(), cut.source->unreadable() == 0)
             << file;
         made.run("rm " + std::string(file));
     }
@@ -181,6 +192,60 @@ TEST(Containers, RefuseTablesThatNameTheSameBytesOverAndOver)
     EXPECT_NE(made.open("twice.vmdk").source, nullptr);
 }
 
+// Sets a number of the footer of a VHD and of its copy, or of the header that follows
+// the copy, and the sum over all other bytes.
+void poke_vhd(std::string &file, std::size_t at, const std::string &value)
+{
+    const auto poke = [&](std::size_t base, std::size_t size, std::size_t sum_at) {
+        if (at < base || at >= base + size) return;
+        file.replace(at, value.size(), value);
+        u32 sum = 0;
+        for (std::size_t i = 0; i < size; ++i)
+            if (i < sum_at || i >= sum_at + 4) sum += static_cast<u8>(file[base + i]);
+        for (std::size_t i = 0; i < 4; ++i)
+            file[base + sum_at + i] = static_cast<char>(~sum >> (24 - 8 * i));
+    };
+    poke(0, 512, 64);
+    poke(512, 1024, 36);
+    file.replace(file.size() - 512, 512, file.substr(0, 512));
+}
+
+// No tool here makes differencing disks, so one is made of a disk that grows.
+TEST(Containers, VhdOverItsParent)
+{
+    const workshop made("qemu-io");
+    made.run("qemu-img convert -O vpc -o force_size=on disk.raw parent.vhd && "
+             "qemu-img create -f vpc -o force_size=on child.vhd 4M && "
+             "qemu-io -f vpc -c 'write -P 65 1M 70144' child.vhd");
+    std::string child = file_bytes(made.dir / "child.vhd");
+    const std::string parent_id = file_bytes(made.dir / "parent.vhd").substr(68, 16);
+    poke_vhd(child, 60, std::string("\0\0\0\4", 4)); // it differs
+    poke_vhd(child, 512 + 40, parent_id);
+    // Of its first block it has 137 sectors only. The bitmap is a sector before it.
+    const u64 table = 1536;
+    const std::size_t bitmap = 512 * (static_cast<u8>(child[table + 2]) * 256U +
+                                      static_cast<u8>(child[table + 3]));
+    for (std::size_t at = 0; at < 512; ++at)
+        child[bitmap + at] = at < 256 || at > 273 ? '\0' : at < 273 ? '\xFF' : '\x80';
+    std::string name;
+    for (const char c : std::string("C:\\x\\parent.vhd")) name += {'\0', c};
+    poke_vhd(child, 512 + 64, name);
+    made.dir.write_file("child.vhd", child);
+
+    const opened_medium medium = made.open("child.vhd");
+    ASSERT_NE(medium.source, nullptr) << medium.problem;
+    std::string expected = made.disk;
+    expected.replace(1 << 20, 70'144, 70'144, 'A');
+    EXPECT_TRUE(read_all(*medium.source) == expected);
+    EXPECT_EQ(medium.files.size(), 2u);
+
+    made.run("qemu-img convert -O vpc -o force_size=on disk.raw parent.vhd");
+    EXPECT_NE(made.open("child.vhd").problem.find("isn't the disk"), std::string::npos);
+    made.run("rm parent.vhd");
+    EXPECT_NE(made.open("child.vhd").problem.find("parent.vhd\" can't be opened"),
+              std::string::npos);
+}
+
 TEST(Containers, ExpertWitnessNamesBadChunksAndMissingSegments)
 {
     const workshop made("ewfacquire");
@@ -198,6 +263,7 @@ TEST(Containers, ExpertWitnessNamesBadChunksAndMissingSegments)
     const opened_medium flipped = made.open("none.E02");
     const std::string bytes = read_all(*flipped.source);
     EXPECT_EQ(flipped.source->unreadable(), 32'768u);
+    EXPECT_EQ(unread_of(*flipped.source), "688128+32768 ");
     ASSERT_EQ(flipped.faults().size(), 1u);
     EXPECT_EQ(flipped.faults()[0],
               "chunk 21, bytes 0xa8000 to 0xaffff: wrong checksum");
@@ -226,6 +292,7 @@ TEST(Containers, JoinPartsAndSayWhatIsMissing)
     const std::string bytes = read_all(*medium.source);
     EXPECT_EQ(bytes.substr(3'000'000), disk.substr(3'000'000));
     EXPECT_EQ(medium.source->unreadable(), 1'100'000u);
+    EXPECT_EQ(unread_of(*medium.source), "1000000+1000000 2900000+100000 ");
     EXPECT_EQ(medium.faults().size(), 2u);
 
     // A lone file with such an ending is no part.

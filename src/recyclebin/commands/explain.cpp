@@ -71,8 +71,8 @@ void write_proof(std::ostream &out, const sighting &seen, const run_context &con
     out << "     sha256 " << sum.finish() << '\n';
     if (seen.ranges.size() <= max_commands)
         out << "     check it yourself: "
-            << escaped(std::string_view(bytes_command(
-                   seen, context.line.medium, context.input.source().is_plain_file)))
+            << escaped(std::string_view(
+                   bytes_command(seen, context.line.medium, context.input.access())))
             << '\n';
 }
 

@@ -39,7 +39,7 @@ exit_status run_list(const std::vector<std::ostream *> &outs,
     }
     const opened_medium &source = context.input.source();
     const listing told{context.found,       context.selected(), *context.medium,
-                       context.line.medium, source.description, source.is_plain_file,
+                       context.line.medium, source.description, context.input.access(),
                        context.line.carve};
     for (std::size_t at = 0; at < outs.size(); ++at) {
         const form &how = *context.line.outputs[at].how;

@@ -2,6 +2,7 @@
 
 #include "disk/hv_byte_source.h"
 #include "evidence/deletion.h"
+#include "recyclebin/bytes_command.h"
 
 #include <ostream>
 #include <span>
@@ -19,8 +20,8 @@ struct listing {
     const byte_source &medium;
     std::string medium_name;      ///< as the user named it; not escaped
     std::string medium_kind = {}; ///< for people: "raw image"
-    bool is_plain_file = true;    ///< an offset in the medium is one in the named file
-    bool is_carved = false;       ///< free clusters were searched, too
+    bytes_access access = bytes_access::plain_file;
+    bool is_carved = false; ///< free clusters were searched, too
 };
 
 /// What a user asks of forms. Each has a meaning in some of them only.

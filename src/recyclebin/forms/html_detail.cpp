@@ -116,8 +116,7 @@ void add_proof(fact_list &facts, const sighting &seen, const listing &told)
         facts.add("Proved by bytes", ranges_text(seen.ranges, max_ranges));
     facts.add("SHA-256 of these", sha256_of_proof(told.medium, seen));
     if (seen.ranges.empty() || seen.ranges.size() > max_commands) return;
-    const std::string command =
-        bytes_command(seen, told.medium_name, told.is_plain_file);
+    const std::string command = bytes_command(seen, told.medium_name, told.access);
     facts.add_html("Shown by", "<code>" +
                                    evidence_html(escaped(std::string_view(command))) +
                                    "</code>");
@@ -176,7 +175,8 @@ void write_conclusions(std::ostream &out, const deletion &item, const listing &t
                            "</strong>");
     add_members(facts, item.members);
     const std::string command = "recyclebin explain " + shell_quoted(told.medium_name) +
-                                " " + item.id + (told.is_carved ? " --carve" : "");
+                                " " + item.id + (told.is_carved ? " --carve" : "") +
+                                std::string(key_comment(told.access));
     facts.add_html("Explained by",
                    "<code>" + evidence_html(escaped(std::string_view(command))) +
                        "</code>");
