@@ -208,10 +208,10 @@ void user_names::name_users(examination &out) const
     for (const found_hive &hive : in_order()) {
         if (wanted.empty() || damaged == max_damaged) break;
         names_by_sid names;
-        const std::string problem = can_read_hives()
-                                        ? read_hive(names, hive, budget)
-                                        : "this program was built without libregf "
-                                          "(Debian's libregf-dev and libbfio-dev)";
+        const std::string problem =
+            can_read_hives() ? read_hive(names, hive, budget)
+                             : "libregf is missing (Debian's libregf1; to build "
+                               "the program, libregf-dev and libbfio-dev)";
         if (!problem.empty() && damaged++ == 0)
             first_problem = "no names of users from " + hive.text() + ": " + problem;
         for (const auto &[sid, name] : names)

@@ -147,7 +147,7 @@ bool ended_well(pid_t process)
 
 bool can_read_hives()
 {
-    return true;
+    return has_regf_library();
 }
 
 bool read_names(names_by_sid &out, hive_kind kind, std::span<const u8> hive)

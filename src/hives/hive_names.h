@@ -19,7 +19,7 @@ enum class hive_kind {
     profiles  ///< "SOFTWARE": the folders of all who logged on, such as "C:\Users\ada"
 };
 
-/// Whether this build can read hives: libregf is optional.
+/// Whether hives can be read: libregf is optional, in the build and on the machine.
 bool can_read_hives();
 
 /// When a hive was last written, a FILETIME; 0 for bytes that are no hive.

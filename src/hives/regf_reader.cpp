@@ -1,6 +1,7 @@
 #include "hives/regf_reader.h"
 
 #include "base/hv_byte_view.h"
+#include "media/shared_object.h"
 
 #include <algorithm>
 #include <libbfio.h>
@@ -13,14 +14,57 @@ namespace hv {
 
 namespace {
 
+// A name that is declared can't be in parentheses.
+// NOLINTBEGIN(bugprone-macro-parentheses)
+#define LIBRARY_FUNCTION(name)                                                         \
+    decltype(&::name) name = library.function<decltype(&::name)>(#name)
+// NOLINTEND(bugprone-macro-parentheses)
+
+struct regf_library {
+    shared_object library{"libregf.so.1"};
+    LIBRARY_FUNCTION(libbfio_handle_free);
+    LIBRARY_FUNCTION(libbfio_memory_range_initialize);
+    LIBRARY_FUNCTION(libbfio_memory_range_set);
+    LIBRARY_FUNCTION(libregf_file_free);
+    LIBRARY_FUNCTION(libregf_file_get_root_key);
+    LIBRARY_FUNCTION(libregf_file_initialize);
+    LIBRARY_FUNCTION(libregf_file_open_file_io_handle);
+    LIBRARY_FUNCTION(libregf_get_access_flags_read);
+    LIBRARY_FUNCTION(libregf_key_free);
+    LIBRARY_FUNCTION(libregf_key_get_number_of_sub_keys);
+    LIBRARY_FUNCTION(libregf_key_get_sub_key);
+    LIBRARY_FUNCTION(libregf_key_get_sub_key_by_utf8_path);
+    LIBRARY_FUNCTION(libregf_key_get_utf16_name);
+    LIBRARY_FUNCTION(libregf_key_get_utf16_name_size);
+    LIBRARY_FUNCTION(libregf_key_get_value_by_utf8_name);
+    LIBRARY_FUNCTION(libregf_value_free);
+    LIBRARY_FUNCTION(libregf_value_get_value_data);
+    LIBRARY_FUNCTION(libregf_value_get_value_data_size);
+    LIBRARY_FUNCTION(libregf_value_get_value_type);
+};
+
+#undef LIBRARY_FUNCTION
+
+const regf_library &regf()
+{
+    static const regf_library loaded;
+    return loaded;
+}
+
 // Objects of the library, each with the function that frees it.
 template <auto Free> struct freed {
-    template <class T> void operator()(T *object) const { Free(&object, nullptr); }
+    template <class T> void operator()(T *object) const
+    {
+        (regf().*Free)(&object, nullptr);
+    }
 };
-using key_ptr = std::unique_ptr<libregf_key_t, freed<libregf_key_free>>;
-using value_ptr = std::unique_ptr<libregf_value_t, freed<libregf_value_free>>;
-using file_ptr = std::unique_ptr<libregf_file_t, freed<libregf_file_free>>;
-using bytes_ptr = std::unique_ptr<libbfio_handle_t, freed<libbfio_handle_free>>;
+using key_ptr = std::unique_ptr<libregf_key_t, freed<&regf_library::libregf_key_free>>;
+using value_ptr =
+    std::unique_ptr<libregf_value_t, freed<&regf_library::libregf_value_free>>;
+using file_ptr =
+    std::unique_ptr<libregf_file_t, freed<&regf_library::libregf_file_free>>;
+using bytes_ptr =
+    std::unique_ptr<libbfio_handle_t, freed<&regf_library::libbfio_handle_free>>;
 
 std::vector<u8> bytes_of(std::string_view text)
 {
@@ -30,22 +74,22 @@ std::vector<u8> bytes_of(std::string_view text)
 key_ptr key_at(libregf_key_t *key, std::string_view path)
 {
     libregf_key_t *found = nullptr;
-    libregf_key_get_sub_key_by_utf8_path(key, bytes_of(path).data(), path.size(),
-                                         &found, nullptr);
+    regf().libregf_key_get_sub_key_by_utf8_path(key, bytes_of(path).data(), path.size(),
+                                                &found, nullptr);
     return key_ptr(found);
 }
 
 key_ptr child_at(libregf_key_t *key, int index)
 {
     libregf_key_t *found = nullptr;
-    libregf_key_get_sub_key(key, index, &found, nullptr);
+    regf().libregf_key_get_sub_key(key, index, &found, nullptr);
     return key_ptr(found);
 }
 
 int child_count(libregf_key_t *key)
 {
     int count = 0;
-    libregf_key_get_number_of_sub_keys(key, &count, nullptr);
+    regf().libregf_key_get_number_of_sub_keys(key, &count, nullptr);
     return std::min(count, max_hive_names);
 }
 
@@ -58,9 +102,10 @@ std::u16string without_zero(const std::vector<u16> &units)
 std::u16string name_of(libregf_key_t *key)
 {
     std::size_t size = 0;
-    if (libregf_key_get_utf16_name_size(key, &size, nullptr) != 1) return {};
+    if (regf().libregf_key_get_utf16_name_size(key, &size, nullptr) != 1) return {};
     std::vector<u16> units(size);
-    if (libregf_key_get_utf16_name(key, units.data(), size, nullptr) != 1) return {};
+    if (regf().libregf_key_get_utf16_name(key, units.data(), size, nullptr) != 1)
+        return {};
     return without_zero(units);
 }
 
@@ -68,9 +113,9 @@ std::u16string name_of(libregf_key_t *key)
 value_ptr value_of(libregf_key_t *key, std::string_view name)
 {
     libregf_value_t *found = nullptr;
-    libregf_key_get_value_by_utf8_name(key,
-                                       name.empty() ? nullptr : bytes_of(name).data(),
-                                       name.size(), &found, nullptr);
+    regf().libregf_key_get_value_by_utf8_name(
+        key, name.empty() ? nullptr : bytes_of(name).data(), name.size(), &found,
+        nullptr);
     return value_ptr(found);
 }
 
@@ -78,10 +123,10 @@ std::vector<u8> data_of(libregf_value_t *value)
 {
     std::size_t size = 0;
     if (value == nullptr ||
-        libregf_value_get_value_data_size(value, &size, nullptr) != 1)
+        regf().libregf_value_get_value_data_size(value, &size, nullptr) != 1)
         return {};
     std::vector<u8> bytes(size);
-    if (libregf_value_get_value_data(value, bytes.data(), size, nullptr) != 1)
+    if (regf().libregf_value_get_value_data(value, bytes.data(), size, nullptr) != 1)
         return {};
     return bytes;
 }
@@ -115,7 +160,8 @@ bool read_accounts(names_by_sid &out, libregf_key_t *root)
         if (!user) continue;
         const value_ptr value = value_of(user.get(), {});
         u32 number = 0;
-        if (value && libregf_value_get_value_type(value.get(), &number, nullptr) == 1 &&
+        if (value &&
+            regf().libregf_value_get_value_type(value.get(), &number, nullptr) == 1 &&
             number != 0)
             out.try_emplace(computer + "-" + std::to_string(number),
                             name_of(user.get()));
@@ -154,24 +200,31 @@ bool read_profiles(names_by_sid &out, libregf_key_t *root)
 
 } // namespace
 
+bool has_regf_library()
+{
+    return regf().library.is_complete();
+}
+
 bool read_regf_names(names_by_sid &out, hive_kind kind, std::span<const u8> hive)
 {
+    if (!has_regf_library()) return false;
     libbfio_handle_t *new_bytes = nullptr;
     libregf_file_t *new_file = nullptr;
     libregf_key_t *new_root = nullptr;
-    libbfio_memory_range_initialize(&new_bytes, nullptr);
+    regf().libbfio_memory_range_initialize(&new_bytes, nullptr);
     const bytes_ptr bytes(new_bytes);
-    libregf_file_initialize(&new_file, nullptr);
+    regf().libregf_file_initialize(&new_file, nullptr);
     const file_ptr file(new_file);
     // The library takes a pointer to bytes that it might write; opened for reading, it
     // doesn't.
     if (!bytes || !file ||
-        libbfio_memory_range_set(bytes.get(), const_cast<u8 *>(hive.data()),
-                                 hive.size(), nullptr) != 1 ||
-        libregf_file_open_file_io_handle(file.get(), bytes.get(),
-                                         libregf_get_access_flags_read(), nullptr) != 1)
+        regf().libbfio_memory_range_set(bytes.get(), const_cast<u8 *>(hive.data()),
+                                        hive.size(), nullptr) != 1 ||
+        regf().libregf_file_open_file_io_handle(file.get(), bytes.get(),
+                                                regf().libregf_get_access_flags_read(),
+                                                nullptr) != 1)
         return false;
-    libregf_file_get_root_key(file.get(), &new_root, nullptr);
+    regf().libregf_file_get_root_key(file.get(), &new_root, nullptr);
     const key_ptr root(new_root);
     if (!root) return false;
     return kind == hive_kind::accounts ? read_accounts(out, root.get())
