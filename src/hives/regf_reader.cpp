@@ -17,11 +17,11 @@ namespace {
 // A name that is declared can't be in parentheses.
 // NOLINTBEGIN(bugprone-macro-parentheses)
 #define LIBRARY_FUNCTION(name)                                                         \
-    decltype(&::name) name = library.function<decltype(&::name)>(#name)
+    decltype(&::name) name = loaded.function<decltype(&::name)>(#name)
 // NOLINTEND(bugprone-macro-parentheses)
 
 struct regf_library {
-    shared_object library{"libregf.so.1"};
+    shared_object loaded{"libregf.so.1"};
     LIBRARY_FUNCTION(libbfio_handle_free);
     LIBRARY_FUNCTION(libbfio_memory_range_initialize);
     LIBRARY_FUNCTION(libbfio_memory_range_set);
@@ -202,7 +202,7 @@ bool read_profiles(names_by_sid &out, libregf_key_t *root)
 
 bool has_regf_library()
 {
-    return regf().library.is_complete();
+    return regf().loaded.is_complete();
 }
 
 bool read_regf_names(names_by_sid &out, hive_kind kind, std::span<const u8> hive)

@@ -23,11 +23,11 @@ constexpr u32 block_bytes = u32{64} << 10;
 // NOLINTBEGIN(bugprone-macro-parentheses)
 #define LIBRARY_FUNCTION(name)                                                         \
     decltype(&::libbde_volume_##name) name =                                           \
-        library.function<decltype(&::libbde_volume_##name)>("libbde_volume_" #name)
+        loaded.function<decltype(&::libbde_volume_##name)>("libbde_volume_" #name)
 // NOLINTEND(bugprone-macro-parentheses)
 
 struct bde_library {
-    shared_object library{"libbde.so.1"};
+    shared_object loaded{"libbde.so.1"};
     LIBRARY_FUNCTION(initialize);
     LIBRARY_FUNCTION(free);
     LIBRARY_FUNCTION(set_utf8_recovery_password);
@@ -70,7 +70,7 @@ std::vector<u8> bytes_of(const std::string &text)
 
 std::string open_volume::open(byte_source_ptr bytes, const volume_keys &keys)
 {
-    handle = make_bfio_handle(bde().library, std::move(bytes));
+    handle = make_bfio_handle(bde().loaded, std::move(bytes));
     if (!handle || bde().initialize(&volume, nullptr) != 1)
         return "not enough memory to unlock it";
     if (!keys.recovery_key.empty() &&
@@ -103,7 +103,7 @@ bool open_volume::read(u64 offset, std::span<u8> out) const
 
 unlocked_volume unlock_bitlocker(const byte_source_ptr &volume, const volume_keys &keys)
 {
-    if (!bde().library.is_complete())
+    if (!bde().loaded.is_complete())
         return {nullptr, package_problem("BitLocker volumes", "libbde1")};
     const auto opened = std::make_shared<open_volume>();
     const std::string problem = opened->open(volume, keys);

@@ -23,11 +23,11 @@ namespace {
 // NOLINTBEGIN(bugprone-macro-parentheses)
 #define LIBRARY_FUNCTION(name)                                                         \
     decltype(&::libewf_##name) name =                                                  \
-        library.function<decltype(&::libewf_##name)>("libewf_" #name)
+        loaded.function<decltype(&::libewf_##name)>("libewf_" #name)
 // NOLINTEND(bugprone-macro-parentheses)
 
 struct ewf_library {
-    shared_object library{"libewf.so.2"};
+    shared_object loaded{"libewf.so.2"};
     LIBRARY_FUNCTION(glob);
     LIBRARY_FUNCTION(glob_free);
     LIBRARY_FUNCTION(handle_initialize);
@@ -236,7 +236,7 @@ std::string segment_text(std::size_t count)
 
 opened_medium open_ewf(const std::string &path, container_kind kind)
 {
-    if (!ewf().library.is_complete())
+    if (!ewf().loaded.is_complete())
         return unopened(package_problem("Expert Witness images", "libewf2"));
     opened_medium medium;
     medium.files = segments_of(path);

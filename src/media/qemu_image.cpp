@@ -31,11 +31,11 @@ constexpr std::size_t max_request = std::size_t{32} << 20; // that any server ta
 // NOLINTBEGIN(bugprone-macro-parentheses)
 #define LIBRARY_FUNCTION(name)                                                         \
     decltype(&::nbd_##name) name =                                                     \
-        library.function<decltype(&::nbd_##name)>("nbd_" #name)
+        loaded.function<decltype(&::nbd_##name)>("nbd_" #name)
 // NOLINTEND(bugprone-macro-parentheses)
 
 struct nbd_library {
-    shared_object library{"libnbd.so.0"};
+    shared_object loaded{"libnbd.so.0"};
     LIBRARY_FUNCTION(create);
     LIBRARY_FUNCTION(close);
     LIBRARY_FUNCTION(add_meta_context);
@@ -168,7 +168,7 @@ std::string options_of(const std::vector<qemu_layer> &layers)
 
 opened_medium open_layers_with_qemu(const std::vector<qemu_layer> &layers)
 {
-    if (!nbd().library.is_complete())
+    if (!nbd().loaded.is_complete())
         return unopened(package_problem("this container", "libnbd0"));
     if (!has_program("qemu-nbd"))
         return unopened(package_problem("this container", "qemu-utils"));

@@ -28,11 +28,11 @@ constexpr u32 block_bytes = u32{64} << 10;
 // NOLINTBEGIN(bugprone-macro-parentheses)
 #define LIBRARY_FUNCTION(name)                                                         \
     decltype(&::libvhdi_file_##name) name =                                            \
-        library.function<decltype(&::libvhdi_file_##name)>("libvhdi_file_" #name)
+        loaded.function<decltype(&::libvhdi_file_##name)>("libvhdi_file_" #name)
 // NOLINTEND(bugprone-macro-parentheses)
 
 struct vhdi_library {
-    shared_object library{"libvhdi.so.1"};
+    shared_object loaded{"libvhdi.so.1"};
     LIBRARY_FUNCTION(initialize);
     LIBRARY_FUNCTION(free);
     LIBRARY_FUNCTION(open_file_io_handle);
@@ -78,7 +78,7 @@ bool open_disk::open(const std::string &path)
     const auto stored = std::make_shared<const file_source>(path);
     bytes = stored;
     if (stored->failure() != open_failure::none) return false;
-    handle = make_bfio_handle(vhdi().library, bytes);
+    handle = make_bfio_handle(vhdi().loaded, bytes);
     constexpr int read_only = 1;
     return handle && vhdi().initialize(&file, nullptr) == 1 &&
            vhdi().open_file_io_handle(file,
@@ -137,7 +137,7 @@ std::string open_chain(std::shared_ptr<open_disk> &disk,
 
 opened_medium open_with_library(const std::string &path)
 {
-    if (!vhdi().library.is_complete())
+    if (!vhdi().loaded.is_complete())
         return unopened(package_problem("VHD and VHDX", "libvhdi1"));
     auto disk = std::make_shared<open_disk>();
     size64_t size = 0;
