@@ -109,7 +109,7 @@ void add_sums(json &object, const manifest_line &line)
 
 std::string view_text(const item_record &record)
 {
-    const std::string snapshot = "snapshot " + std::to_string(record.view->number());
+    std::string snapshot = "snapshot " + std::to_string(record.view->number());
     switch (record.origin) {
     case record_origin::live: return "live";
     case record_origin::snapshot: return snapshot;

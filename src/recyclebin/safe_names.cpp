@@ -171,9 +171,8 @@ std::string used_names::add(const std::string &parent, const std::string &name,
     const std::string key = folded(parent + "/" + name);
     if (m_used.insert(key).second) return name;
     for (unsigned &count = m_counts[key];;) {
-        const std::string numbered = name.substr(0, ending) + " (" +
-                                     std::to_string(++count + 1) + ")" +
-                                     name.substr(ending);
+        std::string numbered = name.substr(0, ending) + " (" +
+                               std::to_string(++count + 1) + ")" + name.substr(ending);
         if (m_used.insert(folded(parent + "/" + numbered)).second) return numbered;
     }
 }

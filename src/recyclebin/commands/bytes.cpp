@@ -17,8 +17,8 @@ void write_dump(std::ostream &out, byte_view bytes, u64 offset)
 {
     for (u64 at = 0; at < bytes.size(); at += row) {
         char cell[24];
-        std::snprintf(cell, sizeof cell,
-                      "%08llx:", static_cast<unsigned long long>(offset + at));
+        const unsigned long long position = offset + at;
+        std::snprintf(cell, sizeof cell, "%08llx:", position);
         std::string line = cell, characters;
         for (u64 i = 0; i < row; ++i) {
             if (i % 2 == 0) line += ' ';
@@ -58,8 +58,9 @@ exit_status run_bytes(std::ostream &out, const run_context &context)
             write_dump(out, byte_view{bytes}, first + done);
         else
             // The one place where bytes leave as they are.
-            out.write(reinterpret_cast<const char *>(bytes.data()),
-                      static_cast<std::streamsize>(bytes.size()));
+            out.write(
+                static_cast<const char *>(static_cast<const void *>(bytes.data())),
+                static_cast<std::streamsize>(bytes.size()));
     }
     out.flush();
     if (count < wanted)
