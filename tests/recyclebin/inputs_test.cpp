@@ -30,7 +30,7 @@ protected:
         string_list rows;
         for (std::string line : run({"list", input, "--format", "jsonl"}).lines()) {
             // The parser takes no half surrogate pairs.
-            for (std::size_t at; (at = line.find("\\udc")) != std::string::npos;)
+            for (std::size_t at = 0; (at = line.find("\\udc")) != std::string::npos;)
                 line.replace(at, 2, "");
             const json row = json::parse(line);
             const json &own = row["recyclebin"];
