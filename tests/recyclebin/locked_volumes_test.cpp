@@ -50,9 +50,13 @@ TEST(LockedVolumes, ReadAsPlainOnesWithAKey)
     plain.resize(locked.size());
     const std::string password =
         dir.write_file("password", std::string(bitlocker_volume::password) + "\r\nx");
-    const string_list keys[] = {{"--recovery-key", bitlocker_volume::recovery_key},
-                                {"--password-file", password}};
-    for (const u64 offset : {u64{0}, u64{1} << 20}) {
+    // Half a second of key stretching each, under sanitizers three.
+    const struct {
+        u64 offset;
+        string_list key;
+    } cases[] = {{0, {"--recovery-key", bitlocker_volume::recovery_key}},
+                 {u64{1} << 20, {"--password-file", password}}};
+    for (const auto &[offset, key] : cases) {
         dir.write_file("plain/medium", text(disk_with(plain, offset)));
         dir.write_file("locked/medium", text(disk_with(locked, offset)));
         const auto in = [&dir](const std::string &folder, const string_list &options) {
@@ -66,11 +70,9 @@ TEST(LockedVolumes, ReadAsPlainOnesWithAKey)
         };
         const run_result expected = in("plain", {});
         ASSERT_EQ(expected.lines().size(), 6u) << expected.out;
-        for (const string_list &key : keys) {
-            const run_result result = in("locked", key);
-            EXPECT_EQ(result.out, expected.out) << key[0] << result.err;
-            EXPECT_EQ(result.status, 0) << key[0];
-        }
+        const run_result result = in("locked", key);
+        EXPECT_EQ(result.out, expected.out) << key[0] << result.err;
+        EXPECT_EQ(result.status, 0) << key[0];
     }
     // What the other tool calls a password is the same one.
     if (std::system("command -v bdeinfo >/dev/null") != 0) return;
