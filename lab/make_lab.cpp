@@ -62,7 +62,7 @@ int main(int argc, char **argv)
         std::erase_if(makers, [&](const auto &maker) {
             return maker.name.find(arguments[2]) == std::string::npos;
         });
-    } else if (arguments.size() != 1) {
+    } else if (arguments.size() != 1 || arguments[0].starts_with("--")) {
         std::cerr
             << "usage: make_lab FOLDER [--first | --only TEXT] | make_lab --list\n";
         return 2;

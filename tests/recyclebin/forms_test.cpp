@@ -32,7 +32,8 @@ std::vector<std::u16string> hostile_paths()
         u"x)/" +
         high_half + u"/" + low_half + u"/" + low_half + high_half + u"/" + high_half +
         u"<U+DE00>/";
-    std::vector<std::u16string> paths;
+    // The longest that a system takes.
+    std::vector<std::u16string> paths{u"C:\\" + std::u16string(32764, u'\u65e5')};
     for (std::size_t at = 0, end = 0; at < joined.size(); at = end + 1) {
         end = joined.find(u'/', at);
         paths.push_back(joined.substr(at, end - at));
