@@ -7,15 +7,23 @@ namespace hv {
 
 void bad_sectors::read(u64 offset, std::span<u8> out, const read_some &from)
 {
-    constexpr u64 sector = 512;
+    constexpr u64 sector = 512, step = 8;
+    u64 piece = out.size(); // of one request
     while (!out.empty()) {
-        const i64 count = from(offset, out);
-        u64 done = std::min<u64>(out.size(), static_cast<u64>(std::max<i64>(count, 0)));
+        piece = std::min<u64>(piece, out.size());
+        const u64 rest_of_sector = sector - offset % sector;
+        const i64 count = from(offset, out.first(piece));
+        if (count < 0 && piece > rest_of_sector) {
+            piece = std::max(piece / step / sector * sector, rest_of_sector);
+            continue;
+        }
+        u64 done = std::min<u64>(piece, static_cast<u64>(std::max<i64>(count, 0)));
         if (count <= 0) {
-            done = count == 0 ? out.size()
-                              : std::min<u64>(out.size(), sector - offset % sector);
+            done = count == 0 ? out.size() : piece;
             std::ranges::fill(out.first(done), u8{0});
             add(offset, offset + done);
+        } else {
+            piece *= step;
         }
         offset += done;
         out = out.subspan(done);

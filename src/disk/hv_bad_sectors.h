@@ -15,8 +15,10 @@ public:
     /// an error.
     using read_some = std::function<i64(u64 offset, std::span<u8> out)>;
 
-    /// Fills `out` with the bytes at `offset`. After an error the next sector of 512
-    /// bytes is tried; after an early end nothing is. What isn't delivered is zeros.
+    /// Fills `out` with the bytes at `offset`. Some systems refuse a whole request for
+    /// one bad sector in it, so after an error smaller and smaller ones are tried, down
+    /// to sectors of 512 bytes; after an early end nothing is. What isn't delivered is
+    /// zeros.
     void read(u64 offset, std::span<u8> out, const read_some &from);
     /// How many different bytes weren't delivered so far.
     u64 bytes() const { return m_bytes; }

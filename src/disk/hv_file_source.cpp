@@ -3,9 +3,22 @@
 #include "base/hv_open_file.h"
 
 #include <algorithm>
+#include <array>
 #include <cerrno>
 
 namespace hv {
+
+namespace {
+
+// Whether a failed read says that there is no medium any more, so that no other place
+// of it has to be tried.
+bool is_gone(int error)
+{
+    constexpr std::array gone = {ENODEV, ENXIO, ENOTCONN, ENOMEDIUM, ESHUTDOWN, ESTALE};
+    return std::ranges::find(gone, error) != gone.end();
+}
+
+} // namespace
 
 file_source::file_source(const std::string &path)
     : m_descriptor(open_source_file(path.c_str()))
@@ -35,7 +48,8 @@ std::size_t file_source::read(u64 offset, std::span<u8> out) const
     if (offset >= m_size) return 0;
     out = out.first(std::min<u64>(out.size(), m_size - offset));
     m_bad.read(offset, out, [this](u64 position, std::span<u8> part) {
-        return read_fully(m_descriptor, part.data(), part.size(), position);
+        const i64 count = read_fully(m_descriptor, part.data(), part.size(), position);
+        return count < 0 && is_gone(errno) ? 0 : count;
     });
     return out.size();
 }

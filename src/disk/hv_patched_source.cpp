@@ -82,6 +82,25 @@ byte_source::place patched_source::locate(u64 offset) const
     return found;
 }
 
+std::vector<byte_source::unread_part> patched_source::unreadable_in(u64 offset,
+                                                                    u64 length) const
+{
+    std::vector<unread_part> parts;
+    if (offset >= size()) return parts;
+    for (const u64 end = offset + std::min(length, size() - offset); offset < end;) {
+        const auto [origin, whole] = stretch_at(offset);
+        const u64 count = std::min(whole, end - offset);
+        if (origin == nullptr || origin->bytes.empty()) {
+            const u64 from =
+                origin == nullptr ? offset : origin->from + (offset - origin->offset);
+            for (const unread_part &bad : m_base->unreadable_in(from, count))
+                parts.push_back({offset + (bad.offset - from), bad.length});
+        }
+        offset += count;
+    }
+    return parts;
+}
+
 u64 patched_source::next_data(u64 offset) const
 {
     u64 next = m_base->next_data(offset);

@@ -29,6 +29,7 @@ public:
     u64 next_data(u64 offset) const override;
     u64 next_hole(u64 offset) const override;
     u64 unreadable() const override { return m_base->unreadable(); }
+    std::vector<unread_part> unreadable_in(u64 offset, u64 length) const override;
 
 private:
     struct patch {

@@ -122,6 +122,13 @@ byte_source::place RAW_DISK_IO::locate(u64 offset) const
     return {.position = offset, .length = get_size() - offset, .is_stored = true};
 }
 
+std::vector<byte_source::unread_part> RAW_DISK_IO::unreadable_in(u64 offset,
+                                                                 u64 length) const
+{
+    if (m_source == nullptr) return {};
+    return m_source->unreadable_in(offset, length);
+}
+
 void RAW_DISK_IO::set_volume_offset(u64 offset)
 {
     constexpr u32 kept_bits = 0x0FFFFFFF;

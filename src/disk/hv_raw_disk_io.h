@@ -68,6 +68,9 @@ public:
     /// Where the byte at `offset`, which is before the end, is on the medium: the same
     /// offset, unless all reads come from a source, which may know another place.
     byte_source::place locate(u64 offset) const;
+    /// What a source, if all reads come from one, couldn't deliver of these bytes so
+    /// far; nothing is known of other targets.
+    std::vector<byte_source::unread_part> unreadable_in(u64 offset, u64 length) const;
     /// Keeps where the volume begins that was opened, but only the low 28 bits of each
     /// half. No read depends on it.
     void set_volume_offset(u64 offset);

@@ -42,31 +42,6 @@ struct member_folder {
     std::size_t depth;
 };
 
-// The files below a folder, by paths relative to it.
-std::vector<std::u16string> members_below(const std::string &folder,
-                                          unread_list &unread)
-{
-    std::vector<std::u16string> members;
-    std::vector<member_folder> open = {{folder, {}, 0}};
-    std::vector<hvportdir::dir_item> items;
-    while (!open.empty() && members.size() < max_members) {
-        const member_folder next = std::move(open.back());
-        open.pop_back();
-        // The walk that enters this folder for itself says why it can't be read.
-        hvportdir::list_dir(next.path, items);
-        for (const hvportdir::dir_item &item : items) {
-            std::u16string path = next.below + from_system_name(last_part(item.path));
-            if (!item.is_directory || item.is_link)
-                members.push_back(std::move(path));
-            else if (next.depth < max_member_depth)
-                open.push_back({item.path, path + u'\\', next.depth + 1});
-        }
-    }
-    if (!open.empty()) add_unread(unread, folder, "not all of its members were read");
-    std::ranges::sort(members);
-    return members;
-}
-
 } // namespace
 
 void add_unread(unread_list &unread, const std::string &path, const std::string &why)
@@ -152,6 +127,7 @@ bool bin_files::is_wanted(const std::u16string &name) const
 std::vector<sighting> bin_files::sightings(unread_list &unread)
 {
     for (const hvportdir::dir_item &item : m_items) {
+        if (is_stopped()) break;
         const std::u16string name = from_system_name(last_part(item.path));
         const bin_name_kind kind = kind_of_name(name);
         if (kind == bin_name_kind::metadata || kind == bin_name_kind::list)
@@ -169,9 +145,7 @@ void bin_files::take_metadata_file(const hvportdir::dir_item &item,
     struct stat status {};
     sighting start = start_sighting(sighting_kind::metadata, name);
     start.file = item.path;
-    if (lstat(item.path.c_str(), &status) != 0)
-        add_unread(unread, item.path, std::strerror(errno));
-    else if (!S_ISREG(status.st_mode)) {
+    if (lstat(item.path.c_str(), &status) == 0 && !S_ISREG(status.st_mode)) {
         add_unread(unread, item.path, "isn't a regular file, and wasn't opened");
         return;
     }
@@ -186,13 +160,18 @@ void bin_files::take_metadata_file(const hvportdir::dir_item &item,
     else
         take_dollar_i(file, start);
     if (file.size() > max_list) add_unread(unread, item.path, "too large for a list");
+    if (file.unreadable() == 0) return;
     m_unreadable += file.unreadable();
+    add_unread(unread, item.path,
+               std::to_string(file.unreadable()) + " bytes can't be read");
 }
 
 void bin_files::take_dollar_i(const byte_source &file, const sighting &start)
 {
-    const std::vector<u8> bytes =
-        read_bytes(file, 0, std::min(file.size(), max_dollar_i));
+    std::vector<u8> bytes = read_bytes(file, 0, std::min(file.size(), max_dollar_i));
+    // Zeros that stand for what can't be read are no text.
+    const auto unread = file.unreadable_in(0, bytes.size());
+    if (!unread.empty()) bytes.resize(unread.front().offset);
     deleted_file metadata;
     sighting seen = start;
     if (parse_dollar_i(metadata, byte_view{bytes}, rules) && says_something(metadata)) {
@@ -210,6 +189,7 @@ void bin_files::take_list(const byte_source &file, const sighting &start)
     std::vector<listed_file> records;
     parse_list(records, byte_view{bytes}, rules);
     for (listed_file &record : records) {
+        if (!file.unreadable_in(record.offset, record.file.length).empty()) continue;
         sighting seen = start;
         seen.name =
             listed_data_name(record.file.drive, record.file.number, record.file.path);
@@ -245,6 +225,32 @@ void bin_files::take_data_item(const std::string &path, const std::u16string &na
         seen.content = data_state::unknown;
     }
     m_found.push_back(std::move(seen));
+}
+
+// The files below a folder, by paths relative to it.
+std::vector<std::u16string> bin_files::members_below(const std::string &folder,
+                                                     unread_list &unread) const
+{
+    std::vector<std::u16string> members;
+    std::vector<member_folder> open = {{folder, {}, 0}};
+    std::vector<hvportdir::dir_item> items;
+    while (!open.empty() && members.size() < max_members && !is_stopped()) {
+        const member_folder next = std::move(open.back());
+        open.pop_back();
+        // The walk that enters this folder for itself says why it can't be read.
+        hvportdir::list_dir(next.path, items);
+        for (const hvportdir::dir_item &item : items) {
+            std::u16string path = next.below + from_system_name(last_part(item.path));
+            if (!item.is_directory || item.is_link)
+                members.push_back(std::move(path));
+            else if (next.depth < max_member_depth)
+                open.push_back({item.path, path + u'\\', next.depth + 1});
+        }
+    }
+    if (!open.empty() && !is_stopped())
+        add_unread(unread, folder, "not all of its members were read");
+    std::ranges::sort(members);
+    return members;
 }
 
 std::vector<sighting> bin_files::sightings_of(const byte_source &file,

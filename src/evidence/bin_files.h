@@ -5,6 +5,7 @@
 #include "evidence/examine_files.h"
 #include "evidence/sighting.h"
 
+#include <functional>
 #include <set>
 #include <string>
 #include <vector>
@@ -24,6 +25,9 @@ struct bin_place {
 class bin_files {
 public:
     bin_files(std::string path, bin_place place);
+
+    /// Asked for each file; once it says true, no more files are looked at.
+    std::function<bool()> should_stop;
 
     /// Lists the folder. False, after an entry in `unread`, if it can't be opened.
     bool read(unread_list &unread);
@@ -46,6 +50,9 @@ private:
     void take_list(const byte_source &file, const sighting &start);
     void take_data_item(const std::string &path, const std::u16string &name,
                         unread_list &unread);
+    bool is_stopped() const { return should_stop && should_stop(); }
+    std::vector<std::u16string> members_below(const std::string &folder,
+                                              unread_list &unread) const;
     bool is_wanted(const std::u16string &name) const;
     sighting start_sighting(sighting_kind kind, std::u16string name) const;
 

@@ -1,5 +1,6 @@
 #include "evidence/examine.h"
 
+#include "disk/hv_watched_source.h"
 #include "evidence/carve_volume.h"
 #include "evidence/find_volumes.h"
 #include "evidence/gap_search.h"
@@ -18,7 +19,8 @@ class examiner {
 public:
     examiner(examination &out, byte_source_ptr medium, const examine_options &options)
         : m_out(out),
-          m_medium(std::move(medium)),
+          m_medium(std::make_shared<watched_source>(
+              std::move(medium), [this](u64 read) { return reads_on(read); })),
           m_options(options)
     {
     }
@@ -46,6 +48,10 @@ public:
         if (takes_gaps)
             for (const byte_range &gap : layout.gaps) examine_gap(gap, gaps);
         m_names.name_users(m_out);
+        if (m_medium->is_ended()) {
+            m_out.is_cut_short = true;
+            m_out.names_trouble.clear();
+        }
         m_out.unreadable_bytes = m_medium->unreadable();
     }
 
@@ -60,6 +66,23 @@ private:
     {
         if (m_options.progress) m_options.progress(done, all);
         return !is_stopped();
+    }
+
+    // Of a pass over an $MFT, what was read is what is done.
+    bool reads_on(u64 read)
+    {
+        m_walk_done += read;
+        if (m_options.progress && m_walk_done < m_walk_all)
+            m_options.progress(m_walk_done, m_walk_all);
+        return !m_options.should_stop || !m_options.should_stop();
+    }
+
+    void collect(volume_walk &walk, const volume_view &view)
+    {
+        m_walk_done = 0;
+        m_walk_all = view.entry_count() * view.record_size();
+        walk.collect();
+        m_walk_all = 0;
     }
 
     u32 add_region(examined_region region)
@@ -91,7 +114,8 @@ private:
         const byte_source_ptr source = patch_source(m_medium, volume.patches);
         volume_view live(source, volume.offset, 0);
         if (!live.open()) {
-            m_out.regions[evidence.number()].trouble = "the $MFT can't be read";
+            if (!is_stopped())
+                m_out.regions[evidence.number()].trouble = "the $MFT can't be read";
             if (m_options.carve) carve_raw(evidence, {volume.offset, volume.size});
             finish(evidence);
             return;
@@ -99,7 +123,7 @@ private:
         m_out.regions[evidence.number()].label = label_of(live);
         m_names.note_hives(live, {.volume = volume.offset});
         volume_walk walk(live, evidence);
-        walk.collect();
+        collect(walk, live);
         if (m_options.snapshots) examine_snapshots(live, evidence);
         if (m_options.carve) {
             carve_keeper keeper(evidence, &walk);
@@ -126,14 +150,16 @@ private:
             volume_view view(std::make_shared<snapshot_source>(container, number), 0,
                              number);
             if (!view.open()) {
+                if (is_stopped()) return;
                 region.trouble =
                     "snapshot " + std::to_string(number) + " can't be read";
                 continue;
             }
             m_names.note_hives(
                 view, {.volume = region.offset, .taken = region.snapshots.back()});
-            volume_walk(view, evidence).collect();
-            if (!container->is_complete(number))
+            volume_walk walk(view, evidence);
+            collect(walk, view);
+            if (!is_stopped() && !container->is_complete(number))
                 region.trouble = "parts of snapshot " + std::to_string(number) +
                                  " are lost: later bytes stand in for them";
         }
@@ -163,8 +189,9 @@ private:
     }
 
     examination &m_out;
-    byte_source_ptr m_medium;
+    std::shared_ptr<const watched_source> m_medium;
     const examine_options &m_options;
+    u64 m_walk_done = 0, m_walk_all = 0; // bytes of the $MFT that is read
     user_names m_names;
 };
 

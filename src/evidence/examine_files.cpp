@@ -1,5 +1,6 @@
 #include "evidence/examine_files.h"
 
+#include "disk/hv_watched_source.h"
 #include "evidence/bin_files.h"
 #include "evidence/examine.h"
 #include "evidence/system_name.h"
@@ -43,14 +44,20 @@ bin_place place_below(const bin_place &above, std::u16string_view name)
 // Walks a tree, and finds the folders of it that hold items of a bin.
 class folder_walk {
 public:
-    folder_walk(examination &out, unread_list &unread) : m_out(out), m_unread(unread) {}
+    folder_walk(examination &out, unread_list &unread,
+                const std::function<bool()> &should_stop)
+        : m_out(out),
+          m_unread(unread),
+          m_should_stop(should_stop)
+    {
+    }
 
     void run(const std::string &root)
     {
         const std::filesystem::path whole = whole_path(root);
         const bin_place above = place_below({}, name_of(whole.parent_path()));
         m_open.push_back({root, place_below(above, name_of(whole)), root, 0});
-        while (!m_open.empty()) {
+        while (!m_open.empty() && !is_stopped()) {
             const pending next = std::move(m_open.back());
             m_open.pop_back();
             enter(next);
@@ -67,10 +74,17 @@ private:
         int depth;
     };
 
+    bool is_stopped()
+    {
+        if (m_should_stop && m_should_stop()) m_out.is_cut_short = true;
+        return m_out.is_cut_short;
+    }
+
     void enter(const pending &folder)
     {
         if (folder.place.is_bin) m_sightings[folder.region];
         bin_files files(folder.path, folder.place);
+        files.should_stop = [this] { return is_stopped(); };
         if (!files.read(m_unread)) return;
         std::vector<sighting> found = files.sightings(m_unread);
         m_out.unreadable_bytes += files.unreadable_bytes();
@@ -106,16 +120,18 @@ private:
 
     examination &m_out;
     unread_list &m_unread;
+    const std::function<bool()> &m_should_stop;
     std::vector<pending> m_open;
     std::map<std::string, std::vector<sighting>> m_sightings; // by region
 };
 
 } // namespace
 
-void examine_folder(examination &out, unread_list &unread, const std::string &path)
+void examine_folder(examination &out, unread_list &unread, const std::string &path,
+                    const std::function<bool()> &should_stop)
 {
     out.folder = path;
-    folder_walk(out, unread).run(path);
+    folder_walk(out, unread, should_stop).run(path);
 }
 
 std::string folder_of_file(const std::string &path)
@@ -143,14 +159,22 @@ void examine_metadata_file(examination &out, unread_list &unread,
     out.unreadable_bytes = file.unreadable();
 }
 
-void examine_mft_copy(examination &out, const byte_source_ptr &copy)
+void examine_mft_copy(examination &out, const byte_source_ptr &copy,
+                      const examine_options &options)
 {
     out.regions.push_back({.size = copy->size(),
                            .is_volume = true,
                            .number = 1,
                            .found_by = "copy of an $MFT"});
     examined_region &region = out.regions.back();
-    volume_view view(copy, 0, 0);
+    u64 done = 0;
+    const auto watched = std::make_shared<watched_source>(copy, [&](u64 read) {
+        done += read;
+        if (options.progress && done <= copy->size())
+            options.progress(done, copy->size());
+        return !options.should_stop || !options.should_stop();
+    });
+    volume_view view(watched, 0, 0);
     if (view.open_mft_copy()) {
         region.record_size = view.record_size();
         region.label = label_of(view);
@@ -163,9 +187,10 @@ void examine_mft_copy(examination &out, const byte_source_ptr &copy)
                              std::to_string(walk.unread_lists());
         assemble(out.deletions, evidence.take(), 0);
         sort_deletions(out.deletions);
-    } else {
+    } else if (!watched->is_ended()) {
         region.trouble = "its first record isn't one of an $MFT";
     }
+    out.is_cut_short = watched->is_ended();
     out.unreadable_bytes = copy->unreadable();
 }
 

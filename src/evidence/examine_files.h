@@ -1,8 +1,9 @@
 #pragma once
 
 #include "disk/hv_byte_source.h"
-#include "evidence/deletion.h"
+#include "evidence/examine.h"
 
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -19,8 +20,10 @@ inline constexpr std::size_t max_unread = 1000;
 /// holds bins or metadata files at any depth. Each bin, and each other folder with
 /// metadata files, becomes a region. Links are not followed, and nothing but regular
 /// files is opened. The owners and times of files are those of a copy and aren't
-/// reported.
-void examine_folder(examination &out, unread_list &unread, const std::string &path);
+/// reported. Once `should_stop`, which is asked for each file, says true, what was
+/// found so far is the result.
+void examine_folder(examination &out, unread_list &unread, const std::string &path,
+                    const std::function<bool()> &should_stop = {});
 
 /// The folder that holds a file, as its path names it; "." if it names none.
 std::string folder_of_file(const std::string &path);
@@ -34,7 +37,9 @@ void examine_metadata_file(examination &out, unread_list &unread,
                            const byte_source &file, const std::string &path);
 
 /// Examines a copy of an $MFT: all that its records hold, in use or freed. What is in
-/// clusters isn't there: such content is `data_state::unknown`.
-void examine_mft_copy(examination &out, const byte_source_ptr &copy);
+/// clusters isn't there: such content is `data_state::unknown`. Of the options, only
+/// those that report and stop count.
+void examine_mft_copy(examination &out, const byte_source_ptr &copy,
+                      const examine_options &options = {});
 
 } // namespace hv

@@ -32,6 +32,16 @@ void append_range(std::vector<byte_range> &ranges, const byte_range &range)
         ranges.push_back(range);
 }
 
+bool file_content::has_unread(u64 offset, u64 length) const
+{
+    const auto first =
+        std::lower_bound(unread.begin(), unread.end(), offset,
+                         [](const byte_source::unread_part &bad, u64 at) {
+                             return bad.offset + bad.length <= at;
+                         });
+    return first != unread.end() && first->offset < saturating_sum(offset, length);
+}
+
 volume_view::volume_view(byte_source_ptr source, u64 offset, u32 number)
     : m_source(std::move(source)),
       m_offset(offset),
@@ -85,16 +95,24 @@ void volume_view::load_bitmap()
 {
     file_facts facts;
     record_bytes record;
-    file_content content;
-    if (read_file(facts, record, bitmap_entry_number) &&
-        read_stream(content, facts, std::min(max_bitmap, m_cluster_count / 8 + 8)))
-        m_bitmap = std::move(content.bytes);
+    if (!read_file(facts, record, bitmap_entry_number) ||
+        !read_stream(m_bitmap, facts, std::min(max_bitmap, m_cluster_count / 8 + 8)))
+        m_bitmap = {};
+    // A cluster of which nothing is known isn't free.
+    for (const auto &bad : m_bitmap.unread)
+        std::ranges::fill(std::span(m_bitmap.bytes).subspan(bad.offset, bad.length),
+                          u8{0xFF});
 }
 
 bool volume_view::is_in_use(u64 cluster) const
 {
     const u64 at = cluster / 8;
-    return at >= m_bitmap.size() || (m_bitmap[at] >> cluster % 8 & 1U) != 0;
+    return at >= m_bitmap.bytes.size() || (m_bitmap.bytes[at] >> cluster % 8 & 1U) != 0;
+}
+
+bool volume_view::is_use_known(u64 cluster) const
+{
+    return cluster / 8 < m_bitmap.bytes.size() && !m_bitmap.has_unread(cluster / 8, 1);
 }
 
 // A cluster of an impossible number is after the end of every medium.
@@ -289,6 +307,17 @@ std::vector<byte_range> volume_view::places(const std::vector<flat_run> &runs,
     return ranges;
 }
 
+// Appends the bytes that are stored from a cluster on.
+void volume_view::append_stored(file_content &out, u64 lcn, u64 length) const
+{
+    const u64 position = position_of(lcn);
+    const u64 begin = out.bytes.size();
+    for (const u8 byte : read_at(position, length)) out.bytes.push_back(byte);
+    const u64 at = saturating_sum(m_offset, position);
+    for (const auto &bad : m_source->unreadable_in(at, length))
+        out.unread.push_back({begin + (bad.offset - at), bad.length});
+}
+
 void volume_view::read_runs(file_content &out, const std::vector<flat_run> &runs,
                             u64 limit) const
 {
@@ -300,8 +329,7 @@ void volume_view::read_runs(file_content &out, const std::vector<flat_run> &runs
         if (is_hole(run))
             out.bytes.resize(out.bytes.size() + bytes);
         else
-            for (const u8 byte : read_at(position_of(run.lcn), bytes))
-                out.bytes.push_back(byte);
+            append_stored(out, run.lcn, bytes);
         if (out.bytes.size() >= limit) break;
     }
     out.ranges = places(runs, limit);
@@ -322,18 +350,21 @@ void volume_view::expand(file_content &out, const stream_pieces &pieces,
             clusters.push_back(is_hole(run) ? sparse_lcn : run.lcn + i);
     for (u64 first = 0; first < clusters.size() && out.bytes.size() < limit;
          first += unit) {
-        std::vector<u8> packed;
+        file_content packed;
         bool has_hole = false;
         for (u64 i = first; i < std::min<u64>(first + unit, clusters.size()); ++i) {
             has_hole = has_hole || clusters[i] == sparse_lcn;
             if (clusters[i] == sparse_lcn) continue;
-            for (const u8 byte : read_at(position_of(clusters[i]), cluster_size()))
-                packed.push_back(byte);
+            append_stored(packed, clusters[i], cluster_size());
         }
         std::vector<u8> plain(
             std::min(unit * cluster_size(), limit - out.bytes.size()));
         std::size_t count = 0;
-        if (!packed.empty()) expand_unit(plain, count, byte_view{packed}, has_hole);
+        // What is missing of a unit costs all of it.
+        if (!packed.unread.empty())
+            out.unread.push_back({out.bytes.size(), plain.size()});
+        else if (!packed.bytes.empty())
+            expand_unit(plain, count, byte_view{packed.bytes}, has_hole);
         out.bytes.insert(out.bytes.end(), plain.begin(), plain.end());
     }
 }

@@ -18,6 +18,15 @@ struct file_content {
     std::vector<u8> bytes;
     std::vector<byte_range> ranges; ///< on the medium, in their order; no holes
     bool is_plain = true;           ///< each byte is on the medium as it is here
+    /// Which bytes couldn't be read and are zeros, in order.
+    std::vector<byte_source::unread_part> unread;
+
+    /// What is before the first byte that couldn't be read.
+    byte_view readable_front() const
+    {
+        return byte_view{bytes}.clip(0, unread.empty() ? ~u64{0} : unread[0].offset);
+    }
+    bool has_unread(u64 offset, u64 length) const;
 };
 
 /// Whether a view gets to know which clusters are in use. Reading files doesn't need
@@ -42,7 +51,8 @@ public:
     u64 offset() const { return m_offset; }
     const byte_source_ptr &source() const { return m_source; }
     /// Whether the volume says which clusters are in use.
-    bool has_bitmap() const { return !m_bitmap.empty(); }
+    bool has_bitmap() const { return !m_bitmap.bytes.empty(); }
+    bool has_whole_bitmap() const { return has_bitmap() && m_bitmap.unread.empty(); }
     const CNtfs &volume() const { return *m_volume; }
     u64 entry_count() const { return m_entry_count; }
     u32 record_size() const { return m_record_size; }
@@ -67,8 +77,10 @@ public:
                      attribute_type type = attribute_type::data,
                      std::u16string_view name = {}) const;
 
-    /// Whether $Bitmap says that a cluster is in use; true if it can't be read.
+    /// Whether $Bitmap says that a cluster is in use; true if that can't be read.
     bool is_in_use(u64 cluster) const;
+    /// Whether what $Bitmap says of a cluster could be read.
+    bool is_use_known(u64 cluster) const;
     u64 cluster_count() const { return m_cluster_count; }
     u64 source_size() const { return m_source->stored_size(); }
 
@@ -95,6 +107,7 @@ private:
     void read_runs(file_content &out, const std::vector<flat_run> &runs,
                    u64 limit) const;
     void expand(file_content &out, const stream_pieces &pieces, u64 limit) const;
+    void append_stored(file_content &out, u64 lcn, u64 length) const;
     void load_bitmap();
 
     byte_source_ptr m_source;
@@ -108,7 +121,7 @@ private:
     /// Of a copy of an $MFT: the records that extend others, by their base's entry.
     std::multimap<u64, u64> m_extensions;
     u64 m_cluster_count = 0;
-    std::vector<u8> m_bitmap;
+    file_content m_bitmap;
 };
 
 /// What the owner called the volume; empty if it has no name, or if it can't be read.

@@ -75,7 +75,7 @@ void volume_walk::take_metadata(const looked_at &file)
     const stream_fact *data = file.facts.stream(attribute_type::data);
     const bool is_resident = data != nullptr && data->is_resident;
     deleted_file metadata;
-    const byte_view bytes{content.bytes};
+    const byte_view bytes = content.readable_front();
     // Clusters that are free may hold what another file left there.
     const bool is_sure = is_resident || seen.in_use;
     const bool is_read = has_stream && (is_sure ? parse_dollar_i(metadata, bytes, rules)
@@ -88,8 +88,7 @@ void volume_walk::take_metadata(const looked_at &file)
             content.ranges = part_of(content.ranges, 0, metadata.length);
         if (!content.ranges.empty()) seen.ranges = content.ranges;
         seen.metadata = std::move(metadata);
-    } else if (!seen.is_torn &&
-               (is_resident || (seen.in_use && !content.bytes.empty()))) {
+    } else if (!seen.is_torn && (is_resident || (seen.in_use && bytes.size() > 0))) {
         return; // named like metadata, and holds something else
     }
     m_evidence.add(std::move(seen));
@@ -109,6 +108,7 @@ void volume_walk::take_list(const looked_at &file)
     if (file.position != ~u64{0} && content.ranges.empty()) return;
     parse_list(records, byte_view{content.bytes}, rules);
     for (listed_file &record : records) {
+        if (content.has_unread(record.offset, record.file.length)) continue;
         sighting seen = start_sighting(sighting_kind::metadata, file);
         if (!seen.in_use) {
             deleted_file sure;
@@ -137,6 +137,7 @@ void volume_walk::judge_content(sighting &item, const stream_fact &data)
         return;
     }
     u64 all = 0, taken = 0;
+    bool is_known = true;
     for (const flat_run &run : data.runs) {
         if (is_hole(run)) continue;
         if (!spend(std::min<u64>(run.clusters, m_view.cluster_count()),
@@ -145,9 +146,11 @@ void volume_walk::judge_content(sighting &item, const stream_fact &data)
         for (u64 i = 0; i < run.clusters && run.lcn + i < m_view.cluster_count(); ++i) {
             ++all;
             taken += m_view.is_in_use(run.lcn + i) ? 1 : 0;
+            is_known = is_known && m_view.is_use_known(run.lcn + i);
         }
     }
-    item.content = taken == 0     ? data_state::whole
+    item.content = !is_known      ? data_state::unknown
+                   : taken == 0   ? data_state::whole
                    : taken == all ? data_state::gone
                                   : data_state::partly;
 }

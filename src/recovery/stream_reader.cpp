@@ -113,7 +113,8 @@ stream_reader::cluster_count stream_reader::count_clusters() const
         const u64 inside = std::min<u64>(run.clusters, end - run.lcn);
         count.taken += run.clusters - inside;
         for (u64 i = 0; m_is_freed && i < inside; ++i)
-            count.taken += m_view.is_in_use(run.lcn + i);
+            count.taken +=
+                m_view.is_in_use(run.lcn + i) && m_view.is_use_known(run.lcn + i);
     }
     return count;
 }
@@ -192,10 +193,14 @@ void stream_reader::fill_stretch(std::span<u8> out, const stretch &from, u64 ski
     for (u64 done = 0; done < out.size();) {
         // As many clusters at once as have one owner.
         const u64 first = saturating_sum(from.lcn, (skip + done) / cluster);
-        const bool is_taken = m_is_freed && m_view.is_in_use(first);
+        const auto is_others = [this](u64 number) {
+            return m_is_freed && m_view.is_in_use(number) &&
+                   m_view.is_use_known(number);
+        };
+        const bool is_taken = is_others(first);
         u64 end = cluster - (skip + done) % cluster;
         for (u64 i = 1; done + end < out.size(); ++i, end += cluster)
-            if (m_is_freed && m_view.is_in_use(first + i) != is_taken) break;
+            if (is_others(first + i) != is_taken) break;
         const std::span<u8> part =
             out.subspan(done, std::min<u64>(end, out.size() - done));
         u64 position = 0;

@@ -80,7 +80,7 @@ std::string doubt_about(const item_record &record, bool is_zero)
     if (record.origin == record_origin::carved)
         return "no view has its record: its clusters are taken to be those of the "
                "volume of today";
-    if (record.is_freed() && !record.view->has_bitmap())
+    if (record.is_freed() && !record.view->has_whole_bitmap())
         return "the volume doesn't say any more which clusters are free";
     if (record.is_freed() && is_zero)
         return "all zeros: the disk may have discarded its clusters";

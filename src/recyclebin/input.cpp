@@ -2,6 +2,7 @@
 
 #include "base/hv_portable_dir.h"
 #include "disk/hv_file_source.h"
+#include "media/fault_list.h"
 
 #include <cerrno>
 #include <cstring>
@@ -33,6 +34,15 @@ unread_list shortened(const unread_list &unread, const std::string &start)
     return texts;
 }
 
+// The stretches of a raw medium that can't be read.
+std::vector<std::string> unread_texts(const byte_source &file)
+{
+    fault_list faults;
+    for (const auto &bad : file.unreadable_in(0, file.size()))
+        faults.add(bad.offset, bad.offset + bad.length, "can't be read");
+    return faults.texts();
+}
+
 } // namespace
 
 std::string_view name_of(input_kind kind)
@@ -53,6 +63,8 @@ opened_input::opened_input(std::string path) : m_path(std::move(path))
         m_source.faults = [unread = m_unread, start = folder() + "/"] {
             return shortened(*unread, start);
         };
+    else if (m_source.source && m_source.is_plain_file)
+        m_source.faults = [file = m_source.source] { return unread_texts(*file); };
 }
 
 void opened_input::open()
@@ -119,8 +131,10 @@ void opened_input::examine(examination &out, const examine_options &options) con
 {
     switch (m_kind) {
     case input_kind::medium: hv::examine(out, m_source.source, options); break;
-    case input_kind::folder: examine_folder(out, *m_unread, m_path); break;
-    case input_kind::mft_copy: examine_mft_copy(out, m_source.source); break;
+    case input_kind::folder:
+        examine_folder(out, *m_unread, m_path, options.should_stop);
+        break;
+    case input_kind::mft_copy: examine_mft_copy(out, m_source.source, options); break;
     case input_kind::metadata_file:
         examine_metadata_file(out, *m_unread, *m_source.source, m_path);
         break;

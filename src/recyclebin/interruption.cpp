@@ -27,6 +27,9 @@ void catch_interruptions()
         sigaction(signal, nullptr, &before);
         if (before.sa_handler != SIG_IGN) sigaction(signal, &action, nullptr);
     }
+    // Comes each second from the soft limit of processor time on; the hard one kills.
+    action.sa_flags = 0;
+    sigaction(SIGXCPU, &action, nullptr);
     std::signal(SIGXFSZ, SIG_IGN);
 }
 

@@ -84,7 +84,8 @@ void report_troubles(const run_context &context)
 // Of a medium without any volume: why, and what to try. Carving needs no volume.
 bool is_refused(const run_context &context)
 {
-    if (context.line.carve || context.input.kind() != input_kind::medium ||
+    if (context.line.carve || context.found.is_cut_short ||
+        context.input.kind() != input_kind::medium ||
         volume_numbers(context.found).count() > 0)
         return false;
     complain(context.line.medium + ": " +

@@ -19,7 +19,9 @@ bool read_ranges(std::vector<u8> &bytes, const byte_source &medium,
         const std::size_t before = found.size();
         found.resize(before + range.length);
         const std::span<u8> target = std::span(found).subspan(before);
-        if (medium.read(range.offset, target) != range.length) return false;
+        if (medium.read(range.offset, target) != range.length ||
+            !medium.unreadable_in(range.offset, range.length).empty())
+            return false;
     }
     bytes.swap(found);
     return true;

@@ -9,7 +9,8 @@ namespace hv {
 inline constexpr u64 max_proof_bytes = 1 << 20;
 
 /// Reads stretches of a medium, one after the other. False, with nothing in `bytes`, if
-/// they are more than `max_proof_bytes`, or if one of them passes the medium's end.
+/// they are more than `max_proof_bytes`, if one of them passes the medium's end, or if
+/// a byte can't be read: no zero takes its place.
 bool read_ranges(std::vector<u8> &bytes, const byte_source &medium,
                  const std::vector<byte_range> &ranges);
 /// The same for the bytes that prove a sighting: those of `seen.file`, which is opened,

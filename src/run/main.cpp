@@ -8,6 +8,7 @@
 #include <csignal>
 #include <cstring>
 #include <fcntl.h>
+#include <new>
 #include <unistd.h>
 
 namespace {
@@ -30,8 +31,10 @@ void claim_standard_descriptors()
         const int refusing = descriptor == 0 ? O_WRONLY : O_RDONLY;
         if (open("/dev/null", refusing) != descriptor) _exit(failed_status);
     }
-    // A reader that goes away shows as a failed write.
+    // A reader that goes away shows as a failed write, and so does a limit on the size
+    // of files.
     std::signal(SIGPIPE, SIG_IGN);
+    std::signal(SIGXFSZ, SIG_IGN);
 }
 
 arg_list collect_args(int argc, char **argv)
@@ -101,12 +104,8 @@ parse_result read_command_line(run_options &options, run_input &input, arg_list 
     return parse_result::show_usage;
 }
 
-} // namespace
-
-int main(int argc, char **argv)
+int run_command_line(arg_list args)
 {
-    claim_standard_descriptors();
-    arg_list args = collect_args(argc, argv);
     if (args.empty()) args.emplace_back();
     cmdline_ctx context;
     if (wants_help(args)) {
@@ -124,4 +123,18 @@ int main(int argc, char **argv)
     context.attach(options, ignore_signal_name);
     run(header, options, args, input);
     return 0;
+}
+
+} // namespace
+
+int main(int argc, char **argv)
+{
+    claim_standard_descriptors();
+    try {
+        return run_command_line(collect_args(argc, argv));
+    } catch (const std::bad_alloc &) {
+        // Like every run that can't do what it was asked for, it says so and ends well.
+        print_error("prob allocating memory: there is not enough\n");
+        return 0;
+    }
 }

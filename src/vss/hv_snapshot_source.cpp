@@ -118,4 +118,29 @@ byte_source::place snapshot_source::locate(u64 offset) const
     return {.position = 0, .length = 1, .is_stored = false};
 }
 
+std::vector<byte_source::unread_part> snapshot_source::unreadable_in(u64 offset,
+                                                                     u64 length) const
+{
+    std::vector<unread_part> parts;
+    if (offset >= m_size) return parts;
+    const RAW_DISK_IO &disk = *m_container->volume()->get_disk();
+    for (const u64 end = offset + std::min(length, m_size - offset); offset < end;) {
+        const u64 in_block = offset % block_size;
+        const u32 sector = static_cast<u32>(in_block / sector_size);
+        u64 count = 1;
+        for (const vss_piece &piece : find_block(offset).pieces) {
+            const u32 sectors = sectors_from(piece, sector);
+            if (sectors == 0) continue;
+            count = u64{sectors} * sector_size - in_block % sector_size;
+            if (const auto position = on_disk(piece, in_block))
+                for (const unread_part &bad :
+                     disk.unreadable_in(*position, std::min(count, end - offset)))
+                    parts.push_back({offset + (bad.offset - *position), bad.length});
+            break;
+        }
+        offset += count;
+    }
+    return parts;
+}
+
 } // namespace hv

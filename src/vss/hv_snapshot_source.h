@@ -39,6 +39,8 @@ public:
     /// volume now. It is on no medium if it was free for the whole life of the
     /// snapshot, or if its place is after the end of the medium.
     place locate(u64 offset) const override;
+    /// What the medium couldn't read of them.
+    std::vector<unread_part> unreadable_in(u64 offset, u64 length) const override;
 
 private:
     known_snapshot_block &find_block(u64 offset) const;

@@ -1,6 +1,7 @@
 #include "disk/hv_file_source.h"
 #include "disk/hv_patched_source.h"
 #include "disk/hv_raw_disk_io.h"
+#include "disk/hv_watched_source.h"
 
 #include "samples/bytes.h"
 #include "support/memory_source.h"
@@ -101,7 +102,7 @@ TEST(FileSource, SaysWhyItCannotBeOpened)
 }
 
 // A medium of 4096 bytes 'x' whose reads stop at a bad sector, and fail in it.
-i64 read_with_bad_sectors(u64 offset, std::span<u8> out)
+i64 read_up_to_bad_sectors(u64 offset, std::span<u8> out)
 {
     const auto is_bad = [](u64 at) { return at / 512 == 1 || at / 512 == 2; };
     std::size_t count = 0;
@@ -109,25 +110,67 @@ i64 read_with_bad_sectors(u64 offset, std::span<u8> out)
     return count == 0 ? -1 : static_cast<i64>(count);
 }
 
+// The same of a system that refuses a request whole.
+i64 refuse_bad_sectors(u64 offset, std::span<u8> out)
+{
+    const i64 count = read_up_to_bad_sectors(offset, out);
+    return count == std::ssize(out) ? count : -1;
+}
+
 TEST(BadSectors, CostOnlyThemselves)
 {
-    bad_sectors bad;
     // Offset, length, the bytes at the ends that are read, and the bad ones so far.
     const std::tuple<u64, u64, u64, u64, u64> reads[] = {
-        {1530, 20, 0, 14, 6},      // the end of the second one
-        {500, 24, 12, 0, 18},      // the begin of the first one
-        {100, 412, 412, 0, 18},    // none
-        {0, 4096, 512, 2560, 1024} // both
+        {1530, 20, 0, 14, 6},         // the end of the second one
+        {500, 24, 12, 0, 18},         // the begin of the first one
+        {100, 412, 412, 0, 18},       // none
+        {0, 100000, 512, 98464, 1024} // both
     };
-    for (const auto &[offset, length, before, after, count] : reads) {
-        std::vector<u8> bytes(length, '#');
-        bad.read(offset, bytes, read_with_bad_sectors);
-        std::vector<u8> expected(length, 0);
-        std::fill_n(expected.begin(), before, 'x');
-        std::fill_n(expected.rbegin(), after, 'x');
-        EXPECT_EQ(bytes, expected) << offset;
-        EXPECT_EQ(bad.bytes(), count) << offset;
+    for (const auto reader : {read_up_to_bad_sectors, refuse_bad_sectors}) {
+        bad_sectors bad;
+        for (const auto &[offset, length, before, after, count] : reads) {
+            std::vector<u8> bytes(length, '#');
+            bad.read(offset, bytes, reader);
+            std::vector<u8> expected(length, 0);
+            std::fill_n(expected.begin(), before, 'x');
+            std::fill_n(expected.rbegin(), after, 'x');
+            EXPECT_EQ(bytes, expected) << offset;
+            EXPECT_EQ(bad.bytes(), count) << offset;
+        }
     }
+}
+
+TEST(WatchedSource, EndsBetweenTwoPieces)
+{
+    u64 done = 0;
+    const watched_source source(
+        std::make_shared<memory_source>(std::vector<u8>(1 << 20, 'x')),
+        [&](u64 read) { return (done += read) < 300'000; });
+    std::vector<u8> bytes(1 << 20, '#');
+    EXPECT_EQ(source.read(0, bytes), u64{512} << 10);
+    EXPECT_EQ(bytes.at((512 << 10) - 1), 'x');
+    EXPECT_EQ(bytes.at(512 << 10), 0) << "and nothing that was in the buffer before";
+    EXPECT_EQ(source.read(0, bytes), 0u);
+    EXPECT_TRUE(source.is_ended());
+    EXPECT_EQ(source.unreadable_in(10, 20).size(), 1u);
+}
+
+TEST(PatchedSource, NamesWhatItsBaseCantRead)
+{
+    const temp_dir dir;
+    const auto file =
+        std::make_shared<file_source>(dir.write_file("file", std::string(4096, 'x')));
+    std::filesystem::resize_file(dir / "file", 1024);
+    patched_source source(file);
+    EXPECT_TRUE(source.replace(1024, 1024, 0));
+    EXPECT_TRUE(source.replace(3000, std::vector<u8>(96)));
+    EXPECT_TRUE(source.replace(0, 512, 2560));
+    read_all(source);
+    std::vector<std::pair<u64, u64>> unread;
+    for (const auto &bad : source.unreadable_in(0, 9999))
+        unread.emplace_back(bad.offset, bad.length);
+    EXPECT_EQ(unread,
+              (std::vector<std::pair<u64, u64>>{{0, 512}, {2048, 952}, {3096, 1000}}));
 }
 
 TEST(PatchedSource, ShowsTheCopiesAndTheirPlaces)

@@ -3,10 +3,13 @@
 #include "support/temp_dir.h"
 
 #include <algorithm>
+#include <csignal>
 #include <cstdio>
 #include <string>
+#include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
+#include <utility>
 #include <vector>
 
 namespace test_support {
@@ -44,41 +47,75 @@ struct run_result {
     std::vector<std::string> rows() const { return lines(4); }
 };
 
-/// The streams of a run, where they aren't files of the test.
+/// The streams of a run, where they aren't files of the test, and what the system lets
+/// it have.
 struct run_streams {
     std::string in = {};       ///< bytes on standard input
     const char *out = nullptr; ///< a path to open for standard output
     bool out_closed = false;   ///< start with standard output closed
+    std::vector<std::pair<int, rlim_t>> limits = {}; ///< RLIMIT_ numbers, soft and hard
 };
 
-/// Runs a program with `args` and waits for it. A run of more than a minute is killed
-/// by an alarm and shows as such.
-inline run_result run_program(const char *binary, const std::vector<std::string> &args,
-                              const run_streams &streams = {})
-{
-    const temp_dir dir;
-    const std::string in = dir.write_file("in", streams.in);
-    const std::string out = streams.out != nullptr ? streams.out : dir / "out";
-    std::fflush(stdout); // else the child would write it as well
-    const pid_t child = fork();
-    if (child == 0) {
+/// A program that runs with `args`. A run of more than a minute is killed by an alarm
+/// and shows as such.
+class started_program {
+public:
+    started_program(const char *binary, const std::vector<std::string> &args,
+                    const run_streams &streams = {})
+    {
+        const std::string in = m_dir.write_file("in", streams.in);
+        const std::string out = streams.out != nullptr ? streams.out : m_dir / "out";
+        std::fflush(stdout); // else the child would write it as well
+        m_child = fork();
+        if (m_child != 0) return;
         std::vector<char *> argv = {const_cast<char *>(binary)};
         for (const std::string &arg : args)
             argv.push_back(const_cast<char *>(arg.c_str()));
         argv.push_back(nullptr);
         if (!std::freopen(in.c_str(), "r", stdin) ||
             !std::freopen(out.c_str(), "w", stdout) ||
-            !std::freopen((dir / "err").c_str(), "w", stderr))
+            !std::freopen((m_dir / "err").c_str(), "w", stderr))
             _exit(126);
         if (streams.out_closed) close(1);
         alarm(60);
+        for (const auto &[what, most] : streams.limits) {
+            const rlimit limit = {most, most};
+            setrlimit(static_cast<__rlimit_resource>(what), &limit);
+        }
         execv(binary, argv.data());
         _exit(127);
     }
-    int status = 0;
-    waitpid(child, &status, 0);
-    return {WIFEXITED(status) ? WEXITSTATUS(status) : 1000 + WTERMSIG(status),
-            file_bytes(dir / "out"), file_bytes(dir / "err")};
+    ~started_program()
+    {
+        if (m_child <= 0) return;
+        kill(m_child, SIGKILL);
+        waitpid(m_child, nullptr, 0);
+    }
+    started_program(const started_program &) = delete;
+    started_program &operator=(const started_program &) = delete;
+
+    void send(int signal) const { kill(m_child, signal); }
+
+    /// Waits for its end; called once.
+    run_result wait()
+    {
+        int status = 0;
+        waitpid(m_child, &status, 0);
+        m_child = -1;
+        return {WIFEXITED(status) ? WEXITSTATUS(status) : 1000 + WTERMSIG(status),
+                file_bytes(m_dir / "out"), file_bytes(m_dir / "err")};
+    }
+
+private:
+    temp_dir m_dir;
+    pid_t m_child = -1;
+};
+
+/// Runs a program with `args` and waits for it.
+inline run_result run_program(const char *binary, const std::vector<std::string> &args,
+                              const run_streams &streams = {})
+{
+    return started_program(binary, args, streams).wait();
 }
 
 } // namespace test_support

@@ -1,4 +1,5 @@
 #include "recyclebin/evidence_text.h"
+#include "recyclebin/interruption.h"
 #include "recyclebin/run_context.h"
 
 #include <algorithm>
@@ -49,7 +50,8 @@ exit_status run_bytes(std::ostream &out, const run_context &context)
     const u64 count = std::min(wanted, medium.size() - first);
     const bool is_dump = context.line.outputs.front().path.empty() && isatty(1) == 1;
     std::vector<u8> bytes;
-    for (u64 done = 0; done < count && out; done += bytes.size()) {
+    u64 done = 0;
+    for (; done < count && out && !is_interrupted(); done += bytes.size()) {
         bytes.resize(std::min(block, count - done));
         const std::size_t read = medium.read(first + done, bytes);
         std::fill(bytes.begin() + static_cast<std::ptrdiff_t>(read), bytes.end(),
@@ -63,6 +65,8 @@ exit_status run_bytes(std::ostream &out, const run_context &context)
                 static_cast<std::streamsize>(bytes.size()));
     }
     out.flush();
+    if (is_interrupted() && done < count)
+        complain("interrupted: " + counted(done, "byte") + " written");
     if (count < wanted)
         complain(context.line.medium + " ends at byte " +
                  std::to_string(medium.size()) + ": " + counted(count, "byte") +
@@ -70,7 +74,7 @@ exit_status run_bytes(std::ostream &out, const run_context &context)
     if (medium.unreadable() > 0)
         complain(counted(medium.unreadable(), "byte") +
                  " unreadable: zeros stand for them");
-    const bool is_whole = count == wanted && medium.unreadable() == 0 &&
+    const bool is_whole = done == wanted && medium.unreadable() == 0 &&
                           context.input.source().faults().empty();
     return is_whole ? exit_status::rows : exit_status::partly;
 }

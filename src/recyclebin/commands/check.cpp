@@ -90,7 +90,7 @@ exit_status run_check(std::ostream &out, const run_context &context)
             << '\n';
     for (const other_content &other : description.others)
         out << escaped(std::string_view(other.text)) << '\n';
-    if (volumes.count() > 0) return exit_status::rows;
+    if (volumes.count() > 0 || found.is_cut_short) return exit_status::rows;
     complain(context.line.medium + ": " + refusal_text(description));
     return exit_status::no_source;
 }

@@ -32,6 +32,10 @@ exit_status run_diff(std::ostream &out, const run_context &context)
 {
     const u32 from = *context.line.from;
     const u32 to = *context.line.to;
+    if (context.found.is_cut_short) {
+        complain("nothing is compared: not all was read");
+        return exit_status::partly;
+    }
     for (const u32 view : {from, to}) {
         if (has_view(context, view)) continue;
         complain("there is no " + view_text(view));

@@ -32,7 +32,8 @@ exit_status run_list(const std::vector<std::ostream *> &outs,
                      const run_context &context)
 {
     const u32 view = context.line.wanted.at.value_or(view_now);
-    if (view != view_now && !context.snapshots().contains(view)) {
+    const bool may_have_it = view == view_now || context.found.is_cut_short;
+    if (!may_have_it && !context.snapshots().contains(view)) {
         complain("there is no snapshot " + std::to_string(view) +
                  "; the command \"snapshots\" lists those that there are");
         return exit_status::usage;

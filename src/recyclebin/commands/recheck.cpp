@@ -1,5 +1,6 @@
 #include "recyclebin/deletion_json.h"
 #include "recyclebin/evidence_text.h"
+#include "recyclebin/interruption.h"
 #include "recyclebin/progress.h"
 #include "recyclebin/row_comparison.h"
 #include "recyclebin/run_context.h"
@@ -24,6 +25,7 @@ public:
         examine_options options;
         options.carve = carve;
         options.progress = [&](u64 done, u64 all) { progress.show(done, all); };
+        options.should_stop = is_interrupted;
         context.input.examine(m_found, options);
         for (const deletion &item : m_found.deletions) {
             m_by_id.emplace(item.id, &item);
@@ -158,8 +160,12 @@ exit_status run_recheck(std::ostream &out, const run_context &context)
     if (!read_rows(rows, context.line.rows_file)) return exit_status::no_source;
     rechecker checker(context, rows);
     u64 changed = 0, unchecked = 0;
+    u64 checked = 0;
     for (const written_row &row : rows) {
         const row_findings findings = checker.check(row);
+        // Half an examination says nothing of a row.
+        if (is_interrupted()) break;
+        ++checked;
         write_findings(out, row, findings);
         if (!findings.failures().empty())
             ++changed;
@@ -167,14 +173,18 @@ exit_status run_recheck(std::ostream &out, const run_context &context)
             unchecked += findings.unchecked() > 0;
     }
     out.flush();
-    std::fprintf(
-        stderr, "%s: %s the same, %s changed", counted(rows.size(), "row").c_str(),
-        grouped(rows.size() - changed - unchecked).c_str(), grouped(changed).c_str());
+    if (checked < rows.size())
+        complain("interrupted; " + counted(rows.size() - checked, "row") +
+                 " not checked");
+    std::fprintf(stderr, "%s: %s the same, %s changed", counted(checked, "row").c_str(),
+                 grouped(checked - changed - unchecked).c_str(),
+                 grouped(changed).c_str());
     if (unchecked > 0)
         std::fprintf(stderr, ", %s not checked whole", grouped(unchecked).c_str());
     std::fputc('\n', stderr);
     if (changed > 0) return exit_status::no_rows;
-    return unchecked > 0 ? exit_status::partly : exit_status::rows;
+    return unchecked > 0 || checked < rows.size() ? exit_status::partly
+                                                  : exit_status::rows;
 }
 
 } // namespace hv
