@@ -146,6 +146,13 @@ constexpr bool is_sanitized = false;
 constexpr call_list sanitizer_calls;
 #endif
 
+// Those who work on the program see in the log of the kernel what a filter refused.
+#ifdef NDEBUG
+constexpr u32 logs_refusals = 0;
+#else
+constexpr u32 logs_refusals = 1;
+#endif
+
 // Rules that are put together, and then hold for the process.
 class call_rules {
 public:
@@ -172,7 +179,7 @@ public:
                seccomp_attr_set(m_rules, SCMP_FLTATR_ACT_BADARCH,
                                 SCMP_ACT_KILL_PROCESS) == 0 &&
                seccomp_attr_set(m_rules, SCMP_FLTATR_CTL_TSYNC, 1) == 0 &&
-               seccomp_attr_set(m_rules, SCMP_FLTATR_CTL_LOG, 1) == 0 &&
+               seccomp_attr_set(m_rules, SCMP_FLTATR_CTL_LOG, logs_refusals) == 0 &&
                seccomp_attr_set(m_rules, SCMP_FLTATR_CTL_OPTIMIZE, 2) == 0 &&
                seccomp_load(m_rules) == 0;
     }
@@ -288,13 +295,19 @@ bool allow_writing_only(int descriptor)
     return rules.apply();
 }
 
-bool refuse_attacks()
+bool refuse_attacks(socket_use sockets)
 {
+    constexpr u32 refused = SCMP_ACT_ERRNO(EPERM);
     call_rules rules(SCMP_ACT_ALLOW);
     for (const int call : attacking_calls)
-        if (call != SCMP_SYS(execve)) rules.add(SCMP_ACT_ERRNO(EPERM), call, {});
-    for (const int call : {SCMP_SYS(ptrace), SCMP_SYS(socket), SCMP_SYS(connect)})
-        rules.add(SCMP_ACT_ERRNO(EPERM), call, {});
+        if (call != SCMP_SYS(execve)) rules.add(refused, call, {});
+    if (!is_sanitized) rules.add(refused, SCMP_SYS(ptrace), {});
+    if (sockets == socket_use::local) {
+        rules.add(refused, SCMP_SYS(socket), {{0, SCMP_CMP_NE, AF_UNIX, 0}});
+    } else {
+        rules.add(refused, SCMP_SYS(socket), {});
+        rules.add(refused, SCMP_SYS(connect), {});
+    }
     return rules.apply();
 }
 
@@ -315,7 +328,7 @@ bool allow_writing_only(int /*descriptor*/)
     return false;
 }
 
-bool refuse_attacks()
+bool refuse_attacks(socket_use /*sockets*/)
 {
     return false;
 }

@@ -23,17 +23,23 @@ struct call_needs {
 bool has_call_filter();
 
 /// Refuses all calls but those that a reader with these needs makes, in every thread:
-/// they fail with EPERM and show in the log of the kernel. Calls that only an attacker
-/// makes, such as starting another program, end the process. False if it can't be had;
-/// nothing is given up then.
+/// they fail with EPERM; of a debug build, they show in the log of the kernel. Calls
+/// that only an attacker makes, such as starting another program, end the process.
+/// False if it can't be had; nothing is given up then.
 bool allow_calls(const call_needs &needs);
 
 /// Leaves the calling process memory, an end, and writing to one descriptor. False if
 /// it can't be had.
 bool allow_writing_only(int descriptor);
 
-/// Takes from a program that is started next what serves an attacker alone: new
-/// sockets, files opened for writing, and calls that end the process above.
-bool refuse_attacks();
+/// Which sockets a process may use that isn't confined further.
+enum class socket_use {
+    connected, ///< those that it has
+    local      ///< those, and new ones to processes of this machine
+};
+
+/// Refuses what serves an attacker alone: other sockets, and the calls that end the
+/// process above but for starting programs. False if it can't be had.
+bool refuse_attacks(socket_use sockets);
 
 } // namespace hv

@@ -115,6 +115,13 @@ void file_rules::allow(file_use use, const std::string &path) const
     close(target);
 }
 
+void file_rules::allow_software() const
+{
+    for (const char *path : {"/usr", "/bin", "/lib", "/lib64", "/opt", "/gnu/store",
+                             "/nix/store", "/snap", "/etc/ld.so.cache"})
+        allow(file_use::execute, path);
+}
+
 bool file_rules::apply() const
 {
     return m_rules >= 0 && prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0) == 0 &&

@@ -38,6 +38,8 @@ public:
     /// Allows a use of a file, or of a folder and all beneath it. What doesn't exist
     /// or isn't in a file system, such as a pipe, needs no rule and gets none.
     void allow(file_use use, const std::string &path) const;
+    /// Allows to read and start what systems install as software, wherever they do.
+    void allow_software() const;
     /// Holds the calling thread, and what it starts from now on, to the rules. It also
     /// loses TCP and abstract sockets of others, where the kernel knows how. False if
     /// it can't be had; nothing is given up then.

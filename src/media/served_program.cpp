@@ -24,12 +24,6 @@ constexpr int first_socket = 3; // as systemd hands it over
 constexpr rlim_t max_memory = rlim_t{4} << 30;
 constexpr rlim_t max_files = 256;
 
-// What systems install software in, and the list of its libraries.
-constexpr const char *software[] = {"/usr",         "/bin",     "/lib",
-                                    "/lib64",       "/opt",     "/gnu/store",
-                                    "/nix/store",   "/snap",    "/etc/ld.so.cache",
-                                    "/dev/urandom", "/dev/null"};
-
 std::vector<char *> pointers_to(std::vector<std::string> &words)
 {
     std::vector<char *> pointers;
@@ -85,10 +79,12 @@ void give_up_rights(const std::vector<std::string> &files)
         setrlimit(what, &limits);
     }
     const file_rules rules;
-    for (const char *path : software) rules.allow(file_use::execute, path);
+    rules.allow_software();
+    for (const char *path : {"/dev/null", "/dev/urandom"})
+        rules.allow(file_use::read, path);
     for (const std::string &path : files) rules.allow(file_use::read, path);
     rules.apply();
-    refuse_attacks();
+    refuse_attacks(socket_use::connected);
 }
 
 // Nothing of what the program says reaches the terminal, and no other file of this

@@ -6,9 +6,23 @@
 #include "hives/hive_names.h"
 #include "recyclebin/digest.h"
 
+#include <algorithm>
+#include <array>
+#include <filesystem>
+#include <unistd.h>
+
 namespace hv {
 
 namespace {
+
+using namespace std::string_view_literals;
+
+// The counters are written into files of the build when the program ends.
+#ifdef VESKIT_COVERAGE
+constexpr bool counts_coverage = true;
+#else
+constexpr bool counts_coverage = false;
+#endif
 
 // What sanitizers read about the process when it ends.
 #ifdef __SANITIZE_ADDRESS__
@@ -29,13 +43,43 @@ void confine_files(const run_needs &needs)
     rules.apply();
 }
 
-// Loads what is loaded at its first use, as long as files can be opened.
-void load_late_parts(command what)
+// Whether results have sums of bytes. Those that need none start sooner.
+bool makes_sums(const command_line &line)
 {
-    if (what == command::bytes) return;
-    can_read_hives();
-    if (what != command::check && what != command::snapshots)
-        digest(digest_kind::sha256).finish();
+    constexpr std::array forms = {"html"sv, "jsonl"sv, "sqlite"sv,
+                                  "timesketch-jsonl"sv};
+    const auto has_sums = [&](const output_target &output) {
+        return output.how != nullptr &&
+               std::ranges::find(forms, output.how->name) != forms.end();
+    };
+    switch (line.what) {
+    case command::explain:
+    case command::export_data:
+    case command::recheck: return true;
+    default: return std::ranges::any_of(line.outputs, has_sums);
+    }
+}
+
+// Loads what is loaded at its first use, as long as files can be opened.
+void load_late_parts(const command_line &line, const opened_input &input)
+{
+    if (input.kind() == input_kind::medium && line.what != command::bytes)
+        can_read_hives();
+    if (makes_sums(line)) digest(digest_kind::sha256).finish();
+}
+
+// Where outputs are made; the folder of an export may have to be made itself.
+std::vector<std::string> written_folders(const command_line &line)
+{
+    const export_options &how = line.exporting;
+    std::vector<std::string> folders;
+    for (const output_target &output : line.outputs)
+        if (!output.path.empty()) folders.push_back(folder_of_file(output.path));
+    if (!how.manifest.empty()) folders.push_back(folder_of_file(how.manifest));
+    std::filesystem::path made = how.to;
+    while (!made.empty() && access(made.c_str(), F_OK) != 0) made = made.parent_path();
+    if (!how.to.empty()) folders.push_back(made.empty() ? "." : made.string());
+    return folders;
 }
 
 // Of the files that a medium is in, libraries open some again; those of a folder are
@@ -73,14 +117,24 @@ void confine(const run_needs &needs)
                  .starts_readers = true});
 }
 
+void confine_opening(const command_line &line)
+{
+    const file_rules rules;
+    rules.allow(file_use::read, "/");
+    rules.allow_software();
+    const std::vector<std::string> outputs = written_folders(line);
+    for (const std::string &folder : outputs) rules.allow(file_use::fill, folder);
+    if (counts_coverage) return;
+    rules.apply();
+    refuse_attacks(socket_use::local);
+}
+
 void confine_run(const command_line &line, const opened_input &input,
                  const export_target &target)
 {
-    load_late_parts(line.what);
+    load_late_parts(line, input);
     const run_needs needs = needs_of(line, input, target);
-#ifndef VESKIT_COVERAGE // whose counters are written into files when the program ends
-    confine(needs);
-#endif
+    if (!counts_coverage) confine(needs);
 }
 
 std::string confinement_text()

@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-/// What a run gives up before it reads its medium: media are hostile, and libraries
+/// What a run gives up for the sake of what it reads: media are hostile, and libraries
 /// that others wrote read them too. docs/security.md says what that is worth.
 namespace hv {
 
@@ -22,6 +22,11 @@ struct run_needs {
 /// nor its failure is said. Threads that run already keep their rights to files, so
 /// there must be none.
 void confine(const run_needs &needs);
+
+/// Confines a run before its medium is opened, which libraries do: it may still read
+/// every file and start installed programs, but write only beneath the folders of its
+/// outputs.
+void confine_opening(const command_line &line);
 
 /// Confines a run whose sources and outputs are open. What is loaded at its first use
 /// is loaded before.

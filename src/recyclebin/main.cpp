@@ -165,6 +165,7 @@ bool finish_outputs(const result_files &results)
 
 exit_status run(const command_line &line)
 {
+    confine_opening(line);
     opened_input input(line.medium);
     for (const std::string &problem : input.unlock(line.keys))
         complain(line.medium + ": " + problem);
