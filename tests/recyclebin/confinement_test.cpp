@@ -166,6 +166,36 @@ TEST(Confinement, LeavesAnExportItsFolder)
           needed::landlock}});
 }
 
+// A run whose output nobody reads waits, and what the system says of it can be read.
+TEST(Confinement, HoldsForARun)
+{
+    if (confinement_text() == "none") GTEST_SKIP() << "nothing to confine by";
+    const test_support::temp_dir dir;
+    const std::string size = "1000000"; // more than a pipe takes
+    const std::string medium = dir.write_file("disk.raw", std::string(1000000, 'x'));
+    int ends[2] = {};
+    ASSERT_EQ(pipe(ends), 0);
+    const pid_t run = fork();
+    if (run == 0) {
+        dup2(ends[1], 1);
+        close(ends[0]);
+        close(ends[1]);
+        execl(RECYCLEBIN_BINARY, "recyclebin", "bytes", medium.c_str(), "0",
+              size.c_str(), nullptr);
+        _exit(127);
+    }
+    close(ends[1]);
+    char first = 0;
+    EXPECT_EQ(read(ends[0], &first, 1), 1);
+    const std::string status =
+        test_support::file_bytes("/proc/" + std::to_string(run) + "/status");
+    close(ends[0]);
+    waitpid(run, nullptr, 0);
+    EXPECT_NE(status.find("NoNewPrivs:\t1\n"), std::string::npos) << status;
+    const std::string filtered = has_call_filter() ? "Seccomp_filters:\t2\n" : "";
+    EXPECT_NE(status.find(filtered), std::string::npos) << status;
+}
+
 TEST(Confinement, LeavesAReaderOneDescriptorToWriteTo)
 {
     if (!has_call_filter()) GTEST_SKIP() << "no seccomp";
