@@ -64,12 +64,12 @@ constexpr int time_calls[] = {
 
 // What is done with a file that is open.
 constexpr int open_file_calls[] = {
-    SCMP_SYS(close),     SCMP_SYS(dup),    SCMP_SYS(fadvise64), SCMP_SYS(fcntl),
-    SCMP_SYS(fdatasync), SCMP_SYS(fstat),  SCMP_SYS(fstatfs),   SCMP_SYS(fsync),
-    SCMP_SYS(ftruncate), SCMP_SYS(lseek),  SCMP_SYS(poll),      SCMP_SYS(ppoll),
-    SCMP_SYS(pread64),   SCMP_SYS(preadv), SCMP_SYS(preadv2),   SCMP_SYS(pselect6),
-    SCMP_SYS(pwrite64),  SCMP_SYS(read),   SCMP_SYS(readahead), SCMP_SYS(readv),
-    SCMP_SYS(select),    SCMP_SYS(write),  SCMP_SYS(writev)};
+    SCMP_SYS(close),    SCMP_SYS(dup),       SCMP_SYS(fadvise64), SCMP_SYS(fallocate),
+    SCMP_SYS(fcntl),    SCMP_SYS(fdatasync), SCMP_SYS(fstat),     SCMP_SYS(fstatfs),
+    SCMP_SYS(fsync),    SCMP_SYS(ftruncate), SCMP_SYS(lseek),     SCMP_SYS(poll),
+    SCMP_SYS(ppoll),    SCMP_SYS(pread64),   SCMP_SYS(preadv),    SCMP_SYS(preadv2),
+    SCMP_SYS(pselect6), SCMP_SYS(pwrite64),  SCMP_SYS(read),      SCMP_SYS(readahead),
+    SCMP_SYS(readv),    SCMP_SYS(select),    SCMP_SYS(write),     SCMP_SYS(writev)};
 
 // What only looks at names. Nothing is learnt by it but which files there are.
 constexpr int status_calls[] = {
@@ -83,13 +83,13 @@ constexpr int publishing_calls[] = {
     SCMP_SYS(link),      SCMP_SYS(linkat), SCMP_SYS(rename),  SCMP_SYS(renameat),
     SCMP_SYS(renameat2), SCMP_SYS(unlink), SCMP_SYS(unlinkat)};
 
-constexpr int filling_calls[] = {SCMP_SYS(fallocate), SCMP_SYS(mkdir),
-                                 SCMP_SYS(mkdirat), SCMP_SYS(openat)};
+constexpr int filling_calls[] = {SCMP_SYS(mkdir), SCMP_SYS(mkdirat), SCMP_SYS(openat)};
 
 constexpr int socket_calls[] = {SCMP_SYS(getsockopt), SCMP_SYS(recvfrom),
                                 SCMP_SYS(recvmsg),    SCMP_SYS(sendmsg),
                                 SCMP_SYS(sendto),     SCMP_SYS(shutdown)};
 
+// For processes that read on its behalf, as those of hives do.
 constexpr int reader_calls[] = {SCMP_SYS(pipe), SCMP_SYS(pipe2), SCMP_SYS(wait4),
                                 SCMP_SYS(waitid)};
 
@@ -138,9 +138,9 @@ constexpr int attacking_calls[] = {SCMP_SYS(execve),
 // The sanitizers start a thread that stops the others, to search them for leaks.
 #ifdef __SANITIZE_ADDRESS__
 constexpr bool is_sanitized = true;
-constexpr int sanitizer_calls[] = {SCMP_SYS(ptrace),     SCMP_SYS(openat),
-                                   SCMP_SYS(getdents64), SCMP_SYS(wait4),
-                                   SCMP_SYS(prlimit64),  SCMP_SYS(tgkill)};
+constexpr int sanitizer_calls[] = {
+    SCMP_SYS(open),       SCMP_SYS(getdents), SCMP_SYS(ptrace),    SCMP_SYS(openat),
+    SCMP_SYS(getdents64), SCMP_SYS(wait4),    SCMP_SYS(prlimit64), SCMP_SYS(tgkill)};
 #else
 constexpr bool is_sanitized = false;
 constexpr call_list sanitizer_calls;
@@ -279,7 +279,7 @@ bool allow_calls(const call_needs &needs)
     allow_files(rules, needs);
     rules.add(SCMP_ACT_ALLOW, confining_calls);
     if (needs.uses_sockets) rules.add(SCMP_ACT_ALLOW, socket_calls);
-    if (needs.starts_readers) rules.add(SCMP_ACT_ALLOW, reader_calls);
+    rules.add(SCMP_ACT_ALLOW, reader_calls);
     end_attacks(rules);
     return rules.apply();
 }

@@ -10,13 +10,13 @@
 /// System calls that a process gives up, by seccomp.
 namespace hv {
 
-/// What a process needs besides memory, time, threads, and what it has open.
+/// What a process needs besides memory, time, threads, copies of itself, and what it
+/// has open.
 struct call_needs {
-    bool opens_files = false;    ///< opens files for reading, and lists folders
-    bool publishes = false;      ///< gives files other names, and removes files
-    bool fills_folders = false;  ///< makes and writes files and folders
-    bool uses_sockets = false;   ///< sends and receives on sockets that are connected
-    bool starts_readers = false; ///< starts processes of its own program, and waits
+    bool opens_files = false;   ///< opens files for reading, and lists folders
+    bool publishes = false;     ///< gives files other names, and removes files
+    bool fills_folders = false; ///< makes and writes files and folders
+    bool uses_sockets = false;  ///< sends and receives on sockets that are connected
 };
 
 /// Whether the kernel filters system calls, and this build has the library for it.

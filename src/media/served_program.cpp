@@ -72,12 +72,6 @@ bool make_sockets(int &listening, int &connected)
 // Takes from this process what a server doesn't need.
 void give_up_rights(const std::vector<std::string> &files)
 {
-    for (const auto &[what, most] :
-         {std::pair{RLIMIT_CORE, rlim_t{0}}, std::pair{RLIMIT_FSIZE, rlim_t{0}},
-          std::pair{RLIMIT_NOFILE, max_files}, std::pair{RLIMIT_DATA, max_memory}}) {
-        const rlimit limits = {most, most};
-        setrlimit(what, &limits);
-    }
     const file_rules rules;
     rules.allow_software();
     for (const char *path : {"/dev/null", "/dev/urandom"})
@@ -85,6 +79,13 @@ void give_up_rights(const std::vector<std::string> &files)
     for (const std::string &path : files) rules.allow(file_use::read, path);
     rules.apply();
     refuse_attacks(socket_use::connected);
+    // Last, as a sanitizer of this program takes more memory than the other one may.
+    for (const auto &[what, most] :
+         {std::pair{RLIMIT_CORE, rlim_t{0}}, std::pair{RLIMIT_FSIZE, rlim_t{0}},
+          std::pair{RLIMIT_NOFILE, max_files}, std::pair{RLIMIT_DATA, max_memory}}) {
+        const rlimit limits = {most, most};
+        setrlimit(what, &limits);
+    }
 }
 
 // Nothing of what the program says reaches the terminal, and no other file of this

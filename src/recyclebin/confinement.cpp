@@ -113,8 +113,7 @@ void confine(const run_needs &needs)
     allow_calls({.opens_files = !needs.read_paths.empty(),
                  .publishes = !needs.publish_folders.empty(),
                  .fills_folders = !needs.export_folder.empty(),
-                 .uses_sockets = needs.uses_sockets,
-                 .starts_readers = true});
+                 .uses_sockets = needs.uses_sockets});
 }
 
 void confine_opening(const command_line &line)
