@@ -1,15 +1,19 @@
 #include "hives/hive_names.h"
 
 #include "base/hv_byte_view.h"
+#include "confinement/call_filter.h"
+#include "confinement/file_rules.h"
 #ifdef VESKIT_WITH_REGF
 #include "hives/regf_reader.h"
 #endif
 
 #include <algorithm>
+#include <array>
 #include <cerrno>
 #include <csignal>
-#include <fstream>
+#include <fcntl.h>
 #include <new>
+#include <sstream>
 #include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -73,10 +77,20 @@ template <class Text> bool take_text(Text &out, byte_view &bytes)
     return true;
 }
 
+// What the system says about the memory of this process. It stays open: later, the
+// process may have given up opening files.
+int memory_counts()
+{
+    static const int file = open("/proc/self/statm", O_RDONLY | O_CLOEXEC);
+    return file;
+}
+
 // The memory that this process may write to, in bytes; 0 if the system doesn't say.
 u64 memory_in_use()
 {
-    std::ifstream counts("/proc/self/statm");
+    std::array<char, 256> text{};
+    if (pread(memory_counts(), text.data(), text.size() - 1, 0) <= 0) return 0;
+    std::istringstream counts(text.data());
     u64 pages = 0;
     for (int field = 0; field < 6; ++field) counts >> pages;
     return counts ? pages * static_cast<u64>(sysconf(_SC_PAGESIZE)) : 0;
@@ -90,21 +104,23 @@ void limit(__rlimit_resource what, u64 most)
 
 // A few bytes of a damaged hive can keep the library busy for long, and have it ask for
 // all memory that it gets.
-void limit_costs(u64 hive_size)
+void limit_costs(u64 hive_size, u64 before)
 {
     limit(RLIMIT_CORE, 0);
     limit(RLIMIT_CPU, max_seconds);
-    const u64 before = memory_in_use();
     if (limits_memory && before != 0)
         limit(RLIMIT_DATA, before + min_memory + 2 * hive_size);
 }
 
 // What the process that reads does: it writes each SID and name, and ends.
-[[noreturn]] void write_names(int to, hive_kind kind, std::span<const u8> hive) noexcept
+[[noreturn]] void write_names(int to, hive_kind kind, std::span<const u8> hive,
+                              u64 memory_before) noexcept
 try {
-    limit_costs(hive.size());
+    file_rules().apply();
+    limit_costs(hive.size(), memory_before);
     for (const int number : {SIGXCPU, SIGSEGV, SIGBUS, SIGABRT})
         std::signal(number, SIG_DFL);
+    allow_writing_only(to);
     names_by_sid names;
     std::vector<u8> bytes;
     bool is_good = read_regf_names(names, kind, hive);
@@ -147,6 +163,7 @@ bool ended_well(pid_t process)
 
 bool can_read_hives()
 {
+    memory_counts();
     return has_regf_library();
 }
 
@@ -154,8 +171,9 @@ bool read_names(names_by_sid &out, hive_kind kind, std::span<const u8> hive)
 {
     int ends[2] = {};
     if (hive_written(hive) == 0 || pipe(ends) != 0) return false;
+    const u64 memory_before = memory_in_use();
     const pid_t reader = fork();
-    if (reader == 0) write_names(ends[1], kind, hive);
+    if (reader == 0) write_names(ends[1], kind, hive, memory_before);
     close(ends[1]);
     const std::vector<u8> bytes = reader < 0 ? std::vector<u8>() : read_to_end(ends[0]);
     close(ends[0]);

@@ -23,6 +23,8 @@ struct opened_medium {
     std::vector<std::string> files = {};
     /// Whether an offset in the source is one in the only file.
     bool is_plain_file = false;
+    /// Whether a program serves the bytes on a socket.
+    bool is_served = false;
     /// What the container couldn't give so far, such as "chunk 17, bytes 0x88000 to
     /// 0x8ffff: wrong checksum". Never empty as a function.
     std::function<std::vector<std::string>()> faults = [] {

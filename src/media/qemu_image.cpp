@@ -3,6 +3,7 @@
 #include "disk/hv_file_source.h"
 #include "media/block_source.h"
 #include "media/container_openers.h"
+#include "media/served_program.h"
 #include "media/shared_object.h"
 
 #include <algorithm>
@@ -39,7 +40,7 @@ struct nbd_library {
     LIBRARY_FUNCTION(create);
     LIBRARY_FUNCTION(close);
     LIBRARY_FUNCTION(add_meta_context);
-    LIBRARY_FUNCTION(connect_systemd_socket_activation);
+    LIBRARY_FUNCTION(connect_socket);
     LIBRARY_FUNCTION(get_size);
     LIBRARY_FUNCTION(pread);
     LIBRARY_FUNCTION(block_status);
@@ -53,6 +54,23 @@ const nbd_library &nbd()
     return loaded;
 }
 
+// The options of QEMU that open these files and no other: commas in names are doubled,
+// and a name is never taken for an address.
+std::string options_of(const std::vector<qemu_layer> &layers)
+{
+    std::string options;
+    std::string prefix;
+    for (const qemu_layer &layer : layers) {
+        std::string path;
+        for (const char c : layer.path) path += c == ',' ? ",," : std::string(1, c);
+        if (!options.empty()) options += ",";
+        options += prefix + "driver=" + layer.driver + "," + prefix +
+                   "file.driver=file," + prefix + "file.filename=" + path;
+        prefix += "backing.";
+    }
+    return options;
+}
+
 // A stretch of the disk, and whether it holds anything but zeros.
 struct extent {
     u64 begin = 0;
@@ -61,34 +79,34 @@ struct extent {
 };
 
 struct server {
+    served_program process; // ends after its client
     nbd_handle *handle = nullptr;
     extent last;
     bool has_extents = true;
 
     server() : handle(nbd().create()) {}
-    ~server() { nbd().close(handle); } // ends the child as well
+    ~server() { nbd().close(handle); }
     server(const server &) = delete;
     server &operator=(const server &) = delete;
 
-    bool start(const std::string &options);
+    bool start(const std::string &program, const std::vector<qemu_layer> &layers);
     bool read(u64 offset, std::span<u8> out);
     bool find_extent(u64 offset, u64 size);
     u64 next_data(u64 offset, u64 size);
 };
 
-// The server ends when its only client is gone, however that came about. What it has to
-// say doesn't reach the terminal.
-bool server::start(const std::string &options)
+// The server ends when its only client is gone, however that came about.
+bool server::start(const std::string &program, const std::vector<qemu_layer> &layers)
 {
-    std::string words[] = {"sh",           "-c",       "exec \"$@\" 2>/dev/null",
-                           "sh",           "qemu-nbd", "--read-only",
-                           "--image-opts", options};
-    std::vector<char *> arguments;
-    for (std::string &word : words) arguments.push_back(word.data());
-    arguments.push_back(nullptr);
-    return handle != nullptr &&
-           nbd().add_meta_context(handle, LIBNBD_CONTEXT_BASE_ALLOCATION) == 0 &&
-           nbd().connect_systemd_socket_activation(handle, arguments.data()) == 0;
+    std::vector<std::string> files;
+    for (const qemu_layer &layer : layers) files.push_back(layer.path);
+    const int socket = process.start(
+        {program, "--read-only", "--image-opts", options_of(layers)}, files);
+    if (handle != nullptr && socket >= 0 &&
+        nbd().add_meta_context(handle, LIBNBD_CONTEXT_BASE_ALLOCATION) == 0)
+        return nbd().connect_socket(handle, socket) == 0;
+    if (socket >= 0) close(socket);
+    return false;
 }
 
 bool server::read(u64 offset, std::span<u8> out)
@@ -134,34 +152,18 @@ u64 server::next_data(u64 offset, u64 size)
     return size;
 }
 
-bool has_program(const std::string &name)
+// Where the program is; empty if it isn't on this machine.
+std::string path_of_program(const std::string &name)
 {
     const char *path = std::getenv("PATH");
     std::string_view rest = path == nullptr ? "/usr/bin:/bin" : path;
     while (!rest.empty()) {
         const std::size_t end = std::min(rest.find(':'), rest.size());
         const std::string file = std::string(rest.substr(0, end)) + "/" + name;
-        if (::access(file.c_str(), X_OK) == 0) return true;
+        if (::access(file.c_str(), X_OK) == 0) return file;
         rest.remove_prefix(std::min(end + 1, rest.size()));
     }
-    return false;
-}
-
-// The options of QEMU that open these files and no other: commas in names are doubled,
-// and a name is never taken for an address.
-std::string options_of(const std::vector<qemu_layer> &layers)
-{
-    std::string options;
-    std::string prefix;
-    for (const qemu_layer &layer : layers) {
-        std::string path;
-        for (const char c : layer.path) path += c == ',' ? ",," : std::string(1, c);
-        if (!options.empty()) options += ",";
-        options += prefix + "driver=" + layer.driver + "," + prefix +
-                   "file.driver=file," + prefix + "file.filename=" + path;
-        prefix += "backing.";
-    }
-    return options;
+    return {};
 }
 
 } // namespace
@@ -170,10 +172,11 @@ opened_medium open_layers_with_qemu(const std::vector<qemu_layer> &layers)
 {
     if (!nbd().loaded.is_complete())
         return unopened(package_problem("this container", "libnbd0"));
-    if (!has_program("qemu-nbd"))
+    const std::string program = path_of_program("qemu-nbd");
+    if (program.empty())
         return unopened(package_problem("this container", "qemu-utils"));
     const auto image = std::make_shared<server>();
-    if (!image->start(options_of(layers)))
+    if (!image->start(program, layers))
         return unopened("qemu-nbd can't open it: it may be damaged, encrypted, or a "
                         "change to another disk; qemu-img info may say more");
     const i64 size = nbd().get_size(image->handle);
@@ -193,6 +196,7 @@ opened_medium open_layers_with_qemu(const std::vector<qemu_layer> &layers)
     source->set_next_data(
         [image, end = form.size](u64 offset) { return image->next_data(offset, end); });
     medium.source = source;
+    medium.is_served = true;
     medium.details = {"read by qemu-nbd"};
     if (layers.size() > 1)
         medium.details.push_back("a change to " + std::to_string(layers.size() - 1) +

@@ -1,5 +1,6 @@
 #include "recyclebin/command_line.h"
 
+#include "recyclebin/confinement.h"
 #include "recyclebin/evidence_text.h"
 #include "recyclebin/moments.h"
 
@@ -351,7 +352,9 @@ std::optional<exit_status> read_command_line(command_line &line, int argc,
 {
     CLI::App app{"Finds every deletion that the bytes of a medium still prove.",
                  "recyclebin"};
-    app.set_version_flag("--version", "recyclebin " RECYCLEBIN_VERSION);
+    app.set_version_flag("--version", [] {
+        return "recyclebin " RECYCLEBIN_VERSION "\nconfinement: " + confinement_text();
+    });
     app.require_subcommand(1);
     app.footer(
         "Exit status: 0 read whole, rows; 1 read whole, none; 2 wrong usage;\n"

@@ -1,3 +1,4 @@
+#include "recyclebin/confinement.h"
 #include "recyclebin/input.h"
 #include "recyclebin/interruption.h"
 #include "recyclebin/progress.h"
@@ -165,6 +166,7 @@ bool finish_outputs(const result_files &results)
 
 exit_status run(const command_line &line)
 {
+    confine_opening(line);
     opened_input input(line.medium);
     for (const std::string &problem : input.unlock(line.keys))
         complain(line.medium + ": " + problem);
@@ -175,11 +177,16 @@ exit_status run(const command_line &line)
     }
     result_files results;
     if (!open_outputs(results, line, input)) return exit_status::no_output;
-    if (line.what == command::export_data && !can_export(line))
+    export_target target;
+    std::string problem;
+    if (line.what == command::export_data && !target.open(problem, line.exporting)) {
+        complain(problem);
         return exit_status::no_output;
+    }
+    confine_run(line, input, target);
     std::vector<std::ostream *> outs;
     for (const auto &result : results) outs.push_back(&result->stream());
-    run_context context{line, input, medium};
+    run_context context{line, input, target, medium};
     const exit_status status = examine_and_run(outs, context);
     const bool has_results =
         status != exit_status::usage &&

@@ -2,6 +2,7 @@
 
 #include "evidence/describe_medium.h"
 #include "recyclebin/command_line.h"
+#include "recyclebin/export_target.h"
 #include "recyclebin/input.h"
 
 #include <ostream>
@@ -12,6 +13,7 @@ namespace hv {
 struct run_context {
     const command_line &line;
     const opened_input &input; ///< what is read, and which files that needs
+    export_target &target;     ///< where an export goes
     byte_source_ptr medium;    ///< the bytes of `input`
     examination found = {};
 
@@ -32,8 +34,6 @@ exit_status run_diff(std::ostream &out, const run_context &context);
 exit_status run_explain(std::ostream &out, const run_context &context);
 /// Writes data into a folder; `out` gets the manifest, if that goes nowhere else.
 exit_status run_export(std::ostream &out, const run_context &context);
-/// Whether the folder and the manifest can be made; false after a complaint.
-bool can_export(const command_line &line);
 /// Writes to each of the outputs that the user asks for, in their order.
 exit_status run_list(const std::vector<std::ostream *> &outs,
                      const run_context &context);

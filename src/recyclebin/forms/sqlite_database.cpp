@@ -42,8 +42,11 @@ struct binder {
 
 sqlite_database::sqlite_database()
 {
-    const int result = sqlite3_open(":memory:", &m_handle);
-    if (result == SQLITE_OK) return;
+    // Nor is anything of it kept in files while it is sorted.
+    if (sqlite3_open(":memory:", &m_handle) == SQLITE_OK &&
+        sqlite3_exec(m_handle, "PRAGMA temp_store = MEMORY", nullptr, nullptr,
+                     nullptr) == SQLITE_OK)
+        return;
     sqlite3_close(m_handle);
     throw std::bad_alloc();
 }
