@@ -1,5 +1,6 @@
 #pragma once
 
+#include "base/hv_types.h"
 #include "samples/random_source.h"
 
 #include <cstddef>
