@@ -16,11 +16,22 @@ std::string check_proofs(const recyclebin_run &run, std::span<const u8> medium);
 /// Two roads to one answer agree: windows lent or read; rows without carving are among
 /// those with it; a volume alone and in a disk.
 std::string check_roads(std::span<const u8> medium);
+/// The same, with the runs over the medium that were made already.
+std::string check_roads(const recyclebin_run &live, const recyclebin_run &carved,
+                        std::span<const u8> medium);
 
 /// What the undamaged medium holds.
 struct baseline {
+    /// What a sighting states, and the bytes without which it need not be found.
+    struct statement {
+        std::string fact;
+        std::vector<byte_range> needs;
+    };
+
     recyclebin_run live;   ///< without carving
     recyclebin_run carved; ///< with it
+    std::vector<statement> live_statements, carved_statements;
+    std::vector<structure> structures;
     /// Time and path of every record that any road leads to, decoys and used clusters
     /// included: what damage may bring to light without inventing it.
     std::set<std::string> facts;
@@ -28,12 +39,18 @@ struct baseline {
 baseline make_baseline(std::span<const u8> medium);
 
 /// No row is invented: its time and path are facts of the undamaged medium, or the
-/// damage touched its proof.
+/// damage touched its proof, or the head of the record that its proof is in.
 std::string check_invented(const baseline &before, const recyclebin_run &after,
                            const damage &done);
 
-/// No row is lost that doesn't depend on the damage.
+/// No statement is lost that doesn't depend on the damage. Of a row without metadata,
+/// the statement is its name.
 std::string check_lost(const baseline &before, const recyclebin_run &after,
                        const damage &done);
+
+/// All of these, of runs with and without carving over the damaged medium. The first
+/// problem counts.
+std::string check_all(const baseline &before, std::span<const u8> medium,
+                      const damage &done);
 
 } // namespace stress

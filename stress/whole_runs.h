@@ -28,13 +28,15 @@ struct veskit_run {
 /// `volume_offset` is where the volume begins, in bytes; the raw scan doesn't use it.
 veskit_run run_veskit(std::span<const u8> medium, veskit_mode mode, u64 volume_offset);
 
+enum class carving { off, on };
+
 /// What one run of `recyclebin list` found and wrote, and what it cost.
 struct recyclebin_run {
+    carving carve = carving::off;
     hv::examination found;
     std::string json_lines; ///< as `--format jsonl` writes them
     u64 bytes_read = 0;     ///< asked of the medium, lent windows included
 };
-enum class carving { off, on };
 /// Whether windows of the medium are lent or have to be read, which must not matter.
 enum class access { lent, read };
 recyclebin_run run_recyclebin(std::span<const u8> medium, carving carve,
