@@ -2,6 +2,7 @@
 
 #include "base/hv_byte_view.h"
 #include "evidence/byte_ranges.h"
+#include "recyclebin/evidence_text.h"
 #include "recyclebin/row_comparison.h"
 #include "stress/dependencies.h"
 #include "stress/span_source.h"
@@ -204,6 +205,52 @@ statements statements_of(const recyclebin_run &run, std::span<const u8> medium,
     return all;
 }
 
+// The paths of rows: the eighth cell.
+std::set<std::string> paths_of(const veskit_run &run)
+{
+    constexpr int path_column = 8;
+    std::set<std::string> paths;
+    for (const std::string &row : run.rows) {
+        std::istringstream cells(row);
+        std::string cell;
+        for (int column = 0; column < path_column; ++column)
+            std::getline(cells, cell, '|');
+        paths.insert(cell);
+    }
+    return paths;
+}
+
+// What `-image` finds of the live statements. It depends on all that is vital: it has
+// no other way to a volume.
+statements veskit_statements_of(const baseline &before, const veskit_run &run,
+                                std::span<const u8> medium)
+{
+    const std::set<std::string> paths = paths_of(run);
+    const dependencies known(medium, before.live.found, before.structures);
+    statements all;
+    for_each_sighting(before.live, [&](const hv::sighting &seen) {
+        if (!seen.metadata || seen.source != hv::evidence_source::live) return;
+        std::string path = hv::to_lossless_utf8(seen.metadata->path);
+        if (!paths.contains(path)) return;
+        std::vector<byte_range> needs = known.of(seen);
+        for (const structure &part : before.structures)
+            if (part.is_vital) needs.push_back({part.offset, part.length});
+        all.push_back({std::move(path), std::move(needs)});
+    });
+    return all;
+}
+
+u64 first_volume(const recyclebin_run &run)
+{
+    for (const hv::examined_region &region : run.found.regions)
+        if (region.is_volume) return region.offset;
+    return 0;
+}
+
+constexpr veskit_mode all_modes[] = {veskit_mode::image, veskit_mode::image_unallocated,
+                                     veskit_mode::image_shadows, veskit_mode::image_all,
+                                     veskit_mode::raw_scan};
+
 // The places of metadata that a row has, and what says how to read it: the heads of
 // records, which hold the last bytes of each sector.
 std::vector<byte_range> proof_and_heads(const hv::sighting &seen,
@@ -279,6 +326,9 @@ baseline make_baseline(std::span<const u8> medium)
     made.carved = run_recyclebin(medium, carving::on);
     made.live_statements = statements_of(made.live, medium, made.structures);
     made.carved_statements = statements_of(made.carved, medium, made.structures);
+    made.volume_offset = first_volume(made.carved);
+    made.veskit_statements = veskit_statements_of(
+        made, run_veskit(medium, veskit_mode::image, made.volume_offset), medium);
     // Without boot sectors all clusters are searched, used ones as well.
     std::vector<u8> bare(medium.begin(), medium.end());
     for (const structure &part : made.structures)
@@ -322,18 +372,37 @@ std::string check_lost(const baseline &before, const recyclebin_run &after,
     return {};
 }
 
+std::string check_veskit_lost(const baseline &before, const veskit_run &after,
+                              const damage &done)
+{
+    const std::set<std::string> paths = paths_of(after);
+    for (const auto &[path, needs] : before.veskit_statements)
+        if (!paths.contains(path) && !have_common_bytes(needs, done.touched))
+            return "lost by veskit: " + path;
+    return {};
+}
+
 std::string check_all(const baseline &before, std::span<const u8> medium,
                       const damage &done)
 {
+    std::string problem;
+    const auto keep = [&](std::string found) {
+        if (problem.empty()) problem = std::move(found);
+    };
     const recyclebin_run live = run_recyclebin(medium, carving::off);
     const recyclebin_run carved = run_recyclebin(medium, carving::on);
     for (const recyclebin_run *run : {&live, &carved}) {
-        for (std::string problem :
-             {check_bounds(*run, medium.size()), check_proofs(*run, medium),
-              check_invented(before, *run, done), check_lost(before, *run, done)})
-            if (!problem.empty()) return problem;
+        keep(check_bounds(*run, medium.size()));
+        keep(check_proofs(*run, medium));
+        keep(check_invented(before, *run, done));
+        keep(check_lost(before, *run, done));
     }
-    return check_roads(live, carved, medium);
+    keep(check_roads(live, carved, medium));
+    for (const veskit_mode mode : all_modes) {
+        const veskit_run run = run_veskit(medium, mode, before.volume_offset);
+        if (mode == veskit_mode::image) keep(check_veskit_lost(before, run, done));
+    }
+    return problem;
 }
 
 } // namespace stress

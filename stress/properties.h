@@ -31,6 +31,9 @@ struct baseline {
     recyclebin_run live;   ///< without carving
     recyclebin_run carved; ///< with it
     std::vector<statement> live_statements, carved_statements;
+    /// Paths of rows of `-image` that are live statements as well.
+    std::vector<statement> veskit_statements;
+    u64 volume_offset = 0; ///< of the first volume, in bytes
     std::vector<structure> structures;
     /// Time and path of every record that any road leads to, decoys and used clusters
     /// included: what damage may bring to light without inventing it.
@@ -48,7 +51,11 @@ std::string check_invented(const baseline &before, const recyclebin_run &after,
 std::string check_lost(const baseline &before, const recyclebin_run &after,
                        const damage &done);
 
-/// All of these, of runs with and without carving over the damaged medium. The first
+/// No row of `-image` is lost that doesn't depend on the damage.
+std::string check_veskit_lost(const baseline &before, const veskit_run &after,
+                              const damage &done);
+
+/// All of these, of both programs in all modes over the damaged medium. The first
 /// problem counts.
 std::string check_all(const baseline &before, std::span<const u8> medium,
                       const damage &done);
