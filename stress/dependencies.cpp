@@ -16,7 +16,6 @@ constexpr u64 root_entry = 5;
 constexpr u64 bitmap_entry = 6;
 constexpr int max_depth = 32; // of folders that are followed
 
-constexpr u64 sector = 512;
 constexpr u64 index_head = 64;       // of a block, with the head of its index
 constexpr u64 index_entry_head = 16; // before the name
 constexpr u64 record_base_offset = 32;
@@ -165,8 +164,8 @@ void dependencies::add_folders(range_list &needs, const volume_map &of,
     }
 }
 
-// A snapshot is made of its store's blocks, which the store's record leads to, and has
-// records of its own that are somewhere on the medium.
+// A snapshot is made of its store's blocks, and has records of its own that are
+// somewhere on the medium.
 void dependencies::add_shadows(range_list &needs, const volume_map &of,
                                const hv::sighting &seen) const
 {
@@ -177,10 +176,28 @@ void dependencies::add_shadows(range_list &needs, const volume_map &of,
     add_numbered(0);
     if (seen.entry) add_numbered(seen.entry->entry);
     if (seen.parent) add_numbered(seen.parent->entry);
+    std::set<u64> files;
     for (const structure &part : m_structures) {
         if (part.kind != structure_kind::shadow_block) continue;
         needs.push_back({part.offset, part.length});
-        add_owners(needs, of, {part.offset, part.length});
+        for (const owned_bytes &owned : of.owned)
+            if (overlap(owned.range, {part.offset, part.length}))
+                files.insert(owned.entry);
+    }
+    for (const u64 file : files) add_way(needs, of, file);
+}
+
+// The catalog and the stores are looked up by their paths: the records and the indexes
+// on the way.
+void dependencies::add_way(range_list &needs, const volume_map &of, u64 entry)
+{
+    for (int depth = 0; depth < max_depth; ++depth) {
+        add_records(needs, of, entry);
+        const auto above = of.parents.find(entry);
+        if (entry == root_entry || above == of.parents.end()) return;
+        entry = above->second;
+        for (const owned_bytes &owned : of.owned)
+            if (owned.entry == entry) needs.push_back(owned.range);
     }
 }
 

@@ -6,6 +6,7 @@
 
 #include <map>
 #include <memory>
+#include <set>
 
 /// What the rows of an undamaged medium depend on.
 namespace stress {
@@ -45,6 +46,7 @@ private:
                      const hv::sighting &seen) const;
     void add_shadows(range_list &needs, const volume_map &of,
                      const hv::sighting &seen) const;
+    static void add_way(range_list &needs, const volume_map &of, u64 entry);
     static void add_bitmap(range_list &needs, const volume_map &of,
                            const byte_range &range);
 

@@ -15,6 +15,7 @@ namespace stress {
 namespace {
 
 constexpr u64 sector = 512;
+constexpr u64 list_header_size = 20;
 
 std::string utf8(std::u16string_view text)
 {
@@ -220,8 +221,8 @@ std::set<std::string> paths_of(const veskit_run &run)
     return paths;
 }
 
-// What `-image` finds of the live statements. It depends on all that is vital: it has
-// no other way to a volume.
+// What `-image` finds of the live statements. It depends on all that is vital, since it
+// has no other way to a volume, and on the header of a list.
 statements veskit_statements_of(const baseline &before, const veskit_run &run,
                                 std::span<const u8> medium)
 {
@@ -233,8 +234,12 @@ statements veskit_statements_of(const baseline &before, const veskit_run &run,
         std::string path = hv::to_lossless_utf8(seen.metadata->path);
         if (!paths.contains(path)) return;
         std::vector<byte_range> needs = known.of(seen);
-        for (const structure &part : before.structures)
+        for (const structure &part : before.structures) {
             if (part.is_vital) needs.push_back({part.offset, part.length});
+            if (part.kind == structure_kind::bin_metadata &&
+                have_common_bytes({{part.offset, part.length}}, seen.ranges))
+                needs.push_back({part.offset, list_header_size});
+        }
         all.push_back({std::move(path), std::move(needs)});
     });
     return all;

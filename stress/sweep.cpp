@@ -4,7 +4,7 @@
 // Usage: damage_sweep [--count N] [--seed S] [--jobs J] [--only K] [--keep FOLDER]
 //                     [MEDIUM...]
 //
-// Besides the media that are named, it takes small volumes of its own. A damaged medium
+// Besides the media that are named, it takes small ones of its own. A damaged medium
 // on which something doesn't hold is kept in FOLDER, with what was done to it. The same
 // count, seed and media make the same inputs; --only repeats one of them.
 

@@ -10,11 +10,11 @@ struct sweep_medium {
     std::vector<u8> bytes;
     baseline before;
     u64 stored = 0; ///< bytes of its sectors that aren't zeros
-    /// Each bit of its structures is turned once; only of the smallest.
+    /// Each bit of its structures is turned once; only of one.
     bool takes_bits = false;
 };
 
-/// Volumes of the sample makers: bins of each kind, live and forgotten.
+/// Those of `small_media`.
 std::vector<sweep_medium> sample_media();
 
 /// A medium from a file; of one that is too large for many runs, the first part. Throws

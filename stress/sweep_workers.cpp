@@ -4,6 +4,7 @@
 #include <atomic>
 #include <chrono>
 #include <csignal>
+#include <ctime>
 #include <exception>
 #include <filesystem>
 #include <fstream>
@@ -20,7 +21,8 @@ namespace stress {
 
 namespace {
 
-constexpr u64 max_ms = 10'000; // of one input
+constexpr u64 max_ms = 10'000;          // of computing, for one input
+constexpr u64 max_waiting_ms = 300'000; // of anything
 constexpr u64 max_memory = u64{6} << 30;
 constexpr u64 max_kept = 200;
 constexpr u64 none = ~u64{0};
@@ -33,10 +35,26 @@ u64 now_ms()
         std::chrono::duration_cast<std::chrono::milliseconds>(now).count());
 }
 
+// How long a process has been computing: others on the machine don't count.
+u64 computed_ms(clockid_t clock)
+{
+    timespec time{};
+    clock_gettime(clock, &time);
+    return static_cast<u64>(time.tv_sec) * 1000 +
+           static_cast<u64>(time.tv_nsec) / 1'000'000;
+}
+
+u64 computed_ms_of(pid_t process)
+{
+    clockid_t clock{};
+    return clock_getcpuclockid(process, &clock) == 0 ? computed_ms(clock) : 0;
+}
+
 // What a worker tells the sweep, in memory that both see.
 struct worker_state {
     std::atomic<u64> input{none};
-    std::atomic<u64> started{0};
+    std::atomic<u64> started{0};  // of the clock of all
+    std::atomic<u64> computed{0}; // by the worker, when it started
     std::atomic<u64> done{0};
     std::atomic<u64> slowest_ms{0};
     std::atomic<u64> slowest_input{0};
@@ -129,6 +147,7 @@ private:
     {
         if (first >= m_request.count) return;
         m_states.at(job).started = now_ms();
+        m_states.at(job).computed = 0;
         m_states.at(job).input = none;
         std::cout.flush();
         m_workers[job] = fork();
@@ -143,11 +162,12 @@ private:
         worker_state &state = m_states.at(job);
         for (u64 number = first; number < m_request.count; number += m_request.jobs) {
             const sweep_input input = m_plan.input(number);
-            const u64 begin = now_ms();
-            state.started = begin;
+            const u64 begin = computed_ms(CLOCK_PROCESS_CPUTIME_ID);
+            state.started = now_ms();
+            state.computed = begin;
             state.input = number;
             const std::string problem = checked(input);
-            const u64 took = now_ms() - begin;
+            const u64 took = computed_ms(CLOCK_PROCESS_CPUTIME_ID) - begin;
             if (took > state.slowest_ms) {
                 state.slowest_ms = took;
                 state.slowest_input = number;
@@ -173,18 +193,24 @@ private:
         worker_state &state = m_states.at(job);
         if (state.has_finding) {
             note(state.input, state.finding.data());
-            state.started = now_ms();
             state.has_finding = false;
         }
         int status = 0;
         if (waitpid(m_workers[job], &status, WNOHANG) == m_workers[job]) {
             ended(job, status);
-        } else if (now_ms() - state.started > max_ms) {
+        } else if (has_hung(m_workers[job], state)) {
             kill(m_workers[job], SIGKILL);
             waitpid(m_workers[job], &status, 0);
-            note(state.input, "hang: no end after " + std::to_string(max_ms) + " ms");
+            note(state.input, "hang: computed for " + std::to_string(max_ms) + " ms");
             go_on(job);
         }
+    }
+
+    static bool has_hung(pid_t process, const worker_state &state)
+    {
+        // The worker may start another input meanwhile.
+        const u64 computed = computed_ms_of(process), before = state.computed;
+        return computed > before + max_ms || now_ms() > state.started + max_waiting_ms;
     }
 
     void ended(u64 job, int status)
