@@ -86,8 +86,8 @@ bool is_entry_of_mft(record_bytes record, u64 mft_lcn)
     };
     data_run_list runs;
     return find_attribute(byte_view{record}, is_data, data) &&
-           decode_run_list(data.run_list(), runs, data.type(), true) &&
-           !runs.empty() && runs.front().lcn == mft_lcn;
+           decode_run_list(data.run_list(), runs, data.type(), true) && !runs.empty() &&
+           runs.front().lcn == mft_lcn;
 }
 
 // The patches that put records of $MFTMirr where the $MFT lacks them.

@@ -297,11 +297,16 @@ void volume_view::read_runs(file_content &out, const std::vector<flat_run> &runs
         const u64 bytes =
             std::min({limit - out.bytes.size(), u64{run.clusters} * cluster_size(),
                       m_source->size()});
-        if (is_hole(run))
-            out.bytes.resize(out.bytes.size() + bytes);
-        else
+        const u64 begin = out.bytes.size();
+        if (is_hole(run)) {
+            out.bytes.resize(begin + bytes);
+        } else {
+            const u64 position = saturating_sum(m_offset, position_of(run.lcn));
+            const u64 left = m_source->size() - std::min(m_source->size(), position);
             for (const u8 byte : read_at(position_of(run.lcn), bytes))
                 out.bytes.push_back(byte);
+            if (left < bytes) out.missing.push_back({begin + left, bytes - left});
+        }
         if (out.bytes.size() >= limit) break;
     }
     out.ranges = places(runs, limit);

@@ -18,6 +18,8 @@ struct file_content {
     std::vector<u8> bytes;
     std::vector<byte_range> ranges; ///< on the medium, in their order; no holes
     bool is_plain = true;           ///< each byte is on the medium as it is here
+    /// Stretches of `bytes` that lie after the end of the medium: zeros here.
+    std::vector<byte_range> missing;
 };
 
 /// Whether a view gets to know which clusters are in use. Reading files doesn't need

@@ -1,5 +1,6 @@
 #include "evidence/volume_walk.h"
 
+#include "evidence/byte_ranges.h"
 #include "evidence/walk_parts.h"
 
 #include <algorithm>
@@ -13,6 +14,23 @@ namespace {
 constexpr u64 max_metadata = 65536;
 constexpr u64 max_list = u64{64} << 20;
 constexpr u64 max_members = 1'000'000;
+
+// What would be after the end of the medium is unknown, and no zeros.
+void clip_to_medium(file_content &content)
+{
+    auto &missing = content.missing;
+    while (!missing.empty() && end_of(missing.back()) == content.bytes.size()) {
+        content.bytes.resize(missing.back().offset);
+        missing.pop_back();
+    }
+}
+
+bool is_missing(const file_content &content, byte_range part)
+{
+    return std::ranges::any_of(content.missing, [part](const byte_range &range) {
+        return range.offset < end_of(part) && part.offset < end_of(range);
+    });
+}
 
 } // namespace
 
@@ -72,6 +90,8 @@ void volume_walk::take_metadata(const looked_at &file)
     sighting seen = start_sighting(sighting_kind::metadata, file);
     file_content content;
     const bool has_stream = m_view.read_stream(content, file.facts, max_metadata);
+    clip_to_medium(content);
+    if (!content.missing.empty()) content.bytes.resize(content.missing.front().offset);
     const stream_fact *data = file.facts.stream(attribute_type::data);
     const bool is_resident = data != nullptr && data->is_resident;
     deleted_file metadata;
@@ -107,8 +127,10 @@ void volume_walk::take_list(const looked_at &file)
         !spend(content.bytes.size(), m_byte_budget))
         return;
     if (file.position != ~u64{0} && content.ranges.empty()) return;
+    clip_to_medium(content);
     parse_list(records, byte_view{content.bytes}, rules);
     for (listed_file &record : records) {
+        if (is_missing(content, {record.offset, record.file.length})) continue;
         sighting seen = start_sighting(sighting_kind::metadata, file);
         if (!seen.in_use) {
             deleted_file sure;
