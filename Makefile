@@ -5,11 +5,16 @@ SAMPLE = build/release/examples/sample.ntfs
 PREFIX ?= /usr/local
 # Seconds that each fuzz target runs.
 FUZZ_SECONDS ?= 60
+# Damaged media of a sweep, and what they follow from.
+COUNT ?= 100000
+SEED ?= 1
+# How long a soak takes; with OLD, a build folder whose output is to be repeated.
+HOURS ?= 1
 
 MAKEFLAGS += --no-print-directory
 .DEFAULT_GOAL := build
 .PHONY: build run test asan lab bench bench-volumes bench-carve fuzz lint format install package \
-        package-test reproducible static clean
+        package-test reproducible static soak sweep clean
 
 # Builds one preset; its output goes to standard error, so that standard output holds
 # only what the program or the tests print.
@@ -113,6 +118,24 @@ static:
 	@strip -o build/veskit build/static/src/veskit
 	@readelf -d build/veskit | { ! grep NEEDED; }
 	@echo build/veskit
+
+# Fuzzing, sweeps and comparisons in turn; build/soak/report.md says what came of them.
+soak:
+	@tools/install_deps build test lab fuzz >&2
+	$(call build_preset,release,--target veskit recyclebin make_lab)
+	$(call build_preset,asan,--target damage_sweep)
+	$(call build_preset,fuzz)
+	@tools/soak --release build/release --sweep build/asan --fuzz build/fuzz \
+	    $(if $(OLD),--old $(OLD)) --jobs $(JOBS) $(HOURS)
+
+# Both programs over damaged media, under the sanitizers. Findings are kept in build/sweep.
+sweep:
+	@tools/install_deps build test lab >&2
+	$(call build_preset,release,--target make_lab)
+	$(call build_preset,asan,--target damage_sweep)
+	@stress/media build/release/lab/make_lab build/sweep/media > build/sweep.list
+	@build/asan/stress/damage_sweep --count $(COUNT) --seed $(SEED) --jobs $(JOBS) \
+	    --keep build/sweep/findings $$(cat build/sweep.list)
 
 clean:
 	@rm -rf build

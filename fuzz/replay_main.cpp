@@ -1,5 +1,6 @@
 // Runs a fuzz target over the files of the folders named on the command line, and over
-// every prefix of each: a truncated record is the most common damage.
+// every prefix of each: a truncated record is the most common damage. With --whole, the
+// files alone.
 
 #include "base/hv_types.h"
 
@@ -7,25 +8,43 @@
 #include <fstream>
 #include <iostream>
 #include <iterator>
+#include <string_view>
 #include <vector>
 
 extern "C" int LLVMFuzzerTestOneInput(const hv::u8 *data, std::size_t size);
 
+namespace {
+
+namespace fs = std::filesystem;
+
+enum class prefixes { none, all };
+
+void replay(const fs::path &path, prefixes shorter)
+{
+    std::ifstream file(path, std::ios::binary);
+    const std::vector<char> text(std::istreambuf_iterator<char>(file), {});
+    for (std::size_t size = shorter == prefixes::all ? 0 : text.size();
+         size <= text.size(); ++size) {
+        // A copy of exactly this size, so that a sanitizer sees reads after its end.
+        const std::vector<hv::u8> bytes(text.begin(),
+                                        text.begin() + static_cast<long>(size));
+        LLVMFuzzerTestOneInput(bytes.data(), bytes.size());
+    }
+}
+
+} // namespace
+
 int main(int argc, char **argv)
 {
-    namespace fs = std::filesystem;
     std::size_t files = 0;
+    prefixes shorter = prefixes::all;
     for (int i = 1; i < argc; ++i) {
+        if (std::string_view(argv[i]) == "--whole") {
+            shorter = prefixes::none;
+            continue;
+        }
         for (const auto &entry : fs::directory_iterator(argv[i])) {
-            std::ifstream file(entry.path(), std::ios::binary);
-            const std::vector<char> text(std::istreambuf_iterator<char>(file), {});
-            for (std::size_t size = 0; size <= text.size(); ++size) {
-                // A copy of exactly this size, so that a sanitizer sees reads after its
-                // end.
-                const std::vector<hv::u8> bytes(text.begin(),
-                                                text.begin() + static_cast<long>(size));
-                LLVMFuzzerTestOneInput(bytes.data(), bytes.size());
-            }
+            replay(entry.path(), shorter);
             ++files;
         }
     }

@@ -389,7 +389,9 @@ private:
     void add_system_streams()
     {
         const byte_vector version = {0, 0, 0, 0, 0, 0, 0, 0, 3, 1, 0, 0};
-        const byte_vector empty_log(65536, 0xFF);
+        const byte_vector empty_log(m_plan.is_small ? 512 : 65536, 0xFF);
+        byte_vector upcase = upcase_table();
+        if (m_plan.is_small) upcase.resize(512);
         byte_vector label;
         put_utf16(label, 0, u"sample");
         const ntfs_storage in_record = {}, in_clusters = {.non_resident = true};
@@ -408,7 +410,7 @@ private:
         add_stream({4, "", attribute_definitions(), in_clusters});
         add_stream({7, "", byte_vector(8192), boot});
         add_stream({8});
-        add_stream({10, "", upcase_table(), in_clusters});
+        add_stream({10, "", upcase, in_clusters});
     }
 
     void add_streams()

@@ -113,6 +113,7 @@ struct ntfs_plan {
     std::vector<ntfs_stale_entry> stale;
     std::vector<ntfs_move> moves;
     std::set<u64> clustered_lists;
+    bool is_small = false;
 };
 
 /// A volume and where its parts are. Positions are bytes in the image. What isn't there
@@ -180,6 +181,9 @@ public:
     self &clusters(u64 count) { return set(m_plan.clusters, count); }
     /// The least count of records in the $MFT.
     self &records(u64 count) { return set(m_plan.records, count); }
+    /// Only the start of $LogFile and $UpCase, which are most of a volume with few
+    /// files. Drivers don't mount it.
+    self &small_system_files() { return set(m_plan.is_small, true); }
     self &mft(ntfs_storage stored) { return set(m_plan.mft, std::move(stored)); }
 
     self &directory(ntfs_item item) { return add_item(std::move(item), true); }

@@ -92,6 +92,21 @@ bool tails_match(byte_view block, const block_form &form)
     return true;
 }
 
+// Puts back what belongs to the tails that have the check value. Other tails are of
+// another write, and the bytes are their own.
+void restore_own_tails(std::vector<u8> &block, const block_form &form)
+{
+    const byte_view bytes{block};
+    const u16 check = bytes.read_padded<u16>(form.fixup_offset);
+    u64 kept = form.fixup_offset;
+    for (u64 end = form.step; end <= block.size(); end += form.step) {
+        kept += sizeof(check);
+        if (bytes.read_padded<u16>(end - 2) != check) continue;
+        block[end - 2] = bytes.read_padded<u8>(kept);
+        block[end - 1] = bytes.read_padded<u8>(kept + 1);
+    }
+}
+
 // Copies a block, as much of it as there is, and undoes its update sequence.
 carved_block restored(std::vector<u8> &copy, byte_view bytes, u64 position,
                       const block_form &form)
@@ -99,7 +114,7 @@ carved_block restored(std::vector<u8> &copy, byte_view bytes, u64 position,
     const byte_view block = bytes.clip(0, form.size);
     copy.assign(block.bytes().begin(), block.bytes().end());
     const bool is_torn = block.size() < form.size || !tails_match(block, form);
-    restore_sector_tails(copy, form.fixup_offset, form.fixup_count, form.step);
+    restore_own_tails(copy, form);
     return {.position = position, .bytes = byte_view{copy}, .is_torn = is_torn};
 }
 

@@ -143,9 +143,9 @@ file_facts read_facts(const record_bytes &record, std::optional<u64> entry)
                                   : entry.value_or(0),
                 bytes.read_padded<u16>(sequence.offset)};
     if (entry) facts.id.entry = *entry;
-    const u16 flags = bytes.read_padded<u16>(file_record::flags.offset);
-    facts.in_use = (flags & flag_in_use) != 0;
-    facts.is_directory = (flags & flag_directory) != 0;
+    const u16 state = bytes.read_padded<u16>(flags.offset);
+    facts.in_use = (state & flag_in_use) != 0;
+    facts.is_directory = (state & flag_directory) != 0;
     const u64 base = bytes.read_padded<u64>(base_reference.offset);
     if (base != 0) facts.base = entry_of(base);
     for_each_attribute(bytes.clip(0, record.used), [&](attribute_ref attribute) {

@@ -86,7 +86,7 @@ bool is_entry_of_mft(record_bytes record, u64 mft_lcn)
     };
     data_run_list runs;
     return find_attribute(byte_view{record}, is_data, data) &&
-           decode_run_list(data.run_list(), runs, data.type(), true) &&
+           decode_run_list(data.run_list(), runs, data.type(), true) && !runs.empty() &&
            runs.front().lcn == mft_lcn;
 }
 
@@ -172,7 +172,7 @@ record_bytes make_entry(const ntfs_geometry &geometry, u64 records)
     record_bytes record(geometry.record_size);
     const std::size_t fixups = record.size() / fixup_step_bytes + 1;
     const std::size_t first =
-        (file_record::required_fixup_offset + 2 * fixups + 7) & ~7;
+        (file_record::required_fixup_offset + 2 * fixups + 7) / 8 * 8;
     put(record, 0, file_record::signature, 4);
     put(record, file_record::fixup_offset.offset, file_record::required_fixup_offset,
         2);

@@ -316,6 +316,8 @@ void volume_view::append_stored(file_content &out, u64 lcn, u64 length) const
     const u64 at = saturating_sum(m_offset, position);
     for (const auto &bad : m_source->unreadable_in(at, length))
         out.unread.push_back({begin + (bad.offset - at), bad.length});
+    const u64 left = m_source->size() - std::min(m_source->size(), at);
+    if (left < length) out.unread.push_back({begin + left, length - left});
 }
 
 void volume_view::read_runs(file_content &out, const std::vector<flat_run> &runs,

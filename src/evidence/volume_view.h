@@ -18,7 +18,8 @@ struct file_content {
     std::vector<u8> bytes;
     std::vector<byte_range> ranges; ///< on the medium, in their order; no holes
     bool is_plain = true;           ///< each byte is on the medium as it is here
-    /// Which bytes couldn't be read and are zeros, in order.
+    /// Which bytes are zeros since they couldn't be read, or lie after the end of the
+    /// medium; in order.
     std::vector<byte_source::unread_part> unread;
 
     /// What is before the first byte that couldn't be read.

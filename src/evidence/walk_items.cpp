@@ -14,6 +14,17 @@ constexpr u64 max_metadata = 65536;
 constexpr u64 max_list = u64{64} << 20;
 constexpr u64 max_members = 1'000'000;
 
+// What can't be read at the end is unknown, and no zeros.
+void drop_unread_end(file_content &content)
+{
+    auto &unread = content.unread;
+    while (!unread.empty() &&
+           unread.back().offset + unread.back().length >= content.bytes.size()) {
+        content.bytes.resize(unread.back().offset);
+        unread.pop_back();
+    }
+}
+
 } // namespace
 
 std::vector<byte_range> volume_walk::name_ranges(const looked_at &file) const
@@ -106,6 +117,7 @@ void volume_walk::take_list(const looked_at &file)
         !spend(content.bytes.size(), m_byte_budget))
         return;
     if (file.position != ~u64{0} && content.ranges.empty()) return;
+    drop_unread_end(content);
     parse_list(records, byte_view{content.bytes}, rules);
     for (listed_file &record : records) {
         if (content.has_unread(record.offset, record.file.length)) continue;

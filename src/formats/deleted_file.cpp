@@ -275,6 +275,25 @@ metadata_format format_of(byte_view record, const deleted_file &fields,
     return is_wide || is_cut ? metadata_format::info2_800 : metadata_format::info2_280;
 }
 
+// A list whose header is damaged: the records that are sure without it. They follow
+// each other again after one that is damaged, too.
+void parse_headless_list(std::vector<listed_file> &out, byte_view file)
+{
+    constexpr u64 step = 4; // of all records' places in a list
+    std::optional<metadata_format> list;
+    for (u64 at = 0; file.fits(at, list_record::short_size);) {
+        listed_file listed{.offset = at, .file = {}};
+        if (!may_be_list_record(file, at) ||
+            !recognize_list_record(listed.file, file.from(at), list)) {
+            at += step;
+            continue;
+        }
+        list = listed.file.format;
+        at += list_record_size(*list);
+        out.push_back(std::move(listed));
+    }
+}
+
 } // namespace
 
 bool is_believable_time(u64 filetime)
@@ -350,7 +369,10 @@ bool parse_list_record(deleted_file &out, byte_view record, metadata_format form
 void parse_list(std::vector<listed_file> &out, byte_view file, const parse_rules &rules)
 {
     metadata_format format{};
-    if (!parse_list_header(format, file, rules)) return;
+    if (!parse_list_header(format, file, rules)) {
+        if (rules.torn_metadata) parse_headless_list(out, file);
+        return;
+    }
     const u64 size = list_record_size(format);
     bool found = false;
     for (u64 at = list_header::size; at < file.size(); at += size) {

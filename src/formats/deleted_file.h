@@ -60,7 +60,8 @@ u32 list_record_size(metadata_format format);
 /// its path. False, with `out` untouched, if it isn't one or if the rules refuse it.
 bool parse_list_record(deleted_file &out, byte_view record, metadata_format format,
                        const parse_rules &rules);
-/// Appends all records of a list, in their order; a bad record costs only itself.
+/// Appends all records of a list, in their order; a bad record costs only itself. Where
+/// torn metadata counts, a bad header costs only records that aren't sure without it.
 void parse_list(std::vector<listed_file> &out, byte_view file,
                 const parse_rules &rules);
 

@@ -276,6 +276,17 @@ TEST(FindVolumes, PatchesWhatIsGone)
     }
 }
 
+TEST(FindVolumes, TakesAnMftWithoutRunsForADamagedOne)
+{
+    constexpr u64 runs_offset = 64;
+    ntfs_volume volume = make_volume();
+    const u64 runs = volume.attribute_position(0, ntfs_type::data) + runs_offset;
+    volume.image.at(runs) = 0;
+    EXPECT_EQ(
+        summary(find_volumes(memory_source(volume.image), volume_search::lost_tables)),
+        "0 boot sector (mirrored)");
+}
+
 TEST(DescribeMedium, SaysWhatIsThere)
 {
     test_disk disk;
