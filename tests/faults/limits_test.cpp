@@ -19,7 +19,8 @@ using namespace test_support;
 using string_list = std::vector<std::string>;
 
 #ifdef __SANITIZE_ADDRESS__
-constexpr bool limits_memory = false; // the sanitizer takes terabytes of addresses
+// The sanitizer takes terabytes of addresses, and files of its own.
+constexpr bool limits_memory = false;
 #else
 constexpr bool limits_memory = true;
 #endif
@@ -76,11 +77,11 @@ TEST_F(Limits, OfOtherThingsEndInAStatus)
         std::vector<rlim_t> values;
     };
     constexpr rlim_t kib = 1024, mib = 1024 * kib;
-    std::vector<limit> limits = {{RLIMIT_NOFILE, {4, 5, 6, 8, 10}}};
+    std::vector<limit> limits = {{RLIMIT_NOFILE, {8}}};
     if (limits_memory) {
+        limits.push_back({RLIMIT_NOFILE, {4, 5, 6}});
         limits.push_back({RLIMIT_STACK, {256 * kib}});
-        limits.push_back(
-            {RLIMIT_AS, {16 * mib, 17 * mib, 18 * mib, 20 * mib, 64 * mib}});
+        limits.push_back({RLIMIT_AS, {16 * mib, 18 * mib, 20 * mib}});
     }
     const std::string rows_file =
         dir.write_file("rows", run({"list", medium, "--format", "jsonl"}).out);

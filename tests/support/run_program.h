@@ -53,7 +53,7 @@ struct run_streams {
     std::string in = {};       ///< bytes on standard input
     const char *out = nullptr; ///< a path to open for standard output
     bool out_closed = false;   ///< start with standard output closed
-    std::vector<std::pair<int, rlim_t>> limits = {}; ///< RLIMIT_ numbers, soft and hard
+    std::vector<std::pair<int, rlim_t>> limits = {}; ///< by RLIMIT_ numbers
 };
 
 /// A program that runs with `args`. A run of more than a minute is killed by an alarm
@@ -94,7 +94,15 @@ public:
     started_program(const started_program &) = delete;
     started_program &operator=(const started_program &) = delete;
 
-    void send(int signal) const { kill(m_child, signal); }
+    /// Who takes a signal: a handler of the program, or the system, which ends it.
+    enum class taker { program, system };
+    /// Sends a signal, as soon as it is this one's to take.
+    void send(int signal, taker by) const
+    {
+        constexpr int max_tries = 2000;
+        for (int i = 0; i < max_tries && taker_of(signal) != by; ++i) usleep(5000);
+        kill(m_child, signal);
+    }
 
     /// Waits for its end; called once.
     run_result wait()
@@ -107,6 +115,16 @@ public:
     }
 
 private:
+    taker taker_of(int signal) const
+    {
+        std::ifstream status("/proc/" + std::to_string(m_child) + "/status");
+        std::string name;
+        unsigned long long caught = 0;
+        while (status >> name)
+            if (name == "SigCgt:") status >> std::hex >> caught;
+        return (caught >> (signal - 1) & 1U) != 0 ? taker::program : taker::system;
+    }
+
     temp_dir m_dir;
     pid_t m_child = -1;
 };
