@@ -24,18 +24,19 @@ constexpr bool counts_coverage = true;
 constexpr bool counts_coverage = false;
 #endif
 
-// What sanitizers read about the process when it ends.
+// What sanitizers read when the program ends: about the process, and the names of
+// functions in it.
 #ifdef __SANITIZE_ADDRESS__
-constexpr const char *sanitizer_folder = "/proc";
+constexpr std::array sanitizer_paths = {"/proc", "/proc/self/exe", "/usr", "/lib"};
 #else
-constexpr const char *sanitizer_folder = nullptr;
+constexpr std::array<const char *, 0> sanitizer_paths;
 #endif
 
 void confine_files(const run_needs &needs)
 {
     // The program that serves a medium is to end with this one, by a signal.
     const file_rules rules(needs.uses_sockets ? signals_to::anyone : signals_to::own);
-    if (sanitizer_folder != nullptr) rules.allow(file_use::read, sanitizer_folder);
+    for (const char *path : sanitizer_paths) rules.allow(file_use::read, path);
     for (const std::string &path : needs.read_paths) rules.allow(file_use::read, path);
     for (const std::string &folder : needs.publish_folders)
         rules.allow(file_use::publish, folder);
