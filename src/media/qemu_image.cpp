@@ -99,6 +99,7 @@ struct server {
 bool server::start(const std::string &program, const std::vector<qemu_layer> &layers)
 {
     std::vector<std::string> files;
+    files.reserve(layers.size());
     for (const qemu_layer &layer : layers) files.push_back(layer.path);
     const int socket = process.start(
         {program, "--read-only", "--image-opts", options_of(layers)}, files);
@@ -159,7 +160,7 @@ std::string path_of_program(const std::string &name)
     std::string_view rest = path == nullptr ? "/usr/bin:/bin" : path;
     while (!rest.empty()) {
         const std::size_t end = std::min(rest.find(':'), rest.size());
-        const std::string file = std::string(rest.substr(0, end)) + "/" + name;
+        std::string file = std::string(rest.substr(0, end)) + "/" + name;
         if (::access(file.c_str(), X_OK) == 0) return file;
         rest.remove_prefix(std::min(end + 1, rest.size()));
     }
