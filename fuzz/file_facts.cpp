@@ -2,6 +2,7 @@
 // another write holds is never taken for sound.
 
 #include "evidence/file_facts.h"
+#include "recovery/reparse.h"
 
 #include <algorithm>
 #include <cstdlib>
@@ -25,5 +26,7 @@ extern "C" int LLVMFuzzerTestOneInput(const hv::u8 *data, std::size_t size)
         const auto stored = record.view().clip(stream.place, stream.length).bytes();
         if (!std::ranges::equal(stored, stream.content)) std::abort();
     }
+    const std::optional<reparse_fact> link = read_reparse(facts);
+    if (link && 2 * link->link_target.size() > size) std::abort();
     return 0;
 }

@@ -130,7 +130,10 @@ byte_vector index_remains()
     volume.directory(folder);
     for (u64 i = 0; i < 8; ++i) {
         const std::string name = "AB12C" + std::to_string(i) + ".txt";
-        volume.file(item(first_item + 2 * i, "$I" + name, metadata(u"C:\\indexed")))
+        volume
+            .file(item(first_item + 2 * i, "$I" + name,
+                       metadata(u"C:\\indexed " +
+                                std::u16string(1, static_cast<char16_t>(u'0' + i)))))
             .file(item(first_item + 1 + 2 * i, "$R" + name, bytes_of("x")));
     }
     return volume

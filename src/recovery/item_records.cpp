@@ -10,7 +10,6 @@ namespace hv {
 
 namespace {
 
-constexpr u64 sector = 512;
 const parse_rules rules = parse_rules::complete();
 
 // Where a record may be found again.
