@@ -37,7 +37,7 @@ extern "C" int LLVMFuzzerTestOneInput(const hv::u8 *data, std::size_t size)
     require(hv::from_lossless_utf8(hv::to_lossless_utf8(units)) == units);
     check_shown(hv::escaped(units));
     std::string utf8;
-    hv::utf16_to_utf8(utf8, hv::byte_view{data, size});
+    uni::utf16_to_utf8(utf8, hv::byte_view{data, size});
     require(utf8.size() <= 3 * (size / 2 + 1));
     const std::u16string_view pattern = std::u16string_view(units).substr(0, 16);
     hv::matches_glob(units, pattern);

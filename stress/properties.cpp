@@ -143,9 +143,9 @@ std::multiset<std::string> moved_statements(const recyclebin_run &run, u64 moved
 {
     std::multiset<std::string> all;
     for_each_sighting(run, [&](const hv::sighting &seen) {
-        hv::sighting there = seen;
-        for (byte_range &range : there.ranges) range.offset -= moved;
-        all.insert(fact_of(there) + " at" + place_of(there));
+        hv::sighting in_disk = seen;
+        for (byte_range &range : in_disk.ranges) range.offset -= moved;
+        all.insert(fact_of(in_disk) + " at" + place_of(in_disk));
     });
     return all;
 }

@@ -1,7 +1,7 @@
 #include "hives/regf_reader.h"
 
 #include "base/hv_byte_view.h"
-#include "media/shared_object.h"
+#include "media/bfio_handle.h"
 
 #include <algorithm>
 #include <libbfio.h>
@@ -22,9 +22,6 @@ namespace {
 
 struct regf_library {
     shared_object loaded{"libregf.so.1"};
-    LIBRARY_FUNCTION(libbfio_handle_free);
-    LIBRARY_FUNCTION(libbfio_memory_range_initialize);
-    LIBRARY_FUNCTION(libbfio_memory_range_set);
     LIBRARY_FUNCTION(libregf_file_free);
     LIBRARY_FUNCTION(libregf_file_get_root_key);
     LIBRARY_FUNCTION(libregf_file_initialize);
@@ -45,9 +42,9 @@ struct regf_library {
 
 #undef LIBRARY_FUNCTION
 
-const regf_library &regf()
+regf_library &regf()
 {
-    static const regf_library loaded;
+    static regf_library loaded;
     return loaded;
 }
 
@@ -63,8 +60,24 @@ using value_ptr =
     std::unique_ptr<libregf_value_t, freed<&regf_library::libregf_value_free>>;
 using file_ptr =
     std::unique_ptr<libregf_file_t, freed<&regf_library::libregf_file_free>>;
-using bytes_ptr =
-    std::unique_ptr<libbfio_handle_t, freed<&regf_library::libbfio_handle_free>>;
+
+// The library's own reader of memory goes past the end where a hive says that it is
+// longer.
+class hive_source : public byte_source {
+public:
+    explicit hive_source(std::span<const u8> hive) : m_hive(hive) {}
+
+    u64 size() const override { return m_hive.size(); }
+    std::size_t read(u64 offset, std::span<u8> out) const override
+    {
+        const byte_view found = byte_view{m_hive}.clip(offset, out.size());
+        std::ranges::copy(found.bytes(), out.begin());
+        return found.size();
+    }
+
+private:
+    std::span<const u8> m_hive;
+};
 
 std::vector<u8> bytes_of(std::string_view text)
 {
@@ -208,21 +221,16 @@ bool has_regf_library()
 bool read_regf_names(names_by_sid &out, hive_kind kind, std::span<const u8> hive)
 {
     if (!has_regf_library()) return false;
-    libbfio_handle_t *new_bytes = nullptr;
+    const std::shared_ptr<void> bytes =
+        make_bfio_handle(regf().loaded, std::make_shared<hive_source>(hive));
     libregf_file_t *new_file = nullptr;
     libregf_key_t *new_root = nullptr;
-    regf().libbfio_memory_range_initialize(&new_bytes, nullptr);
-    const bytes_ptr bytes(new_bytes);
     regf().libregf_file_initialize(&new_file, nullptr);
     const file_ptr file(new_file);
-    // The library takes a pointer to bytes that it might write; opened for reading, it
-    // doesn't.
     if (!bytes || !file ||
-        regf().libbfio_memory_range_set(bytes.get(), const_cast<u8 *>(hive.data()),
-                                        hive.size(), nullptr) != 1 ||
-        regf().libregf_file_open_file_io_handle(file.get(), bytes.get(),
-                                                regf().libregf_get_access_flags_read(),
-                                                nullptr) != 1)
+        regf().libregf_file_open_file_io_handle(
+            file.get(), static_cast<libbfio_handle_t *>(bytes.get()),
+            regf().libregf_get_access_flags_read(), nullptr) != 1)
         return false;
     regf().libregf_file_get_root_key(file.get(), &new_root, nullptr);
     const key_ptr root(new_root);
