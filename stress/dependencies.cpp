@@ -16,6 +16,7 @@ constexpr u64 root_entry = 5;
 constexpr u64 bitmap_entry = 6;
 constexpr int max_depth = 32; // of folders that are followed
 
+constexpr u64 padding = 8;           // attributes and lines end at multiples of it
 constexpr u64 index_head = 64;       // of a block, with the head of its index
 constexpr u64 index_entry_head = 16; // before the name
 constexpr u64 record_base_offset = 32;
@@ -113,14 +114,16 @@ std::vector<byte_range> dependencies::of(const hv::sighting &seen) const
 }
 
 // A record's attributes and a page's lines are walked from the start, so what is before
-// the proof counts, and what is after it doesn't. In an index block, any entry is found
-// without those before it.
+// the proof counts, and of what is after it only the padding: an attribute or a line
+// that is cut off isn't read. In an index block, any entry is found without those
+// before it.
 void dependencies::add_structure_around(range_list &needs,
                                         const byte_range &proof) const
 {
     for (const structure &part : m_structures) {
         if (!overlap({part.offset, part.length}, proof)) continue;
-        const u64 end = std::min(hv::end_of(proof), part.offset + part.length);
+        const u64 used = (hv::end_of(proof) - part.offset + padding - 1) / padding;
+        const u64 end = part.offset + std::min(used * padding, part.length);
         switch (part.kind) {
         case structure_kind::file_record:
         case structure_kind::journal_page:

@@ -113,6 +113,16 @@ std::string kind_of(const std::string &problem, const sweep_input &input)
            input.medium->name.substr(input.medium->name.rfind('/') + 1) + ")";
 }
 
+volatile std::sig_atomic_t is_stopped = 0;
+
+// A sweep that is interrupted says what it has done.
+void stop_at_signals()
+{
+    const auto stop = [](int) { is_stopped = 1; };
+    std::signal(SIGINT, stop);
+    std::signal(SIGTERM, stop);
+}
+
 class sweep_run {
 public:
     sweep_run(const sweep_plan &plan, const sweep_request &request)
@@ -126,12 +136,14 @@ public:
     sweep_result run()
     {
         const u64 begin = now_ms();
+        stop_at_signals();
         for (u64 job = 0; job < m_request.jobs; ++job) start(job, job);
-        while (m_running > 0) {
+        while (m_running > 0 && is_stopped == 0) {
             for (u64 job = 0; job < m_request.jobs; ++job) look_after(job);
             std::this_thread::sleep_for(poll_interval);
         }
         for (u64 job = 0; job < m_request.jobs; ++job) {
+            end(job);
             const worker_state &state = m_states.at(job);
             m_result.inputs += state.done;
             if (state.slowest_ms < m_result.slowest_ms) continue;
@@ -155,9 +167,18 @@ private:
         ++m_running;
     }
 
+    void end(u64 job)
+    {
+        if (m_workers[job] <= 0) return;
+        kill(m_workers[job], SIGKILL);
+        waitpid(m_workers[job], nullptr, 0);
+    }
+
     [[noreturn]] void work(u64 job, u64 first) const
     {
         prctl(PR_SET_PDEATHSIG, SIGKILL);
+        std::signal(SIGINT, SIG_DFL);
+        std::signal(SIGTERM, SIG_DFL);
         limit_memory();
         worker_state &state = m_states.at(job);
         for (u64 number = first; number < m_request.count; number += m_request.jobs) {
@@ -199,8 +220,7 @@ private:
         if (waitpid(m_workers[job], &status, WNOHANG) == m_workers[job]) {
             ended(job, status);
         } else if (has_hung(m_workers[job], state)) {
-            kill(m_workers[job], SIGKILL);
-            waitpid(m_workers[job], &status, 0);
+            end(job);
             note(state.input, "hang: computed for " + std::to_string(max_ms) + " ms");
             go_on(job);
         }

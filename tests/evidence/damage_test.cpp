@@ -1,0 +1,53 @@
+// What sweeps over damaged media have found, each by a small medium that shows it.
+
+#include "evidence/examine.h"
+
+#include "samples/bins.h"
+#include "samples/record_builders.h"
+#include "support/memory_source.h"
+
+#include <gtest/gtest.h>
+
+namespace hv {
+namespace {
+
+using namespace test_support;
+
+// Paths of all rows, with the time where it isn't that of the samples.
+std::vector<std::u16string> rows_of(const byte_vector &medium)
+{
+    examination found;
+    examine(found, std::make_shared<memory_source>(medium), {});
+    std::vector<std::u16string> rows;
+    for (const deletion &item : found.deletions)
+        rows.push_back(item.path.value_or(u"?") +
+                       (item.deleted == sample_filetime ? u"" : u" at another time"));
+    std::ranges::sort(rows);
+    return rows;
+}
+
+TEST(DamagedList, StatesOnlyWhatIsLeftOfIt)
+{
+    constexpr u64 cluster = 800, cluster_size = 1024, begin = cluster * cluster_size;
+    ntfs_item list = bin_item(
+        66, "INFO2",
+        text(info2_file({{.ansi_path = "C:\\one", .path = u"C:\\one"},
+                         {.ansi_path = "C:\\two", .path = u"C:\\two", .number = 2}})));
+    list.stored.runs = {{cluster, 2}};
+    const byte_vector whole = empty_bin("RECYCLER")
+                                  .cluster_size(cluster_size)
+                                  .clusters(cluster + 10)
+                                  .file(list)
+                                  .build();
+    byte_vector headless = whole;
+    put_bytes(headless, begin, byte_vector(20, 0xFF));
+
+    using rows = std::vector<std::u16string>;
+    EXPECT_EQ(rows_of(whole), (rows{u"C:\\one", u"C:\\two"}));
+    EXPECT_EQ(rows_of(headless), (rows{u"C:\\one", u"C:\\two"}));
+    // The medium ends in the second record, before its time.
+    EXPECT_EQ(rows_of(cut(whole, 0, begin + 820 + 200)), rows{u"C:\\one"});
+}
+
+} // namespace
+} // namespace hv
