@@ -21,8 +21,11 @@ extern "C" int LLVMFuzzerTestOneInput(const hv::u8 *data, std::size_t size)
         data[0] % 2 == 0 ? hv::hive_kind::accounts : hv::hive_kind::profiles;
     hv::read_regf_names(names, kind, hive);
     if (names.size() > size) std::abort();
-    for (const auto &[user, name] : names)
-        if (!user.starts_with("S-1-") || name.size() > size) std::abort();
+    for (const auto &[user, name] : names) {
+        if (user.size() > size || name.size() > size) std::abort();
+        // Of accounts, the SID is made; of profiles, a key has it for a name.
+        if (kind == hv::hive_kind::accounts && !user.starts_with("S-1-")) std::abort();
+    }
 #endif
     return 0;
 }
