@@ -46,7 +46,6 @@ std::span<const u8> file_source::view(u64 offset, std::size_t length) const
     if (!m_is_mappable || length == 0 || offset >= m_size || length > m_size - offset)
         return {};
     if (!m_window.map(m_descriptor, offset, length)) return {};
-    m_ahead.pass(m_descriptor, offset, length, m_size);
     const byte_view bytes = m_window.view(offset, length);
     // The caller reads these bytes again, and what can't be read is counted then.
     if (bytes.empty()) m_window.unmap();

@@ -4,7 +4,6 @@
 #include "disk/hv_bad_sectors.h"
 #include "disk/hv_byte_source.h"
 #include "disk/hv_mapped_window.h"
-#include "disk/hv_read_ahead.h"
 
 #include <string>
 
@@ -43,7 +42,6 @@ private:
     open_failure m_failure = open_failure::none;
     mutable bad_sectors m_bad;
     mutable mapped_window m_window;
-    mutable read_ahead m_ahead;
 };
 
 } // namespace hv

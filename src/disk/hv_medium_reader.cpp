@@ -61,9 +61,6 @@ byte_view medium_reader::view(u64 offset, u32 length, u64 wanted_in_all)
         if (m_descriptor < 0 || stretch < min_mapping || !map_window(offset, stretch)) {
             const u64 piece = std::min(stretch, std::max<u64>(buffer_size, length));
             if (!read_window(offset, piece) && !read_window(offset, length)) return {};
-        } else {
-            m_ahead.pass(m_descriptor, offset, stretch,
-                         offset + std::min(wanted_in_all, medium_size - offset));
         }
     }
     if (!m_window.is_mapped())

@@ -3,16 +3,15 @@
 #include "base/hv_byte_view.h"
 #include "disk/hv_mapped_window.h"
 #include "disk/hv_raw_disk_io.h"
-#include "disk/hv_read_ahead.h"
 
 #include <vector>
 
 namespace hv {
 
 /// Provides the bytes of a medium to a scan that goes through it from start to end. It
-/// reads large pieces, maps a plain file into memory where the system allows that, has
-/// the system fetch what comes next meanwhile, and knows the holes of a sparse file.
-/// Where it has no bytes, the scan has to read the disk itself.
+/// reads large pieces, maps a plain file into memory where the system allows that, and
+/// knows the holes of a sparse one. Where it has no bytes, the scan has to read the
+/// disk itself.
 class medium_reader {
 public:
     explicit medium_reader(const RAW_DISK_IO &disk);
@@ -36,7 +35,6 @@ private:
     const RAW_DISK_IO &m_disk;
     int m_descriptor; ///< of a file that can be mapped; -1 for none
     mapped_window m_window;
-    read_ahead m_ahead;
     std::vector<u8> m_buffer; ///< what was read, if nothing is mapped
     u64 m_buffer_offset = 0;
     u64 m_data_begin = 0; ///< a stretch without holes
