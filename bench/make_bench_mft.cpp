@@ -85,8 +85,9 @@ private:
         const u16 flags = folder ? in_use | is_directory : in_use;
         const byte_vector record = encode_record(
             {}, {.entry = entry, .links = 1, .flags = flags, .next_id = 3}, attributes);
-        std::cout.write(reinterpret_cast<const char *>(record.data()),
-                        static_cast<std::streamsize>(record.size()));
+        std::cout.write(
+            static_cast<const char *>(static_cast<const void *>(record.data())),
+            static_cast<std::streamsize>(record.size()));
     }
 
     // The first record's is the $MFT itself.

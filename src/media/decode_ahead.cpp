@@ -30,7 +30,7 @@ class signals_blocked {
 public:
     signals_blocked()
     {
-        sigset_t most;
+        sigset_t most{};
         sigfillset(&most);
         for (const int number : {SIGBUS, SIGSEGV, SIGFPE, SIGILL, SIGABRT})
             sigdelset(&most, number);
@@ -236,8 +236,8 @@ decode_ahead::stretch_ptr decode_ahead::next_job()
     std::unique_lock lock(m_mutex);
     for (;;) {
         if (m_ends) return nullptr;
-        const auto next = std::ranges::find(m_ahead, progress::waiting,
-                                            [](const auto &one) { return one->state; });
+        const auto next = std::ranges::find(
+            m_ahead, progress::waiting, [](const auto &made) { return made->state; });
         if (next != m_ahead.end()) {
             (*next)->state = progress::running;
             return *next;

@@ -35,7 +35,7 @@ public:
 private:
     static constexpr std::size_t max_numbers = 10;
     static constexpr std::size_t max_bytes = 10; // of 64 bits
-    std::array<char, max_numbers * max_bytes> m_bytes;
+    std::array<char, max_numbers * max_bytes> m_bytes{};
     std::size_t m_size = 0;
 };
 
