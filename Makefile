@@ -13,8 +13,8 @@ HOURS ?= 1
 
 MAKEFLAGS += --no-print-directory
 .DEFAULT_GOAL := build
-.PHONY: build run test asan lab bench bench-volumes bench-carve fuzz lint format install package \
-        package-test reproducible static soak sweep clean
+.PHONY: build run test asan lab bench fuzz lint format install package package-test \
+        reproducible static soak sweep clean
 
 # Builds one preset; its output goes to standard error, so that standard output holds
 # only what the program or the tests print.
@@ -45,10 +45,17 @@ asan:
 	$(call build_preset,asan)
 	@ctest --preset asan --no-tests=error -j $(JOBS)
 
+# BENCH_SIZE=large also makes volumes with mkntfs and the ntfs-3g driver, which takes some
+# minutes and 45 GB, and an $$MFT of ten million records.
 bench:
-	@tools/install_deps build bench >&2
+	@tools/install_deps build bench volumes >&2
 	$(call build_preset,bench)
 	@bench/run build/bench
+ifeq ($(BENCH_SIZE),large)
+	@bench/volumes build/bench
+endif
+	@bench/carve build/bench
+	@bench/cold build/bench 5 $(if $(filter large,$(BENCH_SIZE)),10000000,1000000)
 
 # Makes the laboratory's cases, and proves what their bytes still show. A case whose decoys
 # aren't there fails.
@@ -58,17 +65,6 @@ lab:
 	@rm -rf build/lab
 	@build/release/lab/make_lab build/lab
 	@printf '%s\0' build/lab/*/* | xargs -0 -P $(JOBS) -n 8 lab/prove
-
-# Makes volumes with mkntfs and the ntfs-3g driver first, which takes some minutes.
-bench-volumes:
-	@tools/install_deps build bench volumes >&2
-	$(call build_preset,bench,--target veskit)
-	@bench/volumes build/bench
-
-bench-carve:
-	@tools/install_deps build bench volumes >&2
-	$(call build_preset,bench,--target recyclebin)
-	@bench/carve build/bench
 
 fuzz:
 	@tools/install_deps build fuzz >&2

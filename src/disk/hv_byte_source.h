@@ -86,7 +86,7 @@ public:
         length = std::min(length, m_source.size() - offset);
         if (length >= min_view) {
             const std::span<const u8> bytes =
-                m_source.view(offset, std::min(length, max_view));
+                m_source.view(offset, std::min(length, view_length(offset)));
             if (!bytes.empty()) return bytes;
         }
         m_buffer.resize(std::min(length, max_read));
@@ -96,8 +96,14 @@ public:
 private:
     // Mapping a shorter stretch costs more than copying it.
     static constexpr u64 min_view = u64{64} << 10;
-    // Large enough to make the requests cheap.
-    static constexpr u64 max_view = u64{2} << 20;
+    // Views end at multiples of this, which is large enough to make the requests cheap:
+    // the system can map such a piece of a file at one stroke.
+    static constexpr u64 usual_view = u64{2} << 20;
+    static u64 view_length(u64 offset)
+    {
+        const u64 rest = usual_view - offset % usual_view;
+        return rest < min_view ? rest + usual_view : rest;
+    }
     // Small enough to be searched while the processor still has it at hand.
     static constexpr u64 max_read = u64{1} << 19;
 

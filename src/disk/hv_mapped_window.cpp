@@ -1,5 +1,6 @@
 #include "disk/hv_mapped_window.h"
 
+#include <fcntl.h>
 #include <linux/magic.h>
 #include <sys/mman.h>
 #include <sys/stat.h>
@@ -81,6 +82,10 @@ bool mapped_window::map(int descriptor, u64 offset, u64 length)
     m_next = first;
     first = this;
     madvise(bytes, length, MADV_SEQUENTIAL);
+    // The system reads ahead of the window as well, twice as far as it usually does. To
+    // request that in so many words would cost more than it brings: what is requested
+    // comes in single pages, and to map those takes ten times as long.
+    posix_fadvise(descriptor, 0, 0, POSIX_FADV_SEQUENTIAL);
     return true;
 }
 

@@ -8,7 +8,8 @@ namespace hv {
 
 namespace {
 
-// Large enough to make the requests cheap, small enough to stay in the caches.
+// Large enough to make the requests cheap, small enough to stay in the caches. Windows
+// end at its multiples: the system can map such a piece of a file at one stroke.
 constexpr u64 window_size = u64{2} << 20;
 constexpr u64 buffer_size = u64{256} << 10;
 
@@ -55,8 +56,8 @@ byte_view medium_reader::view(u64 offset, u32 length, u64 wanted_in_all)
     // again.
     if (m_window.has_failed() || !covers(offset, length)) {
         m_window.unmap();
-        const u64 wanted =
-            std::clamp<u64>(wanted_in_all, length, std::max<u64>(window_size, length));
+        const u64 end = (offset + length + window_size - 1) / window_size * window_size;
+        const u64 wanted = std::clamp<u64>(wanted_in_all, length, end - offset);
         const u64 stretch = std::min(wanted, medium_size - offset);
         if (m_descriptor < 0 || stretch < min_mapping || !map_window(offset, stretch)) {
             const u64 piece = std::min(stretch, std::max<u64>(buffer_size, length));

@@ -2,12 +2,15 @@
 #include "disk/hv_source_bytes.h"
 #include "media/block_source.h"
 #include "media/container_openers.h"
+#include "media/decode_ahead.h"
 #include "media/shared_object.h"
 #include "media/signature.h"
 
 #include <algorithm>
 #include <array>
 #include <cctype>
+#include <map>
+#include <mutex>
 
 #ifdef VESKIT_WITH_EWF
 #include <libewf.h>
@@ -108,11 +111,36 @@ std::vector<std::string> missing_parts(const std::vector<std::string> &paths)
     return missing;
 }
 
+// Chunks with a wrong checksum, as the handles of an image come upon them. They may be
+// decoded long before anyone asks for their bytes, and then again by another handle.
+class checksum_errors {
+public:
+    void add(u64 begin, u64 end)
+    {
+        const std::lock_guard lock(m_mutex);
+        m_stretches.insert_or_assign(begin, end);
+    }
+    // Names those in a stretch of the disk that was asked for.
+    void name_in(fault_list &faults, u64 offset, u64 length) const
+    {
+        const std::lock_guard lock(m_mutex);
+        auto next = m_stretches.upper_bound(offset);
+        if (next != m_stretches.begin()) --next;
+        for (; next != m_stretches.end() && next->first < offset + length; ++next)
+            if (next->second > offset)
+                faults.add(next->first, next->second, "wrong checksum");
+    }
+
+private:
+    mutable std::mutex m_mutex;
+    std::map<u64, u64> m_stretches; // begin and end
+};
+
 struct open_image {
     libewf_handle_t *handle = nullptr;
     u32 sector_bytes = 512;
-    int told_errors = 0; // of those that the library counts
-    std::shared_ptr<fault_list> faults;
+    u32 known_errors = 0; // of those that the library counts
+    std::shared_ptr<checksum_errors> errors;
 
     open_image() = default;
     ~open_image()
@@ -157,13 +185,12 @@ void open_image::note_checksum_errors()
     u32 count = 0;
     if (ewf().handle_get_number_of_checksum_errors(handle, &count, nullptr) != 1)
         return;
-    for (; static_cast<u32>(told_errors) < count; ++told_errors) {
+    for (; known_errors < count; ++known_errors) {
         u64 first = 0;
         u64 sectors = 0;
-        if (ewf().handle_get_checksum_error(handle, static_cast<u32>(told_errors),
-                                            &first, &sectors, nullptr) == 1)
-            faults->add(first * sector_bytes, (first + sectors) * sector_bytes,
-                        "wrong checksum");
+        if (ewf().handle_get_checksum_error(handle, known_errors, &first, &sectors,
+                                            nullptr) == 1)
+            errors->add(first * sector_bytes, (first + sectors) * sector_bytes);
     }
 }
 
@@ -227,6 +254,33 @@ std::string measure(u64 &stored, const std::vector<std::string> &paths)
     return {};
 }
 
+// Reads through this image, and through further handles of the same files where more
+// than one thread decodes.
+block_source::read_blocks reader_of(const std::shared_ptr<open_image> &first,
+                                    const std::vector<std::string> &files,
+                                    const decode_ahead::form &form,
+                                    const std::shared_ptr<fault_list> &faults)
+{
+    const auto errors = std::make_shared<checksum_errors>();
+    first->errors = errors;
+    const auto decode = [](const std::shared_ptr<open_image> &image) {
+        return
+            [image](u64 offset, std::span<u8> out) { return image->read(offset, out); };
+    };
+    const auto open_more = [=]() -> decode_ahead::decoder {
+        const auto image = std::make_shared<open_image>();
+        if (!image->open(files)) return {};
+        image->errors = errors;
+        return decode(image);
+    };
+    const auto ahead = std::make_shared<decode_ahead>(form, decode(first), open_more);
+    return [=](u64 offset, std::span<u8> out) {
+        const bool good = ahead->read(offset, out);
+        errors->name_in(*faults, offset, out.size());
+        return good;
+    };
+}
+
 std::string segment_text(std::size_t count)
 {
     return std::to_string(count) + (count == 1 ? " segment" : " segments");
@@ -261,13 +315,12 @@ opened_medium open_ewf(const std::string &path, container_kind kind)
                             : "this Expert Witness image is damaged or cut off; "
                               "check its segments with ewfverify");
     const auto faults = std::make_shared<fault_list>("chunk", chunk);
-    image->faults = faults;
     for (const std::string &text : missing) faults->add(text);
     medium.source = std::make_shared<block_source>(
         block_source::form{.size = size,
                            .stored_size = most_stored_bytes(stored, size),
                            .block_bytes = chunk},
-        [image](u64 offset, std::span<u8> out) { return image->read(offset, out); },
+        reader_of(image, medium.files, {.size = size, .block_bytes = chunk}, faults),
         faults);
     medium.description =
         std::string(texts_of(kind).name) + ", " + segment_text(medium.files.size());

@@ -115,7 +115,7 @@ report_row table_row(const trash_entry &entry, const report_row &columns,
     };
     set_time(0, entry.deleted_time);
     if (entry.has_data_file) {
-        const inode_record &data = records[entry.data_record];
+        const inode_record data = records[entry.data_record];
         set_time(1, data.si_modified);
         set_time(2, data.si_accessed);
         set_time(3, data.si_mft_changed);

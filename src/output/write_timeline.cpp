@@ -54,7 +54,7 @@ void set_times(l2t_record &record, const trash_entry &entry, const inode_store &
 {
     record.change_time = entry.deleted_time;
     if (!entry.has_data_file) return;
-    const inode_record &data = records[entry.data_record];
+    const inode_record data = records[entry.data_record];
     record.modify_time = data.si_modified;
     record.access_time = data.si_accessed;
     record.create_time = data.si_created;

@@ -25,8 +25,8 @@ struct inode_record {
     u64 si_created = 0;
     u64 real_size = 0;    ///< bytes of the file's data
     u64 position = 0;     ///< byte position of the record or of the carved cluster
-    text_ref name;        ///< "." for a directory registered by its path
-    text_ref path;        ///< what is known of it
+    text_ref name{};      ///< "." for a directory registered by its path
+    text_ref path{};      ///< what is known of it
     u32 extras = ~u32{0}; ///< place in the store's side table; all ones for none
     u16 sequence = 0;
     bool is_directory = false;

@@ -9,23 +9,25 @@
 namespace hv {
 
 /// All records of a run. A store index is a position here and never changes.
+///
+/// Most records of a volume are files that no row is about. They are packed: some 70
+/// bytes with the name, for a record of 1024. One that is changed is unpacked first.
 class inode_store {
 public:
-    u64 size() const { return m_records.size(); }
-    inode_record &operator[](u64 index) { return m_records[index]; }
-    const inode_record &operator[](u64 index) const { return m_records[index]; }
+    u64 size() const { return m_places.size(); }
+    inode_record operator[](u64 index) const;
+    /// The record, to be changed. Good until the end of the run.
+    inode_record &edit(u64 index);
 
     /// Appends a blank record and returns its index.
     u64 add();
+    /// Appends a record that probably won't be changed, without a path and extras, and
+    /// returns its index.
+    u64 add_packed(const inode_record &record, std::string_view name);
 
-    std::string_view name(u64 index) const
-    {
-        return m_texts.get(m_records[index].name);
-    }
-    std::string_view path(u64 index) const
-    {
-        return m_texts.get(m_records[index].path);
-    }
+    std::string_view name(u64 index) const;
+    /// Empty if none was set.
+    std::string_view path(u64 index) const;
     void set_name(u64 index, std::string_view name);
     void set_path(u64 index, std::string_view path);
 
@@ -35,6 +37,13 @@ public:
     const record_extras &extras_or_blank(u64 index) const;
 
 private:
+    // Where a record is: the packed one in the arena or, with an empty text, the
+    // position among the unpacked ones.
+    using place = text_ref;
+    static bool is_packed(place where) { return where.length != 0; }
+    inode_record unpack(place where) const;
+
+    std::deque<place> m_places; ///< by store index
     std::deque<inode_record> m_records;
     std::deque<record_extras> m_extras;
     text_arena m_texts;

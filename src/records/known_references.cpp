@@ -16,7 +16,7 @@ u64 reference_of(u64 entry, u16 sequence)
 bool known_references::contains(u64 entry, u16 sequence)
 {
     for (; m_indexed < m_records.size(); ++m_indexed) {
-        const inode_record &record = m_records[m_indexed];
+        const inode_record record = m_records[m_indexed];
         m_references.insert(reference_of(record.entry, record.sequence));
     }
     return m_references.contains(reference_of(entry, sequence));

@@ -48,6 +48,11 @@ filter_decision decide_on_file(const _trash_inodes &collection,
     return decision;
 }
 
+bool has_extras(const parsed_record &record)
+{
+    return may_be_metadata(record.name) || !record.zone_data.empty();
+}
+
 // Only what can be metadata is worth its memory.
 void keep_extras(inode_store &records, u64 index, const parsed_record &record)
 {
@@ -61,8 +66,7 @@ void keep_extras(inode_store &records, u64 index, const parsed_record &record)
 
 u64 add_record(inode_store &records, const parsed_record &parsed, u64 position)
 {
-    const u64 index = records.add();
-    inode_record &record = records[index];
+    inode_record record;
     record.entry = parsed.entry;
     record.sequence = parsed.sequence;
     record.first_parent = parsed.first_parent;
@@ -74,6 +78,11 @@ u64 add_record(inode_store &records, const parsed_record &parsed, u64 position)
     record.is_directory = parsed.is_directory();
     record.in_use = parsed.in_use();
     record.position = position;
+    // The paths of directories are built later, and every one is looked up.
+    if (!record.is_directory && !has_extras(parsed))
+        return records.add_packed(record, parsed.name);
+    const u64 index = records.add();
+    records.edit(index) = record;
     records.set_name(index, parsed.name);
     keep_extras(records, index, parsed);
     return index;
@@ -81,7 +90,7 @@ u64 add_record(inode_store &records, const parsed_record &parsed, u64 position)
 
 void claim_directory(_trash_inodes &collection, u64 index, directory_claim claim)
 {
-    const inode_record &record = collection.records[index];
+    const inode_record record = collection.records[index];
     const auto [known, added] = collection.directories.emplace(record.entry, index);
     if (added || !record.in_use) return;
     if (claim == directory_claim::of_later_pass &&

@@ -35,8 +35,8 @@ public:
     {
         if (entry == root_entry_number) {
             m_records.set_path(index, std::string(root_text) + "/");
-            m_records[index].path_resolved = true;
-            m_records[index].path_complete = true;
+            m_records.edit(index).path_resolved = true;
+            m_records.edit(index).path_complete = true;
             return;
         }
         if (m_records[index].path_resolved) return;
@@ -92,8 +92,8 @@ private:
             text += name;
             text += '\\';
             m_records.set_path(index, text);
-            m_records[index].path_resolved = true;
-            m_records[index].path_complete = m_complete;
+            m_records.edit(index).path_resolved = true;
+            m_records.edit(index).path_complete = m_complete;
             m_budget -= std::min<u64>(m_budget, text.size());
         }
     }

@@ -29,14 +29,13 @@ void index_metadata(_trash_inodes &collection, u64 index)
     collection.metadata_index.emplace(collection.records[index].entry, index);
 }
 
-// The path of a record or, where it has none, the one below its first parent. False if
-// the parent isn't known.
-bool find_path(const _trash_inodes &collection, u64 index, std::string &path)
+// The path of a record or, where it has none, the one below the folder of an entry
+// number. False if that isn't known.
+bool find_path(const _trash_inodes &collection, u64 index, u64 entry, std::string &path)
 {
     const inode_store &records = collection.records;
     path = records.path(index);
     if (!path.empty()) return true;
-    const u64 entry = records[index].first_parent;
     auto parent = collection.bin_directories.find(entry);
     if (parent == collection.bin_directories.end()) {
         parent = collection.directories.find(entry);
@@ -52,13 +51,14 @@ bool classify_record(_trash_inodes &collection, u64 index, const known_bin &bin)
 {
     inode_store &records = collection.records;
     const std::string_view name = records.name(index);
-    if (!records[index].has_parents() || name.size() < min_name) return false;
+    const u64 parent = records[index].first_parent;
+    if (parent == no_index || name.size() < min_name) return false;
     if (is_metadata_record_name(name)) {
         index_metadata(collection, index);
         return true;
     }
     std::string path;
-    if (!find_path(collection, index, path)) return false;
+    if (!find_path(collection, index, parent, path)) return false;
     const std::string_view item = item_in_path(path, bin.text, bin.old_layout);
     if (item.empty()) return false;
     // Only what a row may show keeps its path.

@@ -55,7 +55,7 @@ void register_data(_trash_inodes &collection, std::string_view path, u64 index)
 
     hvportdir::file_status status;
     if (!hvportdir::file_status_times(status, path)) return;
-    inode_record &record = collection.records[index];
+    inode_record &record = collection.records.edit(index);
     record.si_accessed = unix_to_filetime(status.accessed);
     record.si_modified = unix_to_filetime(status.modified);
     record.si_created = unix_to_filetime(status.changed);
@@ -89,7 +89,7 @@ u64 register_file(_trash_inodes &collection, std::string_view path, bool is_dire
     if (role == file_role::none) return no_index;
 
     const u64 index = collection.records.add();
-    inode_record &record = collection.records[index];
+    inode_record &record = collection.records.edit(index);
     record.path_resolved = true;
     record.path_complete = true;
     record.is_directory = is_directory;

@@ -207,7 +207,7 @@ std::string describe_orphan(trash_entry &entry, std::string_view path)
 void add_orphan(_trash_inodes &collection, u64 item, u32 version)
 {
     complete_orphan_path(collection, item);
-    const inode_record &record = collection.records[item];
+    const inode_record record = collection.records[item];
     trash_entry entry;
     entry.has_data_file = true;
     entry.deleted_path = collection.records.path(item);

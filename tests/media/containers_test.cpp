@@ -270,6 +270,20 @@ TEST(Containers, ExpertWitnessNamesBadChunksAndMissingSegments)
     EXPECT_EQ(bytes.substr(0xa8000, 0x8000), std::string(0x8000, '\0'));
     EXPECT_EQ(bytes.substr(0xb0000), made.disk.substr(0xb0000));
 
+    // Another one, where threads decode ahead of the pass: in one chunk, too.
+    made.run("printf '\\125\\252\\125\\252' | "
+             "dd of=none.E03 bs=1 seek=700000 conv=notrunc");
+    const opened_medium twice = made.open("none.E01");
+    const std::string zeroed = read_all(*twice.source);
+    std::size_t chunk = 3 << 20;
+    while (chunk < zeroed.size() &&
+           zeroed.compare(chunk, 0x8000, made.disk, chunk, 0x8000) == 0)
+        chunk += 0x8000;
+    EXPECT_EQ(unread_of(*twice.source),
+              "688128+32768 " + std::to_string(chunk) + "+32768 ");
+    EXPECT_TRUE(zeroed.substr(chunk + 0x8000) == made.disk.substr(chunk + 0x8000));
+    EXPECT_EQ(twice.faults().size(), 2u);
+
     made.run("rm none.E02");
     const opened_medium cut = made.open("none.E01");
     const std::string missing = cut.source ? cut.faults().at(0) : cut.problem;

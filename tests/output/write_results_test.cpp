@@ -33,12 +33,12 @@ struct sample {
         EXPECT_EQ(parse_trash_options(options, args, "ver", is_evidence_name),
                   parse_result::good);
         data = records.add();
-        records[data].entry = 51;
-        records[data].first_parent = 41;
-        records[data].si_modified = minutes(1);
-        records[data].si_created = minutes(2);
-        records[data].real_size = 255;
-        records[data].position = 0x10000;
+        records.edit(data).entry = 51;
+        records.edit(data).first_parent = 41;
+        records.edit(data).si_modified = minutes(1);
+        records.edit(data).si_created = minutes(2);
+        records.edit(data).real_size = 255;
+        records.edit(data).position = 0x10000;
         records.set_path(data, "[r]\\$R1");
         entry.version = 2;
         entry.metadata_name = "$I1";
@@ -110,8 +110,8 @@ TEST(Table, ShowsAnUnpairedRowFromItsMetadataAlone)
     one.entry.drive_number = 3;
     one.entry.file_size = 16777215;
     one.entry.deleted_time = 1; // not a time that is printed
-    one.records[one.data].entry = 0;
-    one.records[one.data].position = 0;
+    one.records.edit(one.data).entry = 0;
+    one.records.edit(one.data).position = 0;
     one.entry.source_offset = 9;
     one.entry.other_info = "unalloc scan";
     EXPECT_EQ(

@@ -100,7 +100,7 @@ TEST_F(VolumeScan, KeepsTheFactsOfARecord)
              .link({.entry = 90, .parent = 62, .name = "last"})
              .build());
     EXPECT_EQ(scan(90, 20000), "last");
-    const inode_record &record = collection->records[index];
+    const inode_record record = collection->records[index];
     EXPECT_EQ(std::tuple(record.entry, record.first_parent, record.real_size,
                          record.si_created, record.si_modified, record.si_mft_changed,
                          record.si_accessed),
@@ -222,8 +222,8 @@ TEST(DirectoryPaths, AreBuiltFromTheRootDown)
     const auto add = [](_inode_collection &to, u64 entry, u64 parent,
                         const char *name) {
         const u64 index = to.directories[entry] = to.records.add();
-        to.records[index].entry = entry;
-        to.records[index].first_parent = parent;
+        to.records.edit(index).entry = entry;
+        to.records.edit(index).first_parent = parent;
         to.records.set_name(index, name);
     };
     // The entry, its parent and name, the path, and whether that is complete.

@@ -23,8 +23,8 @@ protected:
     u64 add(u64 entry, u64 parent, std::string_view name, std::string_view path = {})
     {
         const u64 index = collection.records.add();
-        collection.records[index].entry = entry;
-        collection.records[index].first_parent = parent;
+        collection.records.edit(index).entry = entry;
+        collection.records.edit(index).first_parent = parent;
         collection.records.set_name(index, name);
         collection.records.set_path(index, path);
         return index;
@@ -34,7 +34,7 @@ protected:
                       std::string_view path)
     {
         const u64 index = add(entry, parent, name, path);
-        collection.records[index].is_directory = true;
+        collection.records.edit(index).is_directory = true;
         collection.directories[entry] = index;
         return index;
     }
@@ -208,7 +208,7 @@ TEST(RegisterFile, TakesTheTimesOfADataFile)
     const timespec times[] = {{1000, 0}, {2000, 0}};
     ASSERT_EQ(utimensat(AT_FDCWD, path.c_str(), times, 0), 0);
     _trash_inodes collection;
-    const inode_record &record =
+    const inode_record record =
         collection.records[register_file(collection, path, false)];
     EXPECT_EQ(record.si_accessed, filetime(1000, 0));
     EXPECT_EQ(record.si_modified, filetime(2000, 0));
