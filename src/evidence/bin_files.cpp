@@ -3,6 +3,7 @@
 #include "disk/hv_file_source.h"
 #include "disk/hv_source_bytes.h"
 #include "evidence/system_name.h"
+#include "formats/deleted_file_layout.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -13,7 +14,7 @@ namespace hv {
 
 namespace {
 
-constexpr u64 max_dollar_i = 65536;
+constexpr u64 max_dollar_i = dollar_i::max_size_2;
 constexpr u64 max_list = u64{64} << 20;
 constexpr std::size_t max_members = 1'000'000;
 constexpr std::size_t max_member_depth = 256;

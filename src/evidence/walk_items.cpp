@@ -1,6 +1,7 @@
 #include "evidence/volume_walk.h"
 
 #include "evidence/walk_parts.h"
+#include "formats/deleted_file_layout.h"
 
 #include <algorithm>
 
@@ -10,7 +11,7 @@ using namespace walk;
 
 namespace {
 
-constexpr u64 max_metadata = 65536;
+constexpr u64 max_metadata = dollar_i::max_size_2;
 constexpr u64 max_list = u64{64} << 20;
 constexpr u64 max_members = 1'000'000;
 

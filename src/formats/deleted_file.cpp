@@ -27,7 +27,6 @@ constexpr u64 fixed_whole_record = list_record::size - 4;
 
 // "X:\" and at least one more unit.
 constexpr std::size_t min_sure_path = 4;
-constexpr u32 max_sure_units = 0x8000;
 constexpr u64 max_sure_size = u64{1} << 56;
 constexpr u32 max_sure_number = 0xFFFFFF;
 constexpr u32 network_drive = 26;
@@ -407,7 +406,8 @@ bool recognize_dollar_i(deleted_file &out, byte_view bytes)
     } else {
         const u64 units = bytes.read_padded<u32>(dollar_i::path_units.offset);
         const bool is_cut = !read.path_is_whole && read.path.size() < units;
-        if (units > max_sure_units || (read.path.size() + 1 != units && !is_cut))
+        if (units > dollar_i::longest_path ||
+            (read.path.size() + 1 != units && !is_cut))
             return false;
     }
     out = std::move(read);
