@@ -25,13 +25,16 @@ struct parse_rules {
     /// An overlay of a later snapshot's store belongs to that snapshot alone: it never
     /// shows in an earlier one.
     bool own_overlays_only = false;
+    /// The catalog of shadow copies that the volume's header names, where no index
+    /// leads to its file.
+    bool catalog_by_header = false;
 
     /// What `veskit` does, which stays as it is.
     static constexpr parse_rules fixed() { return {}; }
     /// Nothing is left out.
     static constexpr parse_rules complete()
     {
-        return {true, true, true, true, true, true, true, true};
+        return {true, true, true, true, true, true, true, true, true};
     }
 };
 

@@ -248,24 +248,78 @@ bool find_catalog(u64 &out_folder, u64 &out_catalog, const CNtfs &volume)
            find_child_by_name(out_folder, name, out_catalog, volume);
 }
 
-bool load_stores(std::array<u8, vss_block::header_size> &out_header,
-                 vss_store_map &out_stores, const CNtfs &volume, log_handle log)
+namespace {
+
+// Appends bytes of the volume. False, with nothing appended, if they can't all be read.
+bool append_bytes(std::vector<u8> &out, const CNtfs &volume, u64 offset, u32 length)
 {
-    out_header.fill(0);
-    out_stores.clear();
+    std::vector<u8> bytes(length);
+    u64 position = 0;
+    u32 count = length;
+    if (__builtin_add_overflow(offset, volume.get_volume_offset(), &position) ||
+        !volume.get_disk()->read_checked(bytes.data(), count, position) ||
+        count != length)
+        return false;
+    out.insert(out.end(), bytes.begin(), bytes.end());
+    return true;
+}
+
+// The catalog as the file that the index of its folder names.
+bool read_catalog_file(std::vector<u8> &out, const CNtfs &volume, log_handle log)
+{
     u64 folder = 0;
     u64 entry = 0;
-    if (!volume.is_validated() || !find_catalog(folder, entry, volume)) return false;
+    if (!find_catalog(folder, entry, volume)) return false;
     std::ostringstream stream;
     stream_options options;
     options.max_bytes = std::min(max_catalog, volume.get_disk()->get_size());
     options.log = log;
     if (!read_inode_data(volume, entry, stream, options)) return false;
     const std::string bytes = stream.str();
-    const std::vector<u8> catalog(bytes.begin(), bytes.end());
-    if (catalog.size() < vss_block::header_size) return false;
+    out.assign(bytes.begin(), bytes.end());
+    return true;
+}
+
+// The catalog from the block that the volume's header names on, block by block: each
+// has the place of the next.
+bool read_catalog_chain(std::vector<u8> &out, const CNtfs &volume)
+{
+    std::vector<u8> head;
+    vss_block_hdr header;
+    if (!append_bytes(head, volume, vss_volume_header::position, 512) ||
+        !parse_block_header(header, byte_view{head}, vss_block_type::volume_header, 0))
+        return false;
+    out.clear();
+    u64 next =
+        byte_view{head}.read_padded<u64>(vss_volume_header::catalog_offset.offset);
+    while (next != 0 && out.size() < max_catalog &&
+           append_bytes(out, volume, next, vss_block::block_size)) {
+        const byte_view block = byte_view{out}.from(out.size() - vss_block::block_size);
+        if (!parse_block_header(header, block, vss_block_type::catalog, 0)) {
+            out.resize(out.size() - vss_block::block_size);
+            break;
+        }
+        next = header.next_offset;
+    }
+    return !out.empty();
+}
+
+} // namespace
+
+bool load_stores(std::array<u8, vss_block::header_size> &out_header,
+                 vss_store_map &out_stores, const CNtfs &volume, log_handle log)
+{
+    out_header.fill(0);
+    out_stores.clear();
+    if (!volume.is_validated()) return false;
+    std::vector<u8> catalog;
     vss_block_map blocks;
-    if (!parse_catalog(blocks, out_stores, byte_view{catalog})) return false;
+    const bool is_read = read_catalog_file(catalog, volume, log) &&
+                         parse_catalog(blocks, out_stores, byte_view{catalog});
+    if (!is_read &&
+        !(volume.rules().catalog_by_header && read_catalog_chain(catalog, volume) &&
+          parse_catalog(blocks, out_stores, byte_view{catalog})))
+        return false;
     std::copy_n(catalog.begin(), out_header.size(), out_header.begin());
     read_store_headers(out_stores, volume);
     return true;

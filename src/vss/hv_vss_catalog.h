@@ -103,7 +103,8 @@ bool find_catalog(u64 &out_folder, u64 &out_catalog, const CNtfs &volume);
 
 /// Finds and reads the catalog of a validated volume, and the header of each store up
 /// to the first that can't be read. `out_header` becomes the first 128 bytes of the
-/// catalog. False, with an empty map, if there is no catalog.
+/// catalog. If the rules of the volume say so, a catalog that no index leads to is
+/// found by the volume's header. False, with an empty map, if there is no catalog.
 bool load_stores(std::array<u8, vss_block::header_size> &out_header,
                  vss_store_map &out_stores, const CNtfs &volume, log_handle log);
 

@@ -23,6 +23,13 @@ inline constexpr std::size_t   header_size = 128;
 inline constexpr std::size_t   block_size = 16384;   ///< of most blocks, header included
 } // namespace vss_block
 
+/// The volume's header of the service, at a fixed place.
+namespace vss_volume_header {
+inline constexpr u64           position = 0x1E00;    ///< on the volume
+inline constexpr le_field<u64> catalog_offset {48};  ///< on the volume; 0 without shadow copies
+inline constexpr std::size_t   size = 56;            ///< of what is read of it
+} // namespace vss_volume_header
+
 /// Entry of the catalog. Which fields it has depends on the type.
 namespace vss_catalog_entry {
 inline constexpr le_field<u64> type                  { 0};
