@@ -141,9 +141,13 @@ constexpr bool is_sanitized = true;
 constexpr int sanitizer_calls[] = {
     SCMP_SYS(open),       SCMP_SYS(getdents), SCMP_SYS(ptrace),    SCMP_SYS(openat),
     SCMP_SYS(getdents64), SCMP_SYS(wait4),    SCMP_SYS(prlimit64), SCMP_SYS(tgkill)};
+// Whether an object is where a call expects it, they try by writing it to a pipe.
+constexpr int sanitizer_probes[] = {SCMP_SYS(pipe), SCMP_SYS(pipe2), SCMP_SYS(write),
+                                    SCMP_SYS(close)};
 #else
 constexpr bool is_sanitized = false;
 constexpr call_list sanitizer_calls;
+constexpr call_list sanitizer_probes;
 #endif
 
 // Those who work on the program see in the log of the kernel what a filter refused.
@@ -289,8 +293,11 @@ bool allow_writing_only(int descriptor)
     call_rules rules(SCMP_ACT_ERRNO(EPERM));
     allow_memory(rules);
     allow_process(rules);
-    rules.add(SCMP_ACT_ALLOW, SCMP_SYS(write),
-              {equals(0, static_cast<u64>(descriptor))});
+    if (is_sanitized)
+        rules.add(SCMP_ACT_ALLOW, sanitizer_probes);
+    else
+        rules.add(SCMP_ACT_ALLOW, SCMP_SYS(write),
+                  {equals(0, static_cast<u64>(descriptor))});
     end_attacks(rules);
     return rules.apply();
 }

@@ -21,7 +21,7 @@ inline constexpr std::size_t   min_size_2   = 30;
 inline constexpr u32           max_units    = 2048;
 /// The longest path that Windows takes, with its ending zero, and the file that holds it.
 inline constexpr u32           longest_path = 0x8000;
-inline constexpr std::size_t   max_size_2   = path_2 + 2 * longest_path;
+inline constexpr std::size_t   max_size_2   = path_2 + std::size_t{2} * longest_path;
 } // namespace dollar_i
 
 /// Header of a list, a file named `INFO2` or `INFO`. Its records follow.
