@@ -217,7 +217,9 @@ TEST_F(Confinement, LeavesAReaderOneDescriptorToWriteTo)
         });
     };
     EXPECT_EQ(reader(ends[1]), 0);
+#ifndef __SANITIZE_ADDRESS__ // who write objects to pipes of their own
     EXPECT_EQ(reader(file), EPERM);
+#endif
     close(ends[0]);
     close(ends[1]);
 }
