@@ -217,6 +217,8 @@ std::set<std::string> paths_of(const veskit_run &run)
         for (int column = 0; column < path_column; ++column)
             std::getline(cells, cell, '|');
         paths.insert(cell);
+        // Of a data item that its record calls a folder now.
+        if (cell.ends_with('\\')) paths.insert(cell.substr(0, cell.size() - 1));
     }
     return paths;
 }
