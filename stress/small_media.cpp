@@ -83,7 +83,7 @@ byte_vector recent()
 // Metadata and data outside of the records: in pieces, compressed, with holes.
 byte_vector clustered()
 {
-    byte_vector with_holes(6 * 512, 'h');
+    byte_vector with_holes(std::size_t{6} * 512, 'h');
     std::fill_n(with_holes.begin() + 512, 1024, u8{0});
     return empty_volume(512)
         .file(stored(item(26, "$IAB12CD.txt", metadata(u"C:\\in clusters")),
@@ -294,7 +294,7 @@ byte_vector disk_of(void (*write_table)(byte_vector &disk,
     byte_vector disk(first_at * 512);
     append(disk, first);
     append(disk, second);
-    put_bytes(disk, 40 * 512, metadata(u"C:\\between"));
+    put_bytes(disk, std::size_t{40} * 512, metadata(u"C:\\between"));
     write_table(disk,
                 {{first_at, first.size() / 512}, {second_at, second.size() / 512}});
     return disk;

@@ -24,6 +24,7 @@ public:
         if (m_driver == 0) {
             prctl(PR_SET_PDEATHSIG, SIGTERM);
             std::vector<char *> argv;
+            argv.reserve(faults.size() + 1);
             for (std::string &fault : faults) argv.push_back(fault.data());
             argv.push_back(nullptr);
             if (std::freopen("/dev/null", "w", stderr) != nullptr)
