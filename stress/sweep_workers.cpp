@@ -23,7 +23,6 @@ namespace {
 
 constexpr u64 max_ms = 10'000;          // of computing, for one input
 constexpr u64 max_waiting_ms = 300'000; // of anything
-constexpr u64 max_memory = u64{6} << 30;
 constexpr u64 max_kept = 200;
 constexpr u64 none = ~u64{0};
 constexpr std::chrono::milliseconds poll_interval{20};
@@ -100,6 +99,7 @@ std::string checked(const sweep_input &input)
 void limit_memory()
 {
 #ifndef __SANITIZE_ADDRESS__
+    constexpr u64 max_memory = u64{6} << 30;
     const rlimit limit{max_memory, max_memory};
     setrlimit(RLIMIT_AS, &limit);
 #endif
