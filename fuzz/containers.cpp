@@ -2,6 +2,7 @@
 // chooses the kind. make_container_seeds makes the corpus.
 
 #include "disk/hv_source_bytes.h"
+#include "fuzz/input_source.h"
 #include "media/disk_tables.h"
 #include "media/layered_source.h"
 #include "media/open_medium.h"
@@ -44,32 +45,12 @@ void operator delete(void *memory, std::size_t) noexcept
 namespace {
 
 using namespace hv;
+using fuzz::input_source;
 
 void require(bool good)
 {
     if (!good) std::abort();
 }
-
-class input_source : public byte_source {
-public:
-    explicit input_source(byte_view bytes) : m_bytes(bytes) {}
-
-    u64 size() const override { return m_bytes.size(); }
-    std::size_t read(u64 offset, std::span<u8> out) const override
-    {
-        const auto found = m_bytes.clip(offset, out.size()).bytes();
-        std::ranges::copy(found, out.begin());
-        return found.size();
-    }
-    std::span<const u8> view(u64 offset, std::size_t length) const override
-    {
-        return m_bytes.fits(offset, length) ? m_bytes.clip(offset, length).bytes()
-                                            : std::span<const u8>();
-    }
-
-private:
-    byte_view m_bytes;
-};
 
 // What is read depends neither on where reads begin and end, nor on what was read
 // before; and zeros that are passed over are zeros.

@@ -1,6 +1,7 @@
 // The search for the volumes of a medium, and what opens them.
 
 #include "evidence/describe_medium.h"
+#include "fuzz/input_source.h"
 
 #include <algorithm>
 #include <cstdlib>
@@ -8,27 +9,12 @@
 namespace {
 
 using namespace hv;
+using fuzz::input_source;
 
 void require(bool good)
 {
     if (!good) std::abort();
 }
-
-class input_source : public byte_source {
-public:
-    explicit input_source(std::span<const u8> bytes) : m_bytes(bytes) {}
-
-    u64 size() const override { return m_bytes.size(); }
-    std::size_t read(u64 offset, std::span<u8> out) const override
-    {
-        const auto found = byte_view{m_bytes}.clip(offset, out.size()).bytes();
-        std::ranges::copy(found, out.begin());
-        return found.size();
-    }
-
-private:
-    std::span<const u8> m_bytes;
-};
 
 // Every byte of the medium is in a volume or in one gap.
 void check_regions(const medium_layout &layout, u64 size)
