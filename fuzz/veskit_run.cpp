@@ -59,8 +59,9 @@ extern "C" int LLVMFuzzerTestOneInput(const hv::u8 *data, std::size_t size)
 {
     const fuzz::damaged_medium medium = fuzz::damage_medium(data, size);
     const hv::u64 offset = volume_offset(medium.number);
+    const stress::file_in_memory file(medium.bytes);
     const auto run = [&](veskit_mode mode) {
-        stress::veskit_run made = stress::run_veskit(medium.bytes, mode, offset);
+        stress::veskit_run made = stress::run_veskit(file, mode, offset);
         fuzz::require_no(check_size(made, medium.bytes.size()), medium);
         return made;
     };

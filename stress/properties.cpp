@@ -335,7 +335,9 @@ baseline make_baseline(std::span<const u8> medium)
     made.carved_statements = statements_of(made.carved, medium, made.structures);
     made.volume_offset = first_volume(made.carved);
     made.veskit_statements = veskit_statements_of(
-        made, run_veskit(medium, veskit_mode::image, made.volume_offset), medium);
+        made,
+        run_veskit(file_in_memory(medium), veskit_mode::image, made.volume_offset),
+        medium);
     // Without boot sectors all clusters are searched, used ones as well.
     std::vector<u8> bare(medium.begin(), medium.end());
     for (const structure &part : made.structures)
@@ -405,8 +407,9 @@ std::string check_all(const baseline &before, std::span<const u8> medium,
         keep(check_lost(before, *run, done));
     }
     keep(check_roads(live, carved, medium));
+    const file_in_memory file(medium);
     for (const veskit_mode mode : all_modes) {
-        const veskit_run run = run_veskit(medium, mode, before.volume_offset);
+        const veskit_run run = run_veskit(file, mode, before.volume_offset);
         if (mode == veskit_mode::image) keep(check_veskit_lost(before, run, done));
     }
     return problem;

@@ -15,30 +15,6 @@ namespace stress {
 
 namespace {
 
-// A file without a place in the file system, which veskit opens by a path like any
-// other.
-class file_in_memory {
-public:
-    explicit file_in_memory(std::span<const u8> bytes)
-        : m_descriptor(memfd_create("medium", MFD_CLOEXEC))
-    {
-        if (m_descriptor < 0) throw std::runtime_error("no file in memory");
-        while (!bytes.empty()) {
-            const ssize_t count = write(m_descriptor, bytes.data(), bytes.size());
-            if (count <= 0) throw std::runtime_error("the file in memory is full");
-            bytes = bytes.subspan(static_cast<std::size_t>(count));
-        }
-    }
-    ~file_in_memory() { close(m_descriptor); }
-    file_in_memory(const file_in_memory &) = delete;
-    file_in_memory &operator=(const file_in_memory &) = delete;
-
-    std::string path() const { return "/proc/self/fd/" + std::to_string(m_descriptor); }
-
-private:
-    int m_descriptor;
-};
-
 // Messages about a medium go nowhere while this lives. Sanitizers write theirs to the
 // descriptor, which stays.
 class no_messages {
@@ -73,13 +49,33 @@ void set_options(hv::run_options &options, veskit_mode mode)
 
 } // namespace
 
-veskit_run run_veskit(std::span<const u8> medium, veskit_mode mode, u64 volume_offset)
+file_in_memory::file_in_memory(std::span<const u8> bytes)
+    : m_descriptor(memfd_create("medium", MFD_CLOEXEC))
 {
-    const file_in_memory file(medium);
+    if (m_descriptor < 0) throw std::runtime_error("no file in memory");
+    while (!bytes.empty()) {
+        const ssize_t count = write(m_descriptor, bytes.data(), bytes.size());
+        if (count <= 0) throw std::runtime_error("the file in memory is full");
+        bytes = bytes.subspan(static_cast<std::size_t>(count));
+    }
+}
+
+file_in_memory::~file_in_memory()
+{
+    close(m_descriptor);
+}
+
+std::string file_in_memory::path() const
+{
+    return "/proc/self/fd/" + std::to_string(m_descriptor);
+}
+
+veskit_run run_veskit(const file_in_memory &medium, veskit_mode mode, u64 volume_offset)
+{
     const no_messages quiet;
     hv::run_options options;
     set_options(options, mode);
-    options.image_path = file.path();
+    options.image_path = medium.path();
     options.volume_offset = volume_offset;
     std::ostringstream out;
     if (mode == veskit_mode::raw_scan)

@@ -25,8 +25,25 @@ struct veskit_run {
     std::string output;              ///< to the byte
     std::multiset<std::string> rows; ///< lines of it after the header
 };
+
+/// A medium as a file without a place in the file system, which veskit opens by a path
+/// like any other. Throws std::runtime_error if it can't be written.
+class file_in_memory {
+public:
+    explicit file_in_memory(std::span<const u8> bytes);
+    ~file_in_memory();
+    file_in_memory(const file_in_memory &) = delete;
+    file_in_memory &operator=(const file_in_memory &) = delete;
+
+    std::string path() const;
+
+private:
+    int m_descriptor;
+};
+
 /// `volume_offset` is where the volume begins, in bytes; the raw scan doesn't use it.
-veskit_run run_veskit(std::span<const u8> medium, veskit_mode mode, u64 volume_offset);
+veskit_run run_veskit(const file_in_memory &medium, veskit_mode mode,
+                      u64 volume_offset);
 
 enum class carving { off, on };
 
