@@ -75,9 +75,9 @@ lint:
 	@tools/install_deps build test bench lint >&2
 	@tools/check_layers
 	@tools/check_format
-	@cmake --preset release >&2
+	@cmake --preset asan >&2
 	@cmake --preset bench >&2
-	@tools/lint build/release
+	@tools/lint build/asan
 	@tools/lint build/bench bench/*.cpp
 	@if git diff --quiet HEAD; then git rev-parse HEAD >.ci/linted; fi
 
