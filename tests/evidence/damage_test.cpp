@@ -1,6 +1,7 @@
 // What sweeps over damaged media have found, each by a small medium that shows it.
 
 #include "evidence/examine.h"
+#include "evidence/file_facts.h"
 
 #include "samples/bins.h"
 #include "samples/record_builders.h"
@@ -47,6 +48,21 @@ TEST(DamagedList, StatesOnlyWhatIsLeftOfIt)
     EXPECT_EQ(rows_of(headless), (rows{u"C:\\one", u"C:\\two"}));
     // The medium ends in the second record, before its time.
     EXPECT_EQ(rows_of(cut(whole, 0, begin + 820 + 200)), rows{u"C:\\one"});
+}
+
+// All samples have the same check value, as many records of a volume do.
+TEST(DamagedRecord, EndsWhereAnotherOneBegins)
+{
+    byte_vector letters(900, 'a'), others(900, 'b');
+    byte_vector record = ntfs_structures::encode_record({}, {.entry = 40}, letters);
+    const byte_vector other = ntfs_structures::encode_record({}, {.entry = 41}, others);
+    put_bytes(record, 512, cut(other, 0, 512));
+
+    record_bytes read;
+    ASSERT_TRUE(read_record(read, byte_view{record}, parse_rules::complete()));
+    EXPECT_EQ(read.sound, 512U);
+    EXPECT_EQ(read.bytes[510], 'a');
+    EXPECT_EQ(read.bytes[1022], 'b');
 }
 
 } // namespace
