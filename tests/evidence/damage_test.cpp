@@ -15,10 +15,12 @@ namespace {
 using namespace test_support;
 
 // Paths of all rows, with the time where it isn't that of the samples.
-std::vector<std::u16string> rows_of(const byte_vector &medium)
+std::vector<std::u16string> rows_of(const byte_vector &medium, bool carve = false)
 {
     examination found;
-    examine(found, std::make_shared<memory_source>(medium), {});
+    examine_options options;
+    options.carve = carve;
+    examine(found, std::make_shared<memory_source>(medium), options);
     std::vector<std::u16string> rows;
     for (const deletion &item : found.deletions)
         rows.push_back(item.path.value_or(u"?") +
@@ -48,6 +50,23 @@ TEST(DamagedList, StatesOnlyWhatIsLeftOfIt)
     EXPECT_EQ(rows_of(headless), (rows{u"C:\\one", u"C:\\two"}));
     // The medium ends in the second record, before its time.
     EXPECT_EQ(rows_of(cut(whole, 0, begin + 820 + 200)), rows{u"C:\\one"});
+}
+
+// What a file holds isn't carved, as it may be a copy from anywhere.
+TEST(DamagedBitmap, LeavesItToTheRecordsWhichClustersAreFree)
+{
+    constexpr u64 cluster_size = 1024, free_cluster = 900, map_entry = 6;
+    ntfs_item archive = bin_item(70, "backup.tar", text(metadata(u"C:\\copy")), 5);
+    archive.stored.non_resident = true;
+    const ntfs_volume volume =
+        empty_bin().cluster_size(cluster_size).clusters(1000).file(archive).build_volume();
+    byte_vector medium = volume.image;
+    put_bytes(medium, free_cluster * cluster_size, metadata(u"C:\\free"));
+
+    using rows = std::vector<std::u16string>;
+    EXPECT_EQ(rows_of(medium, true), rows{u"C:\\free"});
+    put_bytes(medium, volume.record_position(map_entry), byte_vector(1024));
+    EXPECT_EQ(rows_of(medium, true), rows{u"C:\\free"});
 }
 
 // All samples have the same check value, as many records of a volume do.
