@@ -238,12 +238,6 @@ private:
 
 // ---- What a group says
 
-bool is_data_name(const sighting &seen)
-{
-    const bin_name_kind kind = kind_of_name(seen.name);
-    return kind == bin_name_kind::data || kind == bin_name_kind::listed_data;
-}
-
 std::u16string list_name(metadata_format format)
 {
     const bool is_old =
@@ -305,6 +299,10 @@ void take_names(deletion &made, const group &from)
             if (made.data_name.empty()) made.data_name = seen->name;
             if (!made.data_entry) made.data_entry = seen->entry;
         }
+        if (seen->kind == sighting_kind::index_name && seen->in_use &&
+            seen->views.contains(0) && shows_data(*seen) &&
+            made.content == data_state::none)
+            made.content = data_state::unknown;
         if (seen->kind == sighting_kind::restored_item) {
             made.outside_path = seen->outside_path;
             made.content = seen->content;
@@ -324,10 +322,8 @@ deletion_state state_of(const group &from)
         if (seen->kind == sighting_kind::restored_item) return deletion_state::restored;
         only_journal = only_journal && seen->kind == sighting_kind::journal_line;
         if (!seen->in_use || !seen->views.contains(0)) continue;
-        metadata_lives =
-            metadata_lives || (seen->kind == sighting_kind::metadata &&
-                               !(seen->metadata && seen->metadata->is_struck));
-        data_lives = data_lives || seen->kind == sighting_kind::data_item;
+        metadata_lives = metadata_lives || shows_metadata(*seen);
+        data_lives = data_lives || shows_data(*seen);
     }
     if (only_journal) return deletion_state::journal_only;
     if (metadata_lives && data_lives) return deletion_state::in_bin;

@@ -52,14 +52,37 @@ TEST(DamagedList, StatesOnlyWhatIsLeftOfIt)
     EXPECT_EQ(rows_of(cut(whole, 0, begin + 820 + 200)), rows{u"C:\\one"});
 }
 
+TEST(DamagedRecord, TakesNoFileOutOfTheBin)
+{
+    const ntfs_volume volume = empty_bin()
+                                   .file(bin_metadata(66, "$IAB12CD.txt", u"C:\\a.txt"))
+                                   .file(bin_item(67, "$RAB12CD.txt", "data"))
+                                   .build_volume();
+    using state = std::tuple<deletion_state, data_state>;
+    for (const auto &[entry, expected] :
+         std::map<u64, state>{{66, {deletion_state::in_bin, data_state::whole}},
+                              {67, {deletion_state::in_bin, data_state::unknown}}}) {
+        byte_vector medium = volume.image;
+        put_bytes(medium, volume.record_position(entry), byte_vector(1024));
+        examination found;
+        examine(found, std::make_shared<memory_source>(medium), {});
+        ASSERT_EQ(found.deletions.size(), 1U) << entry;
+        EXPECT_EQ(state(found.deletions[0].state, found.deletions[0].content), expected)
+            << entry;
+    }
+}
+
 // What a file holds isn't carved, as it may be a copy from anywhere.
 TEST(DamagedBitmap, LeavesItToTheRecordsWhichClustersAreFree)
 {
     constexpr u64 cluster_size = 1024, free_cluster = 900, map_entry = 6;
     ntfs_item archive = bin_item(70, "backup.tar", text(metadata(u"C:\\copy")), 5);
     archive.stored.non_resident = true;
-    const ntfs_volume volume =
-        empty_bin().cluster_size(cluster_size).clusters(1000).file(archive).build_volume();
+    const ntfs_volume volume = empty_bin()
+                                   .cluster_size(cluster_size)
+                                   .clusters(1000)
+                                   .file(archive)
+                                   .build_volume();
     byte_vector medium = volume.image;
     put_bytes(medium, free_cluster * cluster_size, metadata(u"C:\\free"));
 
