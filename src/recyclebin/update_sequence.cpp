@@ -44,11 +44,14 @@ bool read_head(record_head &head, const byte_source &medium, u64 position)
     head.array = view.read_padded<u16>(file_record::fixup_offset.offset);
     const u64 count = view.read_padded<u16>(file_record::fixup_count.offset);
     head.fixups = count > 0 ? count - 1 : 0;
+    if (head.fixups == 0 || !view.fits(head.array, 2 * count)) return false;
+    // The volume knows how large its records are, whatever is left of this field.
+    if (head.size % head.fixups != 0 || head.stride() < sector ||
+        head.size > max_record_size)
+        head.size = head.fixups * sector;
     return (signature == file_record::signature ||
             signature == index_block::signature) &&
-           head.fixups > 0 && head.size <= max_record_size &&
-           head.size % head.fixups == 0 && head.size / head.fixups >= sector &&
-           view.fits(head.array, 2 * count);
+           head.size <= max_record_size;
 }
 
 // The record that holds this byte: the nearest head before it, one with its own tail
