@@ -129,14 +129,21 @@ private:
         return entry(type, 5, joined({nonce, tag, packed}));
     }
 
-    // A million rounds, which are to make guesses slow.
+    // A million rounds, which are to make guesses slow: nothing is allocated in one.
     static byte_vector stretched(const byte_vector &hash, const byte_vector &salt)
     {
         constexpr u64 rounds = 0x100000;
         byte_vector state = joined({byte_vector(32), hash, salt, byte_vector(8)});
+        const std::unique_ptr<EVP_MD, decltype(&EVP_MD_free)> sha256{
+            EVP_MD_fetch(nullptr, "SHA256", nullptr), &EVP_MD_free};
+        const std::unique_ptr<EVP_MD_CTX, decltype(&EVP_MD_CTX_free)> sum{
+            EVP_MD_CTX_new(), &EVP_MD_CTX_free};
         for (u64 round = 0; round < rounds; ++round) {
-            put_number(state, 80, round, 8);
-            put_bytes(state, 0, sha256(state));
+            for (unsigned byte = 0; byte < 8; ++byte)
+                state[80 + byte] = static_cast<u8>(round >> (8 * byte));
+            require(EVP_DigestInit_ex(sum.get(), sha256.get(), nullptr) == 1 &&
+                    EVP_DigestUpdate(sum.get(), state.data(), state.size()) == 1 &&
+                    EVP_DigestFinal_ex(sum.get(), state.data(), nullptr) == 1);
         }
         return cut(state, 0, 32);
     }

@@ -209,9 +209,10 @@ std::multimap<std::string, std::string> records_of_metadata(const std::string &i
     std::multimap<std::string, std::string> records;
     const std::string bytes = file_bytes(image), mark("$\0I\0G\0", 6);
     for (std::size_t at = 0; at + 1024 <= bytes.size(); at += 1024) {
+        if (bytes.compare(at, 4, "FILE") != 0) continue;
         const std::string slot = bytes.substr(at, 1024);
         const std::size_t name = slot.find(mark);
-        if (slot.starts_with("FILE") && name != std::string::npos)
+        if (name != std::string::npos)
             records.emplace(std::string{slot[name + 6], slot[name + 8]}, slot);
     }
     return records;
@@ -222,7 +223,7 @@ TEST_F(Carving, BringsBackWhatAByteSearchFinds)
 {
     if (!mkntfs_volume::available())
         GTEST_SKIP() << "mkntfs or the ntfs-3g driver can't be used here";
-    mkntfs_volume volume;
+    mkntfs_volume volume(4096, 16 << 20);
     string_list files;
     for (char16_t c = 'A'; c <= 'Z'; ++c)
         for (char16_t d = '0'; d <= '3'; ++d)
