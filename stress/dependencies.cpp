@@ -97,6 +97,12 @@ std::vector<byte_range> dependencies::of(const hv::sighting &seen) const
             part.kind == structure_kind::boot_sector)
             needs.push_back({part.offset, part.length});
     for (const byte_range &proof : seen.ranges) add_structure_around(needs, proof);
+    // A file that is named like metadata, and holds something else, isn't metadata.
+    if (seen.kind == hv::sighting_kind::metadata && !seen.metadata)
+        for (const structure &part : m_structures)
+            if (part.kind == structure_kind::file_record &&
+                have_common_bytes({{part.offset, part.length}}, seen.ranges))
+                needs.push_back({part.offset, part.length});
     const volume_map &volume = m_volumes.at(seen.volume);
     if (volume.view == nullptr) return needs;
     add_records(needs, volume, 0);

@@ -100,7 +100,7 @@ void volume_walk::take_metadata(const looked_at &file)
             content.ranges = part_of(content.ranges, 0, metadata.length);
         if (!content.ranges.empty()) seen.ranges = content.ranges;
         seen.metadata = std::move(metadata);
-    } else if (!seen.is_torn && (is_resident || (seen.in_use && bytes.size() > 0))) {
+    } else if (!seen.is_torn && is_sure && bytes.size() > 0) {
         return; // named like metadata, and holds something else
     }
     m_evidence.add(std::move(seen));
