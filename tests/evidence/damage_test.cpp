@@ -49,5 +49,28 @@ TEST(DamagedList, StatesOnlyWhatIsLeftOfIt)
     EXPECT_EQ(rows_of(cut(whole, 0, begin + 820 + 200)), rows{u"C:\\one"});
 }
 
+// What is said of the one snapshot of a volume: as it should be, with a block in the
+// place of its boot sector that is none, with a damaged list of the blocks it kept.
+TEST(DamagedSnapshot, SaysWhatIsLost)
+{
+    const auto kept_of = [](u64 offset) {
+        return shadow_volume({{.first = {{offset, shadow_kept(1, 0)}}}});
+    };
+    byte_vector damaged = kept_of(shadow_live);
+    put_bytes(damaged, shadow_area(1) + shadow_block_size, byte_vector(48, 0xFF));
+    for (const auto &[medium, trouble] :
+         std::vector<std::pair<byte_vector, std::string>>{
+             {kept_of(shadow_live), ""},
+             {kept_of(0), "snapshot 1 can't be read"},
+             {damaged,
+              "parts of snapshot 1 are lost: later bytes stand in for them"}}) {
+        examination found;
+        examine(found, std::make_shared<memory_source>(medium), {});
+        ASSERT_EQ(found.regions.size(), 1u);
+        EXPECT_EQ(found.regions[0].snapshots.size(), 1u);
+        EXPECT_EQ(found.regions[0].trouble, trouble);
+    }
+}
+
 } // namespace
 } // namespace hv

@@ -158,6 +158,50 @@ TEST(Containers, ReadThroughParents)
     EXPECT_NE(made.open("child.vmdk").problem.find("base.vmdk"), std::string::npos);
 }
 
+// Forms of containers that would be read wrong, or without a part of their bytes.
+TEST(Containers, RefuseFormsThatAreNotRead)
+{
+    const workshop made("qemu-img");
+    made.run(
+        "qemu-img convert -O qcow disk.raw disk.qcow && "
+        "qemu-img convert -O qcow2 disk.raw disk.qcow2 && "
+        "qemu-img convert -O qed disk.raw disk.qed && "
+        "qemu-img convert -O vmdk -o subformat=twoGbMaxExtentSparse disk.raw s.vmdk && "
+        "qemu-img convert -O vmdk disk.raw parent.vmdk && "
+        "qemu-img create -f vmdk -b parent.vmdk -F vmdk disk.vmdk && "
+        "sed -i 's/^CID=......../CID=12345678/' parent.vmdk");
+    const struct {
+        const char *file;
+        std::size_t at;
+        std::string bytes;
+        const char *problem;
+    } cases[] = {
+        {"disk.qcow", 0, "", "this form of it isn't read"},
+        {"disk.qcow2", 35, "\1", "it is encrypted"},
+        {"disk.qcow2", 79, "\4", "its data is in another file"},
+        {"disk.qcow2", 78, "\1",
+         "this form of it isn't read"},                      // a feature of the future
+        {"disk.qcow2", 23, "\x3F", "its header is damaged"}, // size of clusters
+        {"disk.qed", 16, "\1", "it is a change to a backing file"},
+        {"s-s001.vmdk", 0, "", "one file of a disk that consists of several"},
+        {"disk.vmdk", 0, "", "the one beside it was changed since"},
+    };
+    for (const auto &[file, at, bytes, problem] : cases) {
+        std::string edited = file_bytes(made.dir / file);
+        edited.replace(at, bytes.size(), bytes);
+        const std::string name = std::string("edited-") + file;
+        made.dir.write_file(name, edited);
+        const opened_medium medium = made.open(bytes.empty() ? file : name);
+        EXPECT_EQ(medium.source, nullptr) << file << ' ' << at;
+        EXPECT_NE(medium.problem.find(problem), std::string::npos)
+            << file << ' ' << at << ": " << medium.problem;
+    }
+    made.run("qemu-img create -f qcow2 -b b.qcow2 -u -F qcow2 a.qcow2 4M && "
+             "qemu-img create -f qcow2 -b a.qcow2 -u -F qcow2 b.qcow2 4M");
+    EXPECT_NE(made.open("a.qcow2").problem.find("lead back to themselves"),
+              std::string::npos);
+}
+
 // Disks of a few mebibytes on which reading would never end.
 TEST(Containers, RefuseTablesThatNameTheSameBytesOverAndOver)
 {

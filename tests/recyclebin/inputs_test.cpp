@@ -172,6 +172,17 @@ TEST_F(Inputs, ReadsCopiesOfAnMft)
     const run_result cut = run({"list", dir.write_file("cut", copy.substr(0, 70000))});
     EXPECT_EQ(cut.status, 0);
     EXPECT_NE(cut.out.find("C:\\a.txt"), std::string::npos) << cut.out;
+
+    // A list in clusters, which the copy doesn't have.
+    ntfs_item list = bin_item(66, "INFO2", text(info2_file({{.path = u"C:\\a"}})));
+    list.stored.non_resident = true;
+    const ntfs_volume old = empty_bin("RECYCLER").file(list).build_volume();
+    copy.clear();
+    for (u64 entry = 0; entry < 67; ++entry) copy += text(old.record(entry));
+    const run_result lists = run({"list", dir.write_file("lists", copy)});
+    EXPECT_EQ(lists.status, 4);
+    EXPECT_NE(lists.err.find("copy of an $MFT doesn't hold: 1"), std::string::npos)
+        << lists.err;
 }
 
 TEST_F(Inputs, WritesBytes)
