@@ -49,6 +49,32 @@ TEST(DamagedList, StatesOnlyWhatIsLeftOfIt)
     EXPECT_EQ(rows_of(cut(whole, 0, begin + 820 + 200)), rows{u"C:\\one"});
 }
 
+// The second sector of a record, from the middle of its $I file's path on, was never
+// written, or is of another time.
+TEST(TornRecord, StatesTheStartOfItsPath)
+{
+    const std::u16string path = u"C:\\" + std::u16string(200, u'x');
+    const ntfs_volume whole =
+        empty_bin().file(bin_metadata(66, "$IAB12CD.txt", path)).build_volume();
+    const u64 second = whole.record_position(66) + 512;
+    const auto path_at = whole.attribute_position(66, ntfs_type::data) + 24 + 28 -
+                         whole.record_position(66);
+    const auto told = [&](const byte_vector &sector) {
+        byte_vector medium = whole.image;
+        put_bytes(medium, second, sector);
+        examination found;
+        examine(found, std::make_shared<memory_source>(medium), {});
+        std::vector<std::pair<std::u16string, bool>> rows;
+        for (const deletion &item : found.deletions)
+            rows.emplace_back(item.path.value_or(u"?"), item.path_is_whole);
+        return rows;
+    };
+    using rows = std::vector<std::pair<std::u16string, bool>>;
+    const std::u16string start = path.substr(0, (512 - path_at) / 2);
+    EXPECT_EQ(told(cut(whole.image, second, 512)), (rows{{path, true}}));
+    EXPECT_EQ(told(byte_vector(512)), (rows{{start, false}}));
+}
+
 // What is said of the one snapshot of a volume: as it should be, with a block in the
 // place of its boot sector that is none, with a damaged list of the blocks it kept.
 TEST(DamagedSnapshot, SaysWhatIsLost)

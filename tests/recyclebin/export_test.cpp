@@ -116,18 +116,20 @@ TEST(StreamReader, NamesWhatRecordsDontSay)
         std::make_shared<memory_source>(empty_bin().clusters(2000).build());
     volume_view view(medium, 0, 0);
     ASSERT_TRUE(view.open());
-    constexpr u32 data = 0x80;
-    const stream_fact in_record = {
-        .type = data, .place = 700, .length = 100, .content = byte_vector(100, 'x')};
+    stream_fact in_record;
+    in_record.type = 0x80;
+    in_record.place = 700;
+    in_record.length = 100;
+    in_record.content = byte_vector(100, 'x');
+    stream_fact bare;
+    bare.type = 0x80;
+    bare.is_resident = false;
     // From cluster 2 on: the record with the first two clusters, and the size, is lost.
-    const stream_fact second = {
-        .type = data,
-        .is_resident = false,
-        .first_vcn = 2,
-        .runs = {{.lcn = 1500, .delta = 1, .clusters = 1, .vcn = 2},
-                 {.lcn = 1600, .delta = 1, .clusters = 1, .vcn = 4}}};
-    stream_fact bare = {
-        .type = data, .is_resident = false, .length = 9000, .valid = 9000};
+    stream_fact second = bare;
+    second.first_vcn = 2;
+    second.runs = {{.lcn = 1500, .delta = 1, .clusters = 1, .vcn = 2},
+                   {.lcn = 1600, .delta = 1, .clusters = 1, .vcn = 4}};
+    bare.length = bare.valid = 9000;
     stream_fact far = bare; // its last cluster ends after 2^64 bytes
     far.runs = {{.lcn = 1500, .delta = 1, .clusters = 2},
                 {.lcn = u64{1} << 52, .delta = 1, .clusters = 1, .vcn = 2}};
@@ -176,7 +178,8 @@ TEST(StreamReader, NamesWhatRecordsDontSay)
               9000,
               {{0, 9000, gap_reason::not_expanded}}},
          }) {
-        const file_facts facts = {.streams = {stream}};
+        file_facts facts;
+        facts.streams = {stream};
         stream_reader reader(view, *medium, {.facts = facts, .sound = sound});
         u64 delivered = 0;
         for (byte_view next = reader.next(); next.size() > 0; next = reader.next())
