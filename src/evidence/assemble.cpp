@@ -1,9 +1,11 @@
+#include "base/hv_checked_math.h"
 #include "evidence/bin_items.h"
 #include "evidence/examine.h"
 
 #include <algorithm>
 #include <map>
 #include <numeric>
+#include <set>
 #include <span>
 #include <tuple>
 
@@ -15,6 +17,9 @@ namespace {
 // the file system another when the record changes.
 constexpr u64 one_event = 20'000'000;  // ticks of 100 ns
 constexpr std::size_t item_digits = 6; // of a random name, before its extension
+// Hostile media repeat what honest ones have a few times; more isn't looked at.
+constexpr std::size_t max_of_one_name = 4096;
+constexpr std::size_t max_of_one_moment = 4096;
 
 u64 apart(u64 a, u64 b)
 {
@@ -105,16 +110,24 @@ private:
     // and size, and a path that begins so.
     void join_torn_metadata()
     {
+        std::map<std::tuple<u64, u64, std::u16string>, std::size_t> known;
+        const auto key = [](const sighting &seen) {
+            const deleted_file &file = *seen.metadata;
+            return std::tuple(file.deleted, file.size, file.path);
+        };
+        for (std::size_t i = 0; i < m_groups.size(); ++i)
+            known.try_emplace(key(*m_groups[i].metadata), i);
         for (const sighting &seen : m_sightings) {
             if (!seen.metadata || seen.metadata->path_is_whole) continue;
-            const deleted_file &torn = *seen.metadata;
-            const auto whole = std::ranges::find_if(m_groups, [&](const group &other) {
-                const deleted_file &file = *other.metadata->metadata;
-                return file.deleted == torn.deleted && file.size == torn.size &&
-                       file.path.starts_with(torn.path);
-            });
-            group &of = whole == m_groups.end() ? m_groups.emplace_back() : *whole;
-            of.add(seen);
+            const auto [deleted, size, path] = key(seen);
+            auto whole = known.lower_bound({deleted, size, path});
+            if (whole == known.end() || std::get<0>(whole->first) != deleted ||
+                std::get<1>(whole->first) != size ||
+                !std::get<2>(whole->first).starts_with(path)) {
+                whole = known.emplace(key(seen), m_groups.size()).first;
+                m_groups.emplace_back();
+            }
+            m_groups[whole->second].add(seen);
         }
     }
 
@@ -136,8 +149,10 @@ private:
     // records, that one counts whose time the record of the data item has.
     std::size_t owner_of(const std::u16string &item, const sighting &seen)
     {
+        const std::vector<std::size_t> &named = m_by_item[item];
         std::vector<std::size_t> fitting;
-        for (const std::size_t number : m_by_item[item])
+        for (const std::size_t number :
+             std::span(named).first(std::min(named.size(), max_of_one_name)))
             if (agree(m_groups[number], seen)) fitting.push_back(number);
         const auto is_of_list = [&](std::size_t number) {
             return m_groups[number].metadata != nullptr &&
@@ -183,27 +198,72 @@ private:
         }
     }
 
+    // When items without metadata came into the bin, by size. Of a folder, and of an
+    // item whose name alone is left, the size isn't known.
+    using arrivals = std::map<std::pair<u64, u64>, std::vector<std::size_t>>;
+    static constexpr u64 no_size = ~u64{0};
+
+    arrivals find_arrivals() const
+    {
+        arrivals found;
+        for (std::size_t i = 0; i < m_groups.size(); ++i) {
+            if (m_groups[i].metadata != nullptr) continue;
+            u64 size = no_size;
+            std::set<u64> moments;
+            for (const sighting *seen : m_groups[i].seen) {
+                moments.insert(arrival_of(*seen));
+                if (seen->kind == sighting_kind::data_item && !seen->is_directory)
+                    size = seen->data_size;
+            }
+            for (const u64 moment : moments)
+                if (moment != 0) found[{size, moment}].push_back(i);
+        }
+        return found;
+    }
+
     // Metadata that lost its name belongs to the only item that came into the bin at
     // its time, with its extension and size.
     void join_bare_metadata()
     {
+        const arrivals items = find_arrivals();
         for (group &bare : m_groups) {
             if (bare.metadata == nullptr || !bare.item.empty()) continue;
-            group *only = nullptr;
-            bool is_unique = true;
-            for (group &named : m_groups) {
-                if (named.metadata != nullptr || !fits(named, *bare.metadata->metadata))
-                    continue;
-                is_unique = only == nullptr;
-                only = &named;
-            }
-            if (only == nullptr || !is_unique) continue;
+            group *const only = only_arrival(items, *bare.metadata->metadata);
+            if (only == nullptr) continue;
             bare.is_joined_by_time = true;
             bare.data_entry = only->data_entry;
             for (const sighting *seen : only->seen) bare.add(*seen);
             only->seen.clear();
         }
         std::erase_if(m_groups, [](const group &of) { return of.seen.empty(); });
+    }
+
+    // Null if none fits, or several.
+    group *only_arrival(const arrivals &items, const deleted_file &file)
+    {
+        std::set<std::size_t> fitting;
+        std::size_t tried = 0;
+        for (const u64 size : {file.size, no_size}) {
+            const u64 first = file.deleted - std::min(file.deleted, one_event);
+            for (auto at = items.lower_bound({size, first});
+                 at != items.end() && at->first.first == size &&
+                 at->first.second <= saturating_sum(file.deleted, one_event);
+                 ++at)
+                for (const std::size_t number : at->second) {
+                    if (fits(m_groups[number], file)) fitting.insert(number);
+                    if (fitting.size() > 1 || ++tried > max_of_one_moment)
+                        return nullptr;
+                }
+        }
+        return fitting.empty() ? nullptr : &m_groups[*fitting.begin()];
+    }
+
+    // When what was seen came into the bin; 0 if it doesn't say.
+    static u64 arrival_of(const sighting &seen)
+    {
+        if (seen.kind == sighting_kind::data_item) return seen.times.record_changed;
+        return kind_of_name(seen.name) == bin_name_kind::metadata ? seen.times.created
+                                                                  : 0;
     }
 
     // Whether an item came into the bin when the metadata says.
@@ -216,14 +276,10 @@ private:
             return false;
         bool is_then = false;
         for (const sighting *seen : named.seen) {
-            const bool is_data = seen->kind == sighting_kind::data_item;
-            if (is_data && !seen->is_directory && seen->data_size != file.size)
+            if (seen->kind == sighting_kind::data_item && !seen->is_directory &&
+                seen->data_size != file.size)
                 return false;
-            const bool is_metadata =
-                kind_of_name(seen->name) == bin_name_kind::metadata;
-            const u64 moment = is_data       ? seen->times.record_changed
-                               : is_metadata ? seen->times.created
-                                             : 0;
+            const u64 moment = arrival_of(*seen);
             is_then =
                 is_then || (moment != 0 && apart(moment, file.deleted) <= one_event);
         }
@@ -237,12 +293,6 @@ private:
 };
 
 // ---- What a group says
-
-bool is_data_name(const sighting &seen)
-{
-    const bin_name_kind kind = kind_of_name(seen.name);
-    return kind == bin_name_kind::data || kind == bin_name_kind::listed_data;
-}
 
 std::u16string list_name(metadata_format format)
 {
@@ -305,6 +355,10 @@ void take_names(deletion &made, const group &from)
             if (made.data_name.empty()) made.data_name = seen->name;
             if (!made.data_entry) made.data_entry = seen->entry;
         }
+        if (seen->kind == sighting_kind::index_name && seen->in_use &&
+            seen->views.contains(0) && shows_data(*seen) &&
+            made.content == data_state::none)
+            made.content = data_state::unknown;
         if (seen->kind == sighting_kind::restored_item) {
             made.outside_path = seen->outside_path;
             made.content = seen->content;
@@ -324,10 +378,8 @@ deletion_state state_of(const group &from)
         if (seen->kind == sighting_kind::restored_item) return deletion_state::restored;
         only_journal = only_journal && seen->kind == sighting_kind::journal_line;
         if (!seen->in_use || !seen->views.contains(0)) continue;
-        metadata_lives =
-            metadata_lives || (seen->kind == sighting_kind::metadata &&
-                               !(seen->metadata && seen->metadata->is_struck));
-        data_lives = data_lives || seen->kind == sighting_kind::data_item;
+        metadata_lives = metadata_lives || shows_metadata(*seen);
+        data_lives = data_lives || shows_data(*seen);
     }
     if (only_journal) return deletion_state::journal_only;
     if (metadata_lives && data_lives) return deletion_state::in_bin;
@@ -457,9 +509,22 @@ deletion tell(const group &from)
     take_names(made, from);
     if (from.metadata != nullptr) add_conflicts(made, from);
     made.state = state_of(from);
-    for (const sighting *seen : from.seen) made.sightings.push_back(*seen);
-    std::ranges::sort(made.sightings, comes_before);
     return made;
+}
+
+// Hands the sightings over to their deletions: each is of one.
+void take_sightings(std::span<deletion> made, std::vector<sighting> &sightings,
+                    const std::vector<group> &groups)
+{
+    for (std::size_t i = 0; i < made.size(); ++i) {
+        made[i].sightings.reserve(groups[i].seen.size());
+        for (const sighting *seen : groups[i].seen) {
+            const std::ptrdiff_t place = seen - sightings.data();
+            made[i].sightings.push_back(
+                std::move(sightings[static_cast<std::size_t>(place)]));
+        }
+        std::ranges::sort(made[i].sightings, comes_before);
+    }
 }
 
 } // namespace
@@ -471,7 +536,9 @@ void assemble(std::vector<deletion> &out, std::vector<sighting> sightings,
     const std::vector<group> groups = assembly(sightings).groups();
     const std::size_t before = out.size();
     for (const group &from : groups) out.push_back(tell(from));
-    set_ids(std::span(out).subspan(before), groups, region_offset);
+    const std::span made = std::span(out).subspan(before);
+    set_ids(made, groups, region_offset);
+    take_sightings(made, sightings, groups);
 }
 
 } // namespace hv

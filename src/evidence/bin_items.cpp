@@ -50,6 +50,26 @@ bin_name_kind kind_of_name(std::u16string_view name)
     return is_listed_data(name) ? bin_name_kind::listed_data : bin_name_kind::other;
 }
 
+bool is_data_name(const sighting &seen)
+{
+    const bin_name_kind kind = kind_of_name(seen.name);
+    return kind == bin_name_kind::data || kind == bin_name_kind::listed_data;
+}
+
+bool shows_metadata(const sighting &seen)
+{
+    if (seen.kind == sighting_kind::index_name)
+        return kind_of_name(seen.name) == bin_name_kind::metadata;
+    return seen.kind == sighting_kind::metadata &&
+           !(seen.metadata && seen.metadata->is_struck);
+}
+
+bool shows_data(const sighting &seen)
+{
+    return seen.kind == sighting_kind::data_item ||
+           (seen.kind == sighting_kind::index_name && is_data_name(seen));
+}
+
 bool is_made_by_windows(std::u16string_view name)
 {
     constexpr std::size_t prefix = 2, id = 6;

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "base/hv_types.h"
+#include "evidence/sighting.h"
 
 #include <optional>
 #include <string>
@@ -20,6 +20,13 @@ enum class bin_name_kind {
 
 /// What a name is, if its folder is one of a bin.
 bin_name_kind kind_of_name(std::u16string_view name);
+/// Whether a sighting has the name of a data item.
+bool is_data_name(const sighting &seen);
+/// Whether a sighting is of the metadata that is or was in the bin: of its record, or
+/// of its name in the index of the folder.
+bool shows_metadata(const sighting &seen);
+/// The same of the data item.
+bool shows_data(const sighting &seen);
 /// Whether Windows itself would give a `$I` or `$R` file this name: six letters or
 /// digits, and perhaps an extension. For names whose folder isn't known.
 bool is_made_by_windows(std::u16string_view name);

@@ -107,11 +107,31 @@ void restore_own_tails(std::vector<u8> &block, const block_form &form)
     }
 }
 
+bool begins_block(byte_view bytes)
+{
+    block_form form;
+    const bool is_block =
+        (has_signature(bytes, file_record::signature) &&
+         read_record_form(form, bytes)) ||
+        (has_signature(bytes, index_block::signature) && read_index_form(form, bytes));
+    return is_block && tails_match(bytes.clip(0, form.step), form);
+}
+
+// The block up to where another begins, or the bytes end. Blocks are written with the
+// same few check values, so these don't tell their sectors from each other.
+byte_view own_part(byte_view bytes, const block_form &form)
+{
+    const byte_view block = bytes.clip(0, form.size);
+    u64 end = form.step;
+    while (end < block.size() && !begins_block(bytes.from(end))) end += form.step;
+    return block.clip(0, end);
+}
+
 // Copies a block, as much of it as there is, and undoes its update sequence.
 carved_block restored(std::vector<u8> &copy, byte_view bytes, u64 position,
                       const block_form &form)
 {
-    const byte_view block = bytes.clip(0, form.size);
+    const byte_view block = own_part(bytes, form);
     copy.assign(block.bytes().begin(), block.bytes().end());
     const bool is_torn = block.size() < form.size || !tails_match(block, form);
     restore_own_tails(copy, form);

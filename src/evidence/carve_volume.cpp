@@ -81,14 +81,49 @@ void carve_keeper::found_journal_record(u64 at, const journal_record &record)
         m_walk->take_journal_record(record, {{at, record.length}}, m_source);
 }
 
+namespace {
+
+// The clusters that records of files in use name.
+std::vector<bool> clusters_of_files(const volume_view &view)
+{
+    std::vector<bool> used(view.cluster_count());
+    // Many hostile records can name the same clusters.
+    u64 budget = saturating_sum(saturating_product(64, used.size()), u64{1} << 24U);
+    const auto mark = [&](const flat_run &run) {
+        const u64 begin = std::min<u64>(run.lcn, used.size());
+        const u64 count = std::min({u64{run.clusters}, used.size() - begin, budget});
+        const auto first = used.begin() + static_cast<std::ptrdiff_t>(begin);
+        std::fill_n(first, count, true);
+        budget -= count;
+    };
+    view.for_each_record([&](u64 entry, byte_view raw) {
+        record_bytes record;
+        if (!read_record(record, raw, parse_rules::complete())) return;
+        const file_facts facts = read_facts(record, entry);
+        if (!facts.in_use) return;
+        for (const stream_fact &stream : facts.streams)
+            for (const flat_run &run : stream.runs)
+                if (!is_hole(run)) mark(run);
+    });
+    return used;
+}
+
+} // namespace
+
 std::vector<carve_stretch> stretches_to_carve(const volume_view &view,
                                               const volume_walk &walk)
 {
     std::vector<carve_stretch> stretches;
     const u64 cluster = view.cluster_size();
     const u64 base = view.offset();
+    std::optional<std::vector<bool>> of_files;
+    const auto is_in_use = [&](u64 number) -> bool {
+        if (view.is_use_known(number)) return view.is_in_use(number);
+        if (!of_files) of_files = clusters_of_files(view);
+        return (*of_files)[number];
+    };
     for (u64 i = 0; i < view.cluster_count(); ++i) {
-        if (view.is_in_use(i)) continue;
+        if (is_in_use(i)) continue;
         const u64 position = base + i * cluster;
         if (!stretches.empty() &&
             stretches.back().position + stretches.back().length == position)

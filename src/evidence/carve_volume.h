@@ -39,7 +39,8 @@ struct carve_stretch {
 };
 
 /// The free clusters of a volume, the stores of its shadow copies, and the slack of its
-/// files, in the order of their places.
+/// files, in the order of their places. Where $Bitmap can't be read, a cluster is free
+/// that no record of a file in use names.
 std::vector<carve_stretch> stretches_to_carve(const volume_view &view,
                                               const volume_walk &walk);
 

@@ -17,7 +17,8 @@ entry_id entry_of(u64 reference)
     return {reference_entry(reference), reference_sequence(reference)};
 }
 
-bool has_sound_header(byte_view raw, const parse_rules &rules)
+// Whether a record of `size` bytes begins here.
+bool has_sound_header(byte_view raw, u64 size, const parse_rules &rules)
 {
     using namespace file_record;
     fixed_view<header_size> header;
@@ -26,9 +27,25 @@ bool has_sound_header(byte_view raw, const parse_rules &rules)
     const u16 array = header.get<fixup_offset>();
     const bool old = rules.records_of_old_systems && array == array_of_old_systems;
     return (array == required_fixup_offset || old) &&
-           header.get<fixup_count>() == 1 + raw.size() / step &&
+           header.get<fixup_count>() == 1 + size / step &&
            header.get<first_attribute>() >= array &&
-           header.get<first_attribute>() < raw.size();
+           header.get<first_attribute>() < size;
+}
+
+// The update sequence of one sector: what its tail has, and what belongs there.
+struct sector_tail {
+    u16 check = 0;
+    u16 truth = 0;
+};
+
+// `head` is where the record begins that sector `number`, counted from 0 in `raw`, is
+// of.
+sector_tail tail_of(byte_view raw, std::size_t head, std::size_t number)
+{
+    const u64 array =
+        head + u64{raw.read_padded<u16>(head + file_record::fixup_offset.offset)};
+    const u64 element = number - head / step + 1;
+    return {raw.read_padded<u16>(array), raw.read_padded<u16>(array + 2 * element)};
 }
 
 void read_standard_information(file_facts &facts, byte_view content)
@@ -95,20 +112,24 @@ std::u16string units_of(byte_view text)
 bool read_record(record_bytes &out, byte_view raw, const parse_rules &rules)
 {
     if (raw.size() % step != 0 || raw.size() > max_record ||
-        !has_sound_header(raw, rules))
+        !has_sound_header(raw, raw.size(), rules))
         return false;
     out.bytes.assign(raw.bytes().begin(), raw.bytes().end());
     out.sound = raw.size();
-    const u16 array = raw.read_padded<u16>(file_record::fixup_offset.offset);
-    const u16 check = raw.read_padded<u16>(array);
-    for (std::size_t i = 1; i * step <= raw.size(); ++i) {
-        const std::size_t tail = i * step - 2;
-        if (raw.read_padded<u16>(tail) != check) {
-            out.sound = std::min(out.sound, (i - 1) * step);
-            continue;
-        }
-        out.bytes[tail] = raw.read_padded<u8>(array + 2 * i);
-        out.bytes[tail + 1] = raw.read_padded<u8>(array + 2 * i + 1);
+    std::size_t head = 0;
+    for (std::size_t number = 0; (number + 1) * step <= raw.size(); ++number) {
+        const std::size_t begin = number * step, tail = begin + step - 2;
+        const u16 stored = raw.read_padded<u16>(tail);
+        // Records are written with the same few check values: a sector of another
+        // record that got here may have this one's.
+        if (number > 0 && has_sound_header(raw.from(begin), raw.size(), rules) &&
+            tail_of(raw, begin, number).check == stored)
+            head = begin;
+        const sector_tail own = tail_of(raw, head, number);
+        if (head > 0 || stored != own.check) out.sound = std::min(out.sound, begin);
+        if (stored != own.check) continue;
+        out.bytes[tail] = static_cast<u8>(own.truth);
+        out.bytes[tail + 1] = static_cast<u8>(own.truth >> 8U);
     }
     out.used = std::min<std::size_t>(
         raw.size(), raw.read_padded<u32>(file_record::bytes_in_use.offset));

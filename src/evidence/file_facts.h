@@ -17,7 +17,7 @@ namespace hv {
 struct record_bytes {
     std::vector<u8> bytes;
     /// As far as the bytes are of one write; after it the update sequence doesn't
-    /// match.
+    /// match, or another record begins.
     std::size_t sound = 0;
     std::size_t used = 0; ///< as the header states, cut to the record
 
@@ -26,7 +26,8 @@ struct record_bytes {
 };
 
 /// Undoes the update sequence of a FILE record. Tails of sectors that don't have the
-/// check value stay as they are. False, with `out` undefined, for anything else.
+/// check value stay as they are; those of another record that begins within it get what
+/// that one keeps for them. False, with `out` undefined, for anything else.
 bool read_record(record_bytes &out, byte_view raw, const parse_rules &rules);
 
 /// One $FILE_NAME.

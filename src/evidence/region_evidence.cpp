@@ -3,8 +3,22 @@
 #include "base/hv_checked_math.h"
 
 #include <algorithm>
+#include <functional>
 
 namespace hv {
+
+namespace {
+
+// Equal for sightings of one thing, and hardly ever for others.
+std::size_t key_of(const sighting &seen)
+{
+    constexpr std::size_t factor = 0x9E3779B97F4A7C15;
+    const u64 place = seen.ranges.empty() ? ~u64{0} : seen.ranges.front().offset;
+    const std::size_t where = (place + static_cast<u64>(seen.kind)) * factor;
+    return where ^ std::hash<std::u16string>()(seen.name);
+}
+
+} // namespace
 
 void region_evidence::renumber(u32 number)
 {
@@ -15,8 +29,8 @@ void region_evidence::renumber(u32 number)
 void region_evidence::add(sighting seen)
 {
     seen.volume = m_number;
-    const u64 place = seen.ranges.empty() ? ~u64{0} : seen.ranges.front().offset;
-    const auto [begin, end] = m_places.equal_range(place);
+    const std::size_t key = key_of(seen);
+    const auto [begin, end] = m_known.equal_range(key);
     for (auto known = begin; known != end; ++known) {
         sighting &same = m_sightings[known->second];
         if (same.kind != seen.kind || same.ranges != seen.ranges ||
@@ -27,7 +41,7 @@ void region_evidence::add(sighting seen)
         if (same.owner.empty()) same.owner = seen.owner;
         return;
     }
-    m_places.emplace(place, m_sightings.size());
+    m_known.emplace(key, m_sightings.size());
     m_sightings.push_back(std::move(seen));
 }
 

@@ -5,6 +5,7 @@
 #include <map>
 #include <set>
 #include <string>
+#include <unordered_map>
 #include <vector>
 
 /// All that was seen of one volume, or of one stretch outside of all volumes.
@@ -44,7 +45,8 @@ public:
 private:
     u32 m_number;
     std::vector<sighting> m_sightings;
-    std::multimap<u64, std::size_t> m_places; ///< first byte -> sighting
+    /// By what sightings of one thing have in common.
+    std::unordered_multimap<std::size_t, std::size_t> m_known;
     std::set<entry_id> m_bins;
     std::multimap<entry_id, user_folder> m_users;
 };

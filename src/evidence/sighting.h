@@ -79,9 +79,11 @@ struct sighting {
     std::vector<byte_range> ranges; ///< of the bytes that prove it, in their order
     std::string file;               ///< whose bytes these are; empty: the medium's
     std::optional<entry_id> entry;  ///< of the file or folder that it is about
-    bool in_use = false;            ///< that record is in use
-    bool is_torn = false;           ///< an update sequence doesn't match
-    std::u16string name; ///< "$IAB12CD.txt", "Dc1.txt", "INFO2"; may be empty
+    /// That record is in use; of a name in the index of its folder: the record can't be
+    /// read.
+    bool in_use = false;
+    bool is_torn = false; ///< an update sequence doesn't match
+    std::u16string name;  ///< "$IAB12CD.txt", "Dc1.txt", "INFO2"; may be empty
     std::optional<entry_id> parent; ///< of the folder that it is in
     std::u16string user;            ///< name of the user's folder; empty if not known
     bool is_in_bin = false;         ///< its folder, or the folder above it, is a bin

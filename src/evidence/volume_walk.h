@@ -114,6 +114,7 @@ private:
                       const std::function<std::vector<byte_range>(u64, u64)> &places,
                       u64 used);
     bool has_name_now(const entry_id &file, const std::u16string &name) const;
+    bool is_record_lost(const entry_id &file) const;
     void read_journal();
     void take_journal_page(u64 position);
     void note_slack(const file_facts &facts);

@@ -157,6 +157,11 @@ bool volume_walk::has_name_now(const entry_id &file, const std::u16string &name)
            });
 }
 
+bool volume_walk::is_record_lost(const entry_id &file) const
+{
+    return file.entry < m_rows.size() && !m_rows[file.entry].exists;
+}
+
 // Each name of an index, live or stale, begins with the reference of its folder.
 void volume_walk::search_names(
     byte_view block, const entry_id &folder, const std::u16string &user,
@@ -188,6 +193,8 @@ void volume_walk::search_names(
         if (seen.entry && has_name_now(*seen.entry, seen.name)) continue;
         seen.kind = sighting_kind::index_name;
         seen.source = at < used ? own_source() : evidence_source::index_slack;
+        // A record that can't be read doesn't take its file out of the folder.
+        seen.in_use = at < used && seen.entry && is_record_lost(*seen.entry);
         seen.views = {m_view.number()};
         seen.parent = folder;
         seen.user = user;

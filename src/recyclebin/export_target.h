@@ -15,7 +15,8 @@ public:
     export_target(const export_target &) = delete;
     export_target &operator=(const export_target &) = delete;
 
-    /// Makes the folder if it is missing, and the manifest, which must be missing.
+    /// Makes the folder if it is missing, and the manifest, which must be missing or
+    /// left empty by a run that was killed.
     /// False, with `problem` in words, if that can't be done.
     bool open(std::string &problem, const export_options &how);
     /// The folder; null with --only-hash.

@@ -71,13 +71,22 @@ bool is_incomplete(const run_context &context)
            context.medium->unreadable() > 0 || !context.input.source().faults().empty();
 }
 
+// Complains of what couldn't be read and isn't in `known`; returns all that couldn't.
+std::vector<std::string> report_faults(const run_context &context,
+                                       const std::vector<std::string> &known)
+{
+    std::vector<std::string> faults = context.input.source().faults();
+    for (const std::string &fault : faults)
+        if (std::ranges::find(known, fault) == known.end())
+            complain(context.line.medium + ": " + fault);
+    return faults;
+}
+
 void report_troubles(const run_context &context)
 {
     for (const examined_region &region : context.found.regions)
         if (!region.trouble.empty()) complain(region.trouble);
     if (!context.found.names_trouble.empty()) complain(context.found.names_trouble);
-    for (const std::string &fault : context.input.source().faults())
-        complain(context.line.medium + ": " + fault);
     if (context.found.is_cut_short)
         complain("interrupted; what was found until then follows");
 }
@@ -124,9 +133,12 @@ exit_status examine_and_run(const std::vector<std::ostream *> &outs,
         return run_command(outs, context);
     examine_medium(context);
     report_troubles(context);
+    const std::vector<std::string> faults = report_faults(context, {});
     if (context.line.what != command::check && is_refused(context))
         return exit_status::no_source;
     const exit_status status = run_command(outs, context);
+    // The data of deletions is read by the command.
+    report_faults(context, faults);
     const bool is_read = status == exit_status::rows || status == exit_status::no_rows;
     return is_read && is_incomplete(context) ? exit_status::partly : status;
 }

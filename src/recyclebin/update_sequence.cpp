@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <array>
+#include <optional>
 
 namespace hv {
 
@@ -23,6 +24,12 @@ struct record_head {
 
     byte_view view() const { return {bytes.data(), bytes.size()}; }
     u64 stride() const { return size / fixups; }
+    bool holds(u64 at) const { return at >= position && at - position < size; }
+    /// A head without it may be content of a record that holds it.
+    bool has_own_tail() const
+    {
+        return view().read_padded<u16>(sector - 2) == view().read_padded<u16>(array);
+    }
 };
 
 bool read_head(record_head &head, const byte_source &medium, u64 position)
@@ -37,21 +44,29 @@ bool read_head(record_head &head, const byte_source &medium, u64 position)
     head.array = view.read_padded<u16>(file_record::fixup_offset.offset);
     const u64 count = view.read_padded<u16>(file_record::fixup_count.offset);
     head.fixups = count > 0 ? count - 1 : 0;
+    if (head.fixups == 0 || !view.fits(head.array, 2 * count)) return false;
+    // The volume knows how large its records are, whatever is left of this field.
+    if (head.size % head.fixups != 0 || head.stride() < sector ||
+        head.size > max_record_size)
+        head.size = head.fixups * sector;
     return (signature == file_record::signature ||
             signature == index_block::signature) &&
-           head.fixups > 0 && head.size <= max_record_size &&
-           head.size % head.fixups == 0 && head.size / head.fixups >= sector &&
-           view.fits(head.array, 2 * count);
+           head.size <= max_record_size;
 }
 
-// The record that holds this byte: the nearest head before it.
-bool find_head(record_head &head, const byte_source &medium, u64 position)
+// The record that holds this byte: the nearest head before it, one with its own tail
+// first.
+std::optional<record_head> find_head(const byte_source &medium, u64 position)
 {
     const u64 first = position - position % sector;
-    for (u64 back = 0; back < max_record_size && back <= first; back += sector)
-        if (read_head(head, medium, first - back))
-            return position < head.position + head.size;
-    return false;
+    std::optional<record_head> torn;
+    for (u64 back = 0; back < max_record_size && back <= first; back += sector) {
+        record_head head;
+        if (!read_head(head, medium, first - back)) continue;
+        if (head.holds(position) && head.has_own_tail()) return head;
+        if (!torn && head.holds(position)) torn = head;
+    }
+    return torn;
 }
 
 // Puts back what belongs to the sector with this number, if its tail is in `bytes`,
@@ -83,11 +98,10 @@ std::size_t undo_update_sequence(std::span<u8> bytes, const byte_source &medium,
         const std::span<u8> part =
             bytes.first(std::min<u64>(bytes.size(), range.length));
         bytes = bytes.subspan(part.size());
-        record_head head;
         // A proof is in one record, or in none.
-        if (!find_head(head, medium, range.offset)) continue;
-        for (u64 number = 0; number < head.fixups; ++number)
-            count += put_back(part, range.offset, head, number);
+        const auto head = find_head(medium, range.offset);
+        for (u64 number = 0; head && number < head->fixups; ++number)
+            count += put_back(part, range.offset, *head, number);
     }
     return count;
 }

@@ -1,5 +1,7 @@
 #include "recyclebin/views.h"
 
+#include "evidence/bin_items.h"
+
 #include <algorithm>
 
 namespace hv {
@@ -29,10 +31,8 @@ std::string ranges_text(const std::set<u32> &numbers)
 
 bool is_in_bin_of(const sighting &seen, u32 view)
 {
-    if (!seen.views.contains(view) || !seen.in_use || !seen.is_in_bin) return false;
-    if (seen.kind == sighting_kind::data_item) return true;
-    return seen.kind == sighting_kind::metadata &&
-           !(seen.metadata && seen.metadata->is_struck);
+    return seen.views.contains(view) && seen.in_use && seen.is_in_bin &&
+           (shows_data(seen) || shows_metadata(seen));
 }
 
 } // namespace

@@ -1,6 +1,7 @@
 // What sweeps over damaged media have found, each by a small medium that shows it.
 
 #include "evidence/examine.h"
+#include "evidence/file_facts.h"
 
 #include "samples/bins.h"
 #include "samples/record_builders.h"
@@ -14,10 +15,12 @@ namespace {
 using namespace test_support;
 
 // Paths of all rows, with the time where it isn't that of the samples.
-std::vector<std::u16string> rows_of(const byte_vector &medium)
+std::vector<std::u16string> rows_of(const byte_vector &medium, bool carve = false)
 {
     examination found;
-    examine(found, std::make_shared<memory_source>(medium), {});
+    examine_options options;
+    options.carve = carve;
+    examine(found, std::make_shared<memory_source>(medium), options);
     std::vector<std::u16string> rows;
     for (const deletion &item : found.deletions)
         rows.push_back(item.path.value_or(u"?") +
@@ -50,7 +53,7 @@ TEST(DamagedList, StatesOnlyWhatIsLeftOfIt)
 }
 
 // The second sector of a record, from the middle of its $I file's path on, was never
-// written, or is of another time.
+// written.
 TEST(TornRecord, StatesTheStartOfItsPath)
 {
     const std::u16string path = u"C:\\" + std::u16string(200, u'x');
@@ -96,6 +99,61 @@ TEST(DamagedSnapshot, SaysWhatIsLost)
         EXPECT_EQ(found.regions[0].snapshots.size(), 1u);
         EXPECT_EQ(found.regions[0].trouble, trouble);
     }
+}
+
+TEST(DamagedRecord, TakesNoFileOutOfTheBin)
+{
+    const ntfs_volume volume = empty_bin()
+                                   .file(bin_metadata(66, "$IAB12CD.txt", u"C:\\a.txt"))
+                                   .file(bin_item(67, "$RAB12CD.txt", "data"))
+                                   .build_volume();
+    using state = std::tuple<deletion_state, data_state>;
+    for (const auto &[entry, expected] :
+         std::map<u64, state>{{66, {deletion_state::in_bin, data_state::whole}},
+                              {67, {deletion_state::in_bin, data_state::unknown}}}) {
+        byte_vector medium = volume.image;
+        put_bytes(medium, volume.record_position(entry), byte_vector(1024));
+        examination found;
+        examine(found, std::make_shared<memory_source>(medium), {});
+        ASSERT_EQ(found.deletions.size(), 1U) << entry;
+        EXPECT_EQ(state(found.deletions[0].state, found.deletions[0].content), expected)
+            << entry;
+    }
+}
+
+// What a file holds isn't carved, as it may be a copy from anywhere.
+TEST(DamagedBitmap, LeavesItToTheRecordsWhichClustersAreFree)
+{
+    constexpr u64 cluster_size = 1024, free_cluster = 900, map_entry = 6;
+    ntfs_item archive = bin_item(70, "backup.tar", text(metadata(u"C:\\copy")), 5);
+    archive.stored.non_resident = true;
+    const ntfs_volume volume = empty_bin()
+                                   .cluster_size(cluster_size)
+                                   .clusters(1000)
+                                   .file(archive)
+                                   .build_volume();
+    byte_vector medium = volume.image;
+    put_bytes(medium, free_cluster * cluster_size, metadata(u"C:\\free"));
+
+    using rows = std::vector<std::u16string>;
+    EXPECT_EQ(rows_of(medium, true), rows{u"C:\\free"});
+    put_bytes(medium, volume.record_position(map_entry), byte_vector(1024));
+    EXPECT_EQ(rows_of(medium, true), rows{u"C:\\free"});
+}
+
+// All samples have the same check value, as many records of a volume do.
+TEST(DamagedRecord, EndsWhereAnotherOneBegins)
+{
+    byte_vector letters(900, 'a'), others(900, 'b');
+    byte_vector record = ntfs_structures::encode_record({}, {.entry = 40}, letters);
+    const byte_vector other = ntfs_structures::encode_record({}, {.entry = 41}, others);
+    put_bytes(record, 512, cut(other, 0, 512));
+
+    record_bytes read;
+    ASSERT_TRUE(read_record(read, byte_view{record}, parse_rules::complete()));
+    EXPECT_EQ(read.sound, 512U);
+    EXPECT_EQ(read.bytes[510], 'a');
+    EXPECT_EQ(read.bytes[1022], 'b');
 }
 
 } // namespace

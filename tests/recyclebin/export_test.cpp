@@ -358,6 +358,10 @@ TEST_F(Export, LeavesWhatExistsAlone)
     const std::string before = file_bytes(dir / "out/manifest.jsonl");
     EXPECT_EQ(run({}).status, 5) << "the manifest exists";
     EXPECT_EQ(file_bytes(dir / "out/manifest.jsonl"), before);
+    dir.write_file("out/manifest.jsonl", "");
+    EXPECT_EQ(run({}).status, 5) << "as before";
+    EXPECT_EQ(file_bytes(dir / "out/manifest.jsonl"), before)
+        << "a run that was killed left it empty";
 }
 
 // A limit, a full disk, and a user who has seen enough.
