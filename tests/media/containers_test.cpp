@@ -100,10 +100,13 @@ const container_case container_cases[] = {
 std::string left_out(const byte_source &source, const std::string &disk)
 {
     std::string positions;
-    for (u64 at = 0; at < disk.size(); at += 4096) {
+    u64 first = disk.size(); // byte from `at` on that isn't zero
+    for (u64 at = disk.size(); at > 0;) {
+        at -= 4096;
+        const std::size_t in_page = disk.substr(at, 4096).find_first_not_of('\0');
+        if (in_page != std::string::npos) first = at + in_page;
         const u64 data = source.next_data(at);
-        if (data < at || data > disk.find_first_not_of('\0', at))
-            positions += std::to_string(at) + ' ';
+        if (data < at || data > first) positions += std::to_string(at) + ' ';
     }
     return positions;
 }
