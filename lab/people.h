@@ -31,8 +31,11 @@ inline volume_form roomy(u64 size, volume_form form = {})
 inline void send_many(story &volume, const std::vector<u64> &users, u64 count,
                       const std::function<sent_item(u64 number)> &what)
 {
-    for (u64 i = 0; i < count; ++i)
-        volume.send(users[volume.random().below(users.size())], what(i));
+    for (u64 i = 0; i < count; ++i) {
+        // Before the user is drawn, so that all compilers make the same media.
+        const sent_item item = what(i);
+        volume.send(users[volume.random().below(users.size())], item);
+    }
 }
 
 /// A file of up to some KiB, with a `$I` file of either version.

@@ -68,16 +68,4 @@ const std::u16string *region_evidence::user(const entry_id &folder, u64 moment) 
     return best == nullptr ? nullptr : &best->name;
 }
 
-void region_evidence::resolve_users()
-{
-    for (sighting &seen : m_sightings) {
-        if (!seen.user.empty() || !seen.parent) continue;
-        const u64 moment = seen.logged != 0 ? seen.logged : seen.times.record_changed;
-        const std::u16string *name = user(*seen.parent, moment);
-        if (name == nullptr) continue;
-        seen.user = *name;
-        seen.is_in_bin = true;
-    }
-}
-
 } // namespace hv

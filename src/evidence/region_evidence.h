@@ -34,8 +34,6 @@ public:
     /// The name of the user's folder that this was at a moment, a FILETIME: the
     /// youngest that is no younger. Null if there was none.
     const std::u16string *user(const entry_id &folder, u64 moment) const;
-    /// Gives the sightings whose folder wasn't known yet their user.
-    void resolve_users();
     /// A user's folder, and when it was created.
     struct user_folder {
         u64 created = 0;

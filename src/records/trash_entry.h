@@ -38,7 +38,6 @@ struct trash_entry {
 class result_list {
 public:
     bool empty() const { return m_rows.empty(); }
-    std::size_t size() const { return m_rows.size(); }
     void add(std::string key, trash_entry entry);
     /// The rows in the order of output.
     std::vector<const trash_entry *> in_order() const;

@@ -17,13 +17,6 @@ namespace {
 
 using namespace std::string_view_literals;
 
-// The counters are written into files of the build when the program ends.
-#ifdef VESKIT_COVERAGE
-constexpr bool counts_coverage = true;
-#else
-constexpr bool counts_coverage = false;
-#endif
-
 // Sanitizers read about the process when it ends, the names of its functions, and files
 // that options of theirs name.
 #ifdef __SANITIZE_ADDRESS__
@@ -124,7 +117,6 @@ void confine_opening(const command_line &line)
     rules.allow_software();
     const std::vector<std::string> outputs = written_folders(line);
     for (const std::string &folder : outputs) rules.allow(file_use::fill, folder);
-    if (counts_coverage) return;
     rules.apply();
     refuse_attacks(socket_use::local);
 }
@@ -133,8 +125,7 @@ void confine_run(const command_line &line, const opened_input &input,
                  const export_target &target)
 {
     load_late_parts(line, input);
-    const run_needs needs = needs_of(line, input, target);
-    if (!counts_coverage) confine(needs);
+    confine(needs_of(line, input, target));
 }
 
 std::string confinement_text()

@@ -126,6 +126,36 @@ TEST_F(Carving, FindsWhatFreeClustersHold)
     EXPECT_EQ(found({"-image", dir / "image", "-rawscan"}), raw_rows);
 }
 
+// A record that is only in a free cluster by now. Its list, in the record or in
+// clusters, leads to the rest of the file in the $MFT.
+TEST_F(Carving, FollowsTheListOfARecord)
+{
+    for (const bool in_clusters : {false, true}) {
+        ntfs_volume_builder builder =
+            live_bin()
+                .file(bin_metadata(80, "$IFAR123.txt", u"C:\\far"))
+                .move({.entry = 80, .record = 90, .type = ntfs_type::data});
+        if (in_clusters) builder.list_in_clusters(80);
+        ntfs_volume volume = builder.build_volume();
+        const byte_vector record = volume.record(80);
+        put_bytes(volume.image, volume.record_position(80), byte_vector(1024));
+        string_set expected = {"C:\\live"};
+        EXPECT_EQ(found({"-image", write(volume.image), "-include_unalloc_clusters"}),
+                  expected);
+        put_bytes(volume.image, 350 * cluster_size, record);
+        expected.insert("C:\\far");
+        EXPECT_EQ(found({"-image", write(volume.image), "-include_unalloc_clusters"}),
+                  expected)
+            << in_clusters;
+        // Another file's record is no part of it.
+        put_number(volume.image, volume.record_position(90) + 32, 81 | u64{1} << 48, 8);
+        expected.erase("C:\\far");
+        EXPECT_EQ(found({"-image", write(volume.image), "-include_unalloc_clusters"}),
+                  expected)
+            << in_clusters;
+    }
+}
+
 TEST_F(Carving, ShowsItsProgressUnlessQuiet)
 {
     const std::string image = write(live_bin().build()),

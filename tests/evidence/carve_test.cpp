@@ -164,15 +164,23 @@ TEST(Carver, FindsTheSameInStretchesOfAnyLength)
     append(bytes, journal_line_bytes({.usn = 480, .name = u"second"}));
     bytes.resize(140 * 512);
     append(bytes, metadata(u"C:\\last"));
-    bytes.resize(141 * 512);
+    bytes.resize(385 * 512);
+    // Where stretches that are gathered are first searched and dropped.
+    append(bytes, record_of());
+    append(bytes, metadata(u"C:\\" + std::u16string(400, u'y')));
+    bytes.resize(600 * 512);
+    append(bytes, metadata(u"C:\\end"));
     findings expected = {"C:\\" + std::string(400, 'x') + " @2048",
+                         "C:\\" + std::string(400, 'y') + " @198144",
                          "C:\\a @3272",
                          "C:\\b @4072",
                          "C:\\c @4872",
+                         "C:\\end @307200",
                          "C:\\last @71680",
                          "C:\\one @1536",
                          "journal @8192 first",
                          "journal @8672 second",
+                         "record @197120 1024",
                          "record @512 1024"};
     std::ranges::sort(expected);
     for (const u64 step : {512u, 1024u, 4096u, 65536u, 140u * 512, 1u << 20})

@@ -52,6 +52,55 @@ TEST(DamagedList, StatesOnlyWhatIsLeftOfIt)
     EXPECT_EQ(rows_of(cut(whole, 0, begin + 820 + 200)), rows{u"C:\\one"});
 }
 
+// The second sector of a record, from the middle of its $I file's path on, was never
+// written.
+TEST(TornRecord, StatesTheStartOfItsPath)
+{
+    const std::u16string path = u"C:\\" + std::u16string(200, u'x');
+    const ntfs_volume whole =
+        empty_bin().file(bin_metadata(66, "$IAB12CD.txt", path)).build_volume();
+    const u64 second = whole.record_position(66) + 512;
+    const auto path_at = whole.attribute_position(66, ntfs_type::data) + 24 + 28 -
+                         whole.record_position(66);
+    const auto told = [&](const byte_vector &sector) {
+        byte_vector medium = whole.image;
+        put_bytes(medium, second, sector);
+        examination found;
+        examine(found, std::make_shared<memory_source>(medium), {});
+        std::vector<std::pair<std::u16string, bool>> rows;
+        for (const deletion &item : found.deletions)
+            rows.emplace_back(item.path.value_or(u"?"), item.path_is_whole);
+        return rows;
+    };
+    using rows = std::vector<std::pair<std::u16string, bool>>;
+    const std::u16string start = path.substr(0, (512 - path_at) / 2);
+    EXPECT_EQ(told(cut(whole.image, second, 512)), (rows{{path, true}}));
+    EXPECT_EQ(told(byte_vector(512)), (rows{{start, false}}));
+}
+
+// What is said of the one snapshot of a volume: as it should be, with a block in the
+// place of its boot sector that is none, with a damaged list of the blocks it kept.
+TEST(DamagedSnapshot, SaysWhatIsLost)
+{
+    const auto kept_of = [](u64 offset) {
+        return shadow_volume({{.first = {{offset, shadow_kept(1, 0)}}}});
+    };
+    byte_vector damaged = kept_of(shadow_live);
+    put_bytes(damaged, shadow_area(1) + shadow_block_size, byte_vector(48, 0xFF));
+    for (const auto &[medium, trouble] :
+         std::vector<std::pair<byte_vector, std::string>>{
+             {kept_of(shadow_live), ""},
+             {kept_of(0), "snapshot 1 can't be read"},
+             {damaged,
+              "parts of snapshot 1 are lost: later bytes stand in for them"}}) {
+        examination found;
+        examine(found, std::make_shared<memory_source>(medium), {});
+        ASSERT_EQ(found.regions.size(), 1u);
+        EXPECT_EQ(found.regions[0].snapshots.size(), 1u);
+        EXPECT_EQ(found.regions[0].trouble, trouble);
+    }
+}
+
 TEST(DamagedRecord, TakesNoFileOutOfTheBin)
 {
     const ntfs_volume volume = empty_bin()

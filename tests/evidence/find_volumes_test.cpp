@@ -311,6 +311,72 @@ TEST(DescribeMedium, SaysWhatIsThere)
     EXPECT_EQ(describe_medium(memory_source(make_volume().image)).table, "no table");
 }
 
+// What an examiner named instead of a volume of Windows, and what to do about it.
+TEST(DescribeMedium, NamesWhatHoldsNoVolume)
+{
+    const auto refused = [](u64 at, const std::string &signature, std::size_t size) {
+        byte_vector bytes(size, 1);
+        put_text(bytes, at, signature);
+        return describe_medium(memory_source(bytes)).refusal;
+    };
+    struct content_row {
+        u64 at;
+        std::string signature;
+        std::string refusal;
+    };
+    const std::string mount =
+        "; mount it read-only, and examine the files of its bin one by one";
+    const std::string unlock =
+        "; unlock it with its password or recovery key, and name the unlocked volume";
+    const std::string assemble =
+        "; assemble it with the tools of its system, and name the volumes";
+    const std::string foreign = "; Windows keeps no bin on it";
+    for (const auto &[at, signature, refusal] : std::vector<content_row>{
+             {3, std::string("ReFS\0\0\0\0", 8), "ReFS at offset 0" + mount},
+             {3, "EXFAT   ", "exFAT at offset 0" + mount},
+             {54, "FAT16   ", "FAT at offset 0" + mount},
+             {82, "FAT32   ", "FAT at offset 0" + mount},
+             {0, "XFSB", "XFS at offset 0" + foreign},
+             {0x10040, "_BHRfS_M", "Btrfs at offset 0" + foreign},
+             {1024, std::string("H+\0\4", 4), "HFS+ at offset 0" + foreign},
+             {32, "NXSB", "APFS at offset 0" + foreign},
+             {4086, "SWAPSPACE2", "swap space at offset 0" + foreign},
+             {0x8001, "CD001", "ISO 9660 at offset 0" + foreign},
+             {0, "LUKS\xBA\xBE", "LUKS volume at offset 0" + unlock},
+             {512, "LABELONE", "physical volume of LVM at offset 0" + assemble},
+             {4096, "SPACEDB ", "disk of a storage pool at offset 0" + assemble},
+         })
+        EXPECT_EQ(refused(at, signature, 0x20000),
+                  "no NTFS volume can be read: " + refusal);
+
+    const std::string unpack = "; unpack it, and name what was in it";
+    const std::string image =
+        "; mount it as a raw image, or convert it to one, and name that";
+    for (const auto &[at, signature, refusal] : std::vector<content_row>{
+             {0, std::string("LVF\x09\r\n\xFF\0", 8),
+              "Expert Witness collection of files (L01): this kind of file isn't read; "
+              "export its files; it holds no disk"},
+             {0, std::string("AFF10\r\n\0", 8),
+              "AFF image: this kind of file isn't read" + image},
+             {0x20000 - 512, "koly",
+              "disk image (DMG): this kind of file isn't read" + image},
+             {0, "\x1F\x8B\x08", "gzip file: this kind of file isn't read" + unpack},
+             {0, "PK\3\4", "zip archive: this kind of file isn't read" + unpack},
+             {0, "7z\xBC\xAF\x27\x1C",
+              "7z archive: this kind of file isn't read" + unpack},
+             {0,
+              std::string("\xFD"
+                          "7zXZ\0",
+                          6),
+              "xz file: this kind of file isn't read" + unpack},
+             {0, "BZh9", "bzip2 file: this kind of file isn't read" + unpack},
+             {0, "\x28\xB5\x2F\xFD",
+              "zstd file: this kind of file isn't read" + unpack},
+             {0, "Rar!\x1A\x07", "RAR archive: this kind of file isn't read" + unpack},
+         })
+        EXPECT_EQ(refused(at, signature, 0x20000), refusal);
+}
+
 TEST(DescribeMedium, KnowsContainers)
 {
     test_disk footer;

@@ -96,6 +96,21 @@ const container_case container_cases[] = {
     {"disk.qed", "-O qed"},
 };
 
+// Which bytes a search that leaves out holes wouldn't see, though they aren't zeros.
+std::string left_out(const byte_source &source, const std::string &disk)
+{
+    std::string positions;
+    u64 first = disk.size(); // byte from `at` on that isn't zero
+    for (u64 at = disk.size(); at > 0;) {
+        at -= 4096;
+        const std::size_t in_page = disk.substr(at, 4096).find_first_not_of('\0');
+        if (in_page != std::string::npos) first = at + in_page;
+        const u64 data = source.next_data(at);
+        if (data < at || data > first) positions += std::to_string(at) + ' ';
+    }
+    return positions;
+}
+
 TEST(Containers, GiveTheDiskOrSayWhatIsMissing)
 {
     const workshop made("qemu-img");
@@ -105,6 +120,7 @@ TEST(Containers, GiveTheDiskOrSayWhatIsMissing)
         const opened_medium whole = made.open(file);
         ASSERT_NE(whole.source, nullptr) << file << ": " << whole.problem;
         EXPECT_TRUE(read_all(*whole.source) == made.disk) << file;
+        EXPECT_EQ(left_out(*whole.source, made.disk), "") << file;
         EXPECT_EQ(std::tuple(whole.faults().size(), whole.source->unreadable()),
                   std::tuple(0u, 0u))
             << file;
@@ -156,6 +172,50 @@ TEST(Containers, ReadThroughParents)
                   std::string::npos);
     made.run("rm base.vmdk");
     EXPECT_NE(made.open("child.vmdk").problem.find("base.vmdk"), std::string::npos);
+}
+
+// Forms of containers that would be read wrong, or without a part of their bytes.
+TEST(Containers, RefuseFormsThatAreNotRead)
+{
+    const workshop made("qemu-img");
+    made.run(
+        "qemu-img convert -O qcow disk.raw disk.qcow && "
+        "qemu-img convert -O qcow2 disk.raw disk.qcow2 && "
+        "qemu-img convert -O qed disk.raw disk.qed && "
+        "qemu-img convert -O vmdk -o subformat=twoGbMaxExtentSparse disk.raw s.vmdk && "
+        "qemu-img convert -O vmdk disk.raw parent.vmdk && "
+        "qemu-img create -f vmdk -b parent.vmdk -F vmdk disk.vmdk && "
+        "sed -i 's/^CID=......../CID=12345678/' parent.vmdk");
+    const struct {
+        const char *file;
+        std::size_t at;
+        std::string bytes;
+        const char *problem;
+    } cases[] = {
+        {"disk.qcow", 0, "", "this form of it isn't read"},
+        {"disk.qcow2", 35, "\1", "it is encrypted"},
+        {"disk.qcow2", 79, "\4", "its data is in another file"},
+        {"disk.qcow2", 78, "\1",
+         "this form of it isn't read"},                      // a feature of the future
+        {"disk.qcow2", 23, "\x3F", "its header is damaged"}, // size of clusters
+        {"disk.qed", 16, "\1", "it is a change to a backing file"},
+        {"s-s001.vmdk", 0, "", "one file of a disk that consists of several"},
+        {"disk.vmdk", 0, "", "the one beside it was changed since"},
+    };
+    for (const auto &[file, at, bytes, problem] : cases) {
+        std::string edited = file_bytes(made.dir / file);
+        edited.replace(at, bytes.size(), bytes);
+        const std::string name = std::string("edited-") + file;
+        made.dir.write_file(name, edited);
+        const opened_medium medium = made.open(bytes.empty() ? file : name);
+        EXPECT_EQ(medium.source, nullptr) << file << ' ' << at;
+        EXPECT_NE(medium.problem.find(problem), std::string::npos)
+            << file << ' ' << at << ": " << medium.problem;
+    }
+    made.run("qemu-img create -f qcow2 -b b.qcow2 -u -F qcow2 a.qcow2 4M && "
+             "qemu-img create -f qcow2 -b a.qcow2 -u -F qcow2 b.qcow2 4M");
+    EXPECT_NE(made.open("a.qcow2").problem.find("lead back to themselves"),
+              std::string::npos);
 }
 
 // Disks of a few mebibytes on which reading would never end.
@@ -288,6 +348,13 @@ TEST(Containers, ExpertWitnessNamesBadChunksAndMissingSegments)
     const opened_medium cut = made.open("none.E01");
     const std::string missing = cut.source ? cut.faults().at(0) : cut.problem;
     EXPECT_NE(missing.find("segment 2 is missing"), std::string::npos) << missing;
+    made.run("rm none.E01");
+    EXPECT_NE(made.open("none.E03").problem.find("segments before"), std::string::npos);
+    made.run("truncate -s -200 $(ls fast.E0* | tail -1)");
+    const opened_medium ends_early = made.open("fast.E01");
+    const std::string end =
+        ends_early.source ? ends_early.faults().at(0) : ends_early.problem;
+    EXPECT_NE(end.find("is damaged or cut off at its end"), std::string::npos) << end;
 }
 
 TEST(Containers, JoinPartsAndSayWhatIsMissing)

@@ -5,6 +5,7 @@
 #include "recyclebin/safe_names.h"
 #include "samples/bins.h"
 #include "support/fixtures.h"
+#include "support/memory_source.h"
 #include "support/run_program.h"
 
 #include <gtest/gtest.h>
@@ -105,6 +106,89 @@ TEST(StreamReader, NamesWhatTheMediumDoesntDeliver)
         ASSERT_EQ(data.gaps().size(), 1u);
         const auto [offset, length, reason] = data.gaps().front();
         EXPECT_EQ(std::tuple(offset, length, reason), std::tuple(4096, 5904, why));
+    }
+}
+
+// Streams as damage leaves them, over a volume of 2000 clusters of 4096 bytes.
+TEST(StreamReader, NamesWhatRecordsDontSay)
+{
+    const auto medium =
+        std::make_shared<memory_source>(empty_bin().clusters(2000).build());
+    volume_view view(medium, 0, 0);
+    ASSERT_TRUE(view.open());
+    stream_fact in_record;
+    in_record.type = 0x80;
+    in_record.place = 700;
+    in_record.length = 100;
+    in_record.content = byte_vector(100, 'x');
+    stream_fact bare;
+    bare.type = 0x80;
+    bare.is_resident = false;
+    // From cluster 2 on: the record with the first two clusters, and the size, is lost.
+    stream_fact second = bare;
+    second.first_vcn = 2;
+    second.runs = {{.lcn = 1500, .delta = 1, .clusters = 1, .vcn = 2},
+                   {.lcn = 1600, .delta = 1, .clusters = 1, .vcn = 4}};
+    bare.length = bare.valid = 9000;
+    stream_fact far = bare; // its last cluster ends after 2^64 bytes
+    far.runs = {{.lcn = 1500, .delta = 1, .clusters = 2},
+                {.lcn = u64{1} << 52, .delta = 1, .clusters = 1, .vcn = 2}};
+    stream_fact packed = bare; // a unit of 16 clusters, of which one is stored
+    packed.is_compressed = true;
+    packed.unit_clusters = 16;
+    stream_fact lost_unit = packed;
+    packed.runs = {{.lcn = 1500, .delta = 1, .clusters = 1},
+                   {.clusters = 15, .vcn = 1}};
+    lost_unit.runs = {{.lcn = u64{1} << 52, .delta = 1, .clusters = 1},
+                      {.clusters = 15, .vcn = 1}};
+    stream_fact huge_unit = packed;
+    huge_unit.unit_clusters = 1U << 20U;
+
+    struct damaged {
+        const char *what;
+        stream_fact stream;
+        u64 sound;
+        u64 size;
+        std::vector<std::tuple<u64, u64, gap_reason>> gaps;
+    };
+    for (const auto &[what, stream, sound, size, gaps] : std::vector<damaged>{
+             {"whole", in_record, 800, 100, {}},
+             {"torn in it", in_record, 766, 100, {{66, 34, gap_reason::torn}}},
+             {"torn before it", in_record, 512, 100, {{0, 100, gap_reason::torn}}},
+             {"without its first record",
+              second,
+              ~u64{0},
+              20480,
+              {{0, 8192, gap_reason::no_run}, {12288, 4096, gap_reason::no_run}}},
+             {"without runs", bare, ~u64{0}, 9000, {{0, 9000, gap_reason::no_run}}},
+             {"off the medium",
+              far,
+              ~u64{0},
+              9000,
+              {{8192, 808, gap_reason::off_medium}}},
+             {"bad unit", packed, ~u64{0}, 9000, {{0, 9000, gap_reason::not_expanded}}},
+             {"lost unit",
+              lost_unit,
+              ~u64{0},
+              9000,
+              {{0, 9000, gap_reason::off_medium}}},
+             {"huge unit",
+              huge_unit,
+              ~u64{0},
+              9000,
+              {{0, 9000, gap_reason::not_expanded}}},
+         }) {
+        file_facts facts;
+        facts.streams = {stream};
+        stream_reader reader(view, *medium, {.facts = facts, .sound = sound});
+        u64 delivered = 0;
+        for (byte_view next = reader.next(); next.size() > 0; next = reader.next())
+            delivered += next.size();
+        EXPECT_EQ(std::tuple(reader.size(), delivered), std::tuple(size, size)) << what;
+        std::vector<std::tuple<u64, u64, gap_reason>> found;
+        for (const stream_gap &gap : reader.gaps())
+            found.emplace_back(gap.offset, gap.length, gap.why);
+        EXPECT_EQ(found, gaps) << what;
     }
 }
 

@@ -172,6 +172,33 @@ TEST_F(Inputs, ReadsCopiesOfAnMft)
     const run_result cut = run({"list", dir.write_file("cut", copy.substr(0, 70000))});
     EXPECT_EQ(cut.status, 0);
     EXPECT_NE(cut.out.find("C:\\a.txt"), std::string::npos) << cut.out;
+
+    // Lists in clusters, which the copy doesn't have: that of a bin is lost, that of a
+    // record's attributes is made up for by the records that name their base.
+    ntfs_item list = bin_item(66, "INFO2", text(info2_file({{.path = u"C:\\a"}})));
+    list.stored.non_resident = true;
+    const ntfs_volume old = empty_bin("RECYCLER")
+                                .file(list)
+                                .file(bin_metadata(70, "$IFAR123", u"C:\\far"))
+                                .move({.entry = 70, .record = 71})
+                                .list_in_clusters(70)
+                                .build_volume();
+    copy.clear();
+    for (const u64 entry : {0, 1, 2, 3, 4, 5}) copy += text(old.record(entry));
+    copy.resize(64 * 1024);
+    for (const u64 entry : {64, 65, 66}) copy += text(old.record(entry));
+    copy.resize(70 * 1024);
+    for (const u64 entry : {70, 71}) copy += text(old.record(entry));
+    const run_result lists = run({"list", dir.write_file("lists", copy)});
+    EXPECT_EQ(lists.status, 4);
+    EXPECT_NE(lists.err.find("copy of an $MFT doesn't hold: 1"), std::string::npos)
+        << lists.err;
+    EXPECT_NE(lists.out.find("C:\\far"), std::string::npos) << lists.out;
+
+    copy.replace(28, 4, std::string("\1\0\0\0", 4)); // the size of its first record
+    const run_result other = run({"list", dir.write_file("other", copy)});
+    EXPECT_NE(other.err.find("first record isn't one of an $MFT"), std::string::npos)
+        << other.err;
 }
 
 TEST_F(Inputs, WritesBytes)

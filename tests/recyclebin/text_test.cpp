@@ -1,5 +1,6 @@
 // What hostile names and moments become in a table and in JSON.
 
+#include "evidence/system_name.h"
 #include "recyclebin/evidence_text.h"
 #include "recyclebin/json_text.h"
 #include "recyclebin/moments.h"
@@ -50,6 +51,25 @@ TEST(EvidenceText, IsShownEscapedAndCarriedWhole)
     nlohmann::ordered_json read;
     for (const char *bad : {"", "{", "\"\\ud83", "\"\\", "[1,]", "\"a\xff\""})
         EXPECT_FALSE(parse_json(read, bad)) << bad;
+}
+
+// Names of the examiner's own system: pairs of surrogates, and bytes that aren't UTF-8.
+TEST(SystemName, ComesBackByteForByte)
+{
+    const std::u16string bad = {u'a', char16_t{0xDCFF}, char16_t{0xDCC3}, u'b'};
+    for (const auto &[name, units] :
+         std::vector<std::pair<std::string, std::u16string>>{
+             {"K\u00f6ln \U0001F4C4.txt", u"K\u00f6ln \U0001F4C4.txt"},
+             {"\U0010FFFF\uFFFD", u"\U0010FFFF\uFFFD"},
+             {"a\xFF\xC3"
+              "b",
+              bad},
+             // Half of a pair, and a zero, in more bytes than UTF-8 has for them.
+             {"\xED\xB3\xBF", {0xDCED, 0xDCB3, 0xDCBF}},
+             {"\xC0\x80", {0xDCC0, 0xDC80}}}) {
+        EXPECT_EQ(from_system_name(name), units);
+        EXPECT_EQ(to_system_name(units), name);
+    }
 }
 
 TEST(EvidenceText, FitsItsColumns)
