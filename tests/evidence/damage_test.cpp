@@ -121,6 +121,21 @@ TEST(DamagedRecord, TakesNoFileOutOfTheBin)
     }
 }
 
+// Someone may have emptied it. With other content, it only has the name.
+TEST(DamagedMetadata, IsKnownByItsNameUnlessItHoldsSomethingElse)
+{
+    for (const auto &[content, state] :
+         std::map<std::string, std::optional<deletion_state>>{
+             {"", deletion_state::metadata_only}, {"a text", std::nullopt}}) {
+        const byte_vector medium =
+            empty_bin().file(bin_item(66, "$IAB12CD.txt", content)).build();
+        examination found;
+        examine(found, std::make_shared<memory_source>(medium), {});
+        EXPECT_EQ(found.deletions.size(), state ? 1U : 0U) << content;
+        for (const deletion &item : found.deletions) EXPECT_EQ(item.state, state);
+    }
+}
+
 // What a file holds isn't carved, as it may be a copy from anywhere.
 TEST(DamagedBitmap, LeavesItToTheRecordsWhichClustersAreFree)
 {
