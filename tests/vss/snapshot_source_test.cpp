@@ -126,15 +126,19 @@ TEST(SnapshotSource, LaboratorysSnapshots)
 {
     lab::case_makers makers;
     lab::add_snapshot_cases(makers);
-    std::erase_if(makers, [](const lab::case_maker &maker) {
-        constexpr std::string_view kinds[] = {"log-replayed", "moved", "free-blocks",
-                                              "middle-deleted"};
+#ifdef __SANITIZE_ADDRESS__ // which makes them take long
+    constexpr std::string_view kinds[] = {"moved", "middle-deleted"};
+#else
+    constexpr std::string_view kinds[] = {"log-replayed", "moved", "free-blocks",
+                                          "middle-deleted"};
+#endif
+    std::erase_if(makers, [&](const lab::case_maker &maker) {
         return !maker.is_first ||
                std::ranges::none_of(kinds, [&](std::string_view kind) {
                    return maker.name.find(kind) != std::string::npos;
                });
     });
-    ASSERT_EQ(makers.size(), 4u);
+    ASSERT_EQ(makers.size(), std::size(kinds));
     std::size_t count = 0;
     for (const lab::case_maker &maker : makers) {
         lab::told_case told;
